@@ -1,0 +1,88 @@
+// Measures decoding and encoding of invoice files, the work done when a data folder loads
+// and when invoices are saved. Usage: ledra-bench [COUNT] [ITEMS]
+#include "model/InvoiceJson.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QFile>
+#include <QDir>
+
+#include <cstdio>
+
+namespace {
+
+Invoice sampleInvoice(int index, int items)
+{
+    Invoice invoice = Invoice::makeNew();
+    invoice.number = index;
+    invoice.name = QStringLiteral("Customer %1").arg(index);
+    invoice.businessName = QStringLiteral("Business Name GmbH & Co. KG");
+    invoice.addressLineOne = QStringLiteral("Hauptstraße %1").arg(index % 200);
+    invoice.addressCity = QStringLiteral("München");
+    invoice.addressPostcode = QStringLiteral("80331");
+    invoice.addressCountry = Country{QStringLiteral("DE")};
+    invoice.senderAddressCountry = Country{QStringLiteral("DE")};
+    invoice.senderName = QStringLiteral("Mira Lindqvist");
+    invoice.senderIban = QStringLiteral("DE02120300000000202051");
+    invoice.note = QStringLiteral("Thank you for your order.");
+    for (int i = 0; i < items; ++i)
+        invoice.items.append({QUuid::createUuid(), QStringLiteral("Line item %1 with a longer description").arg(i),
+                              1.5 + i, Unit::hour, 85.25 + i, i % 2 ? 19.0 : 7.0});
+    return invoice;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    const int count = argc > 1 ? std::atoi(argv[1]) : 10000;
+    const int items = argc > 2 ? std::atoi(argv[2]) : 20;
+
+    QList<QByteArray> files;
+    files.reserve(count);
+    for (int i = 0; i < count; ++i)
+        files.append(InvoiceJson::encode(sampleInvoice(i, items)));
+    qint64 bytes = 0;
+    for (const QByteArray& f : files)
+        bytes += f.size();
+
+    QElapsedTimer timer;
+    timer.start();
+    QList<Invoice> decoded;
+    decoded.reserve(count);
+    for (const QByteArray& f : files)
+        decoded.append(InvoiceJson::decode(f));
+    const double decodeSeconds = double(timer.nsecsElapsed()) / 1e9;
+
+    timer.restart();
+    qint64 written = 0;
+    for (const Invoice& invoice : decoded)
+        written += InvoiceJson::encode(invoice).size();
+    const double encodeSeconds = double(timer.nsecsElapsed()) / 1e9;
+
+    // The same files from disk, as a data folder load does it.
+    QTemporaryDir dir;
+    for (int i = 0; i < count; ++i) {
+        QFile file(dir.filePath(QStringLiteral("%1.json").arg(i)));
+        file.open(QIODevice::WriteOnly);
+        file.write(files[i]);
+    }
+    timer.restart();
+    int loaded = 0;
+    for (const QString& name : QDir(dir.path()).entryList({QStringLiteral("*.json")}, QDir::Files)) {
+        QFile file(dir.filePath(name));
+        file.open(QIODevice::ReadOnly);
+        InvoiceJson::decode(file.readAll());
+        ++loaded;
+    }
+    const double loadSeconds = double(timer.nsecsElapsed()) / 1e9;
+
+    std::printf("invoices: %d with %d items each (%.1f MB of JSON)\n", count, items, double(bytes) / 1e6);
+    std::printf("decode:   %.3f s  (target < 0.300 s for 10000 x 20)%s\n", decodeSeconds,
+                count == 10000 && items == 20 ? (decodeSeconds < 0.3 ? "  OK" : "  SLOW") : "");
+    std::printf("encode:   %.3f s  (%.1f MB)\n", encodeSeconds, double(written) / 1e6);
+    std::printf("load from files: %.3f s for %d files\n", loadSeconds, loaded);
+    return 0;
+}

@@ -1,0 +1,70 @@
+#include "Commands.h"
+
+#include "model/InvoiceJson.h"
+
+#include <QFile>
+
+using namespace Qt::Literals::StringLiterals;
+
+std::vector<std::unique_ptr<Command>> allCommands()
+{
+    std::vector<std::unique_ptr<Command>> commands;
+    commands.push_back(makeDemoCommand());
+    commands.push_back(makeTotalsCommand());
+    commands.push_back(makeNumberCommand());
+    return commands;
+}
+
+Invoice readInvoiceFile(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw CliError(QStringLiteral("%1: cannot read the file: %2").arg(path, file.errorString()));
+    try {
+        return InvoiceJson::decode(file.readAll());
+    } catch (const JsonDecodeError& error) {
+        throw CliError(QStringLiteral("%1: not a valid invoice: %2").arg(path, error.message()));
+    }
+}
+
+QString formatAmount(double amount)
+{
+    // Rounding first keeps -0.004 from printing as "-0.00".
+    const double rounded = Totals::round2(amount);
+    return QString::number(rounded == 0 ? 0.0 : rounded, 'f', 2);
+}
+
+void printTotals(QTextStream& stream, const Totals::Summary& summary, const QString& currency)
+{
+    auto line = [&](const QString& label, double amount) {
+        stream << label.leftJustified(18) << formatAmount(amount).rightJustified(12) << ' ' << currency << '\n';
+    };
+    line(QStringLiteral("Net subtotal"), summary.netSubtotal);
+    if (summary.discountValue != 0) {
+        line(QStringLiteral("Discount"), -summary.discountValue);
+        line(QStringLiteral("Net after discount"), summary.taxBasis);
+    }
+    for (const Totals::VATAmount& vat : summary.vatBreakdown)
+        line(QStringLiteral("VAT %1 %").arg(vat.rate), vat.vatAmount);
+    line(QStringLiteral("Gross total"), summary.grossTotal);
+}
+
+void writeTotals(JsonWriter& w, const Totals::Summary& summary, const QString& currency)
+{
+    // Amounts go out rounded to cents so that 71.36 does not appear as 71.36000000000001.
+    w.field("currency"_L1, currency);
+    w.field("netSubtotal"_L1, Totals::round2(summary.netSubtotal));
+    w.field("discountValue"_L1, Totals::round2(summary.discountValue));
+    w.field("taxBasis"_L1, Totals::round2(summary.taxBasis));
+    w.key("vatBreakdown"_L1);
+    w.beginArray();
+    for (const Totals::VATAmount& vat : summary.vatBreakdown) {
+        w.beginObject();
+        w.field("rate"_L1, vat.rate);
+        w.field("vatAmount"_L1, Totals::round2(vat.vatAmount));
+        w.endObject();
+    }
+    w.endArray();
+    w.field("totalVat"_L1, Totals::round2(summary.totalVat));
+    w.field("grossTotal"_L1, Totals::round2(summary.grossTotal));
+}

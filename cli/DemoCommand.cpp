@@ -1,0 +1,69 @@
+#include "Commands.h"
+
+#include "model/InvoiceJson.h"
+#include "model/ProfileJson.h"
+#include "numbering/NumberFormat.h"
+
+#include <QFile>
+
+namespace {
+
+QByteArray resource(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw CliError(QStringLiteral("built-in sample %1 is missing").arg(path));
+    return file.readAll();
+}
+
+class DemoCommand : public Command
+{
+public:
+    QString name() const override { return QStringLiteral("demo"); }
+    QString summary() const override { return QStringLiteral("Show the built-in sample invoice and its totals."); }
+
+protected:
+    void configure(QCommandLineParser&) override {}
+
+    int run(const QCommandLineParser&) override
+    {
+        try {
+            const Profile profile = ProfileJson::decode(resource(QStringLiteral(":/samples/sample-profile.json")));
+            const Invoice invoice = InvoiceJson::decode(resource(QStringLiteral(":/samples/sample-invoice.json")));
+            printInvoice(invoice, profile);
+        } catch (const CliError& error) {
+            return fail(error.message());
+        } catch (const JsonDecodeError& error) {
+            return fail(error.message());
+        }
+        return ExitCode::ok;
+    }
+
+private:
+    static void printInvoice(const Invoice& invoice, const Profile& profile)
+    {
+        const Language language = invoice.documentLanguage(profile);
+        out() << labelText(invoice.type, Language::english) << ' ' << NumberFormat::displayNumber(invoice, profile)
+              << "  (" << labelText(invoice.status, Language::english) << ")\n"
+              << "From: " << invoice.senderBusinessName << ", " << invoice.senderAddressCity << '\n'
+              << "To:   " << invoice.businessName << ", " << invoice.addressCity << '\n'
+              << "Date: " << invoice.date.localDate().toString(Qt::ISODate)
+              << "   due " << invoice.dueDate().localDate().toString(Qt::ISODate) << '\n'
+              << "Document language: " << labelText(language, Language::english) << "\n\n";
+        for (const InvoiceItem& item : invoice.items) {
+            out() << "  " << item.item.leftJustified(36, u' ', true) << QString::number(item.quantity).rightJustified(6)
+                  << ' ' << labelText(item.unit, language).leftJustified(10) << formatAmount(item.unitPrice).rightJustified(9)
+                  << formatAmount(Totals::lineNet(item, invoice.grossPrices)).rightJustified(11) << "  "
+                  << item.vatPercentage << " %\n";
+        }
+        out() << '\n';
+        printTotals(out(), Totals::summarize(invoice), invoice.currency.code);
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeDemoCommand()
+{
+    return std::make_unique<DemoCommand>();
+}

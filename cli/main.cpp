@@ -1,0 +1,49 @@
+#include "Command.h"
+
+#include "l10n/Strings.h"
+
+#include <QCoreApplication>
+
+namespace {
+
+void printOverview()
+{
+    out() << "Usage: ledra COMMAND [OPTIONS]\n\n"
+             "Ledra keeps invoices, quotes and profiles as JSON files and issues them as\n"
+             "PDF documents and e-invoices. Commands:\n\n";
+    for (const auto& command : allCommands())
+        out() << "  " << command->name().leftJustified(14) << command->summary() << '\n';
+    out() << "\nRun 'ledra COMMAND --help' for the options of a command.\n";
+    out().flush();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("Ledra"));
+    QCoreApplication::setApplicationName(QStringLiteral("Ledra"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(LEDRA_VERSION));
+
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.size() < 2 || arguments[1] == u"--help" || arguments[1] == u"-h" || arguments[1] == u"help") {
+        if (arguments.size() >= 3 && arguments[1] == u"help") {
+            for (const auto& command : allCommands())
+                if (command->name() == arguments[2])
+                    return command->execute({arguments[0], arguments[2], QStringLiteral("--help")});
+        }
+        printOverview();
+        return arguments.size() < 2 ? ExitCode::usage : ExitCode::ok;
+    }
+    if (arguments[1] == u"--version") {
+        out() << "ledra " << QCoreApplication::applicationVersion() << Qt::endl;
+        return ExitCode::ok;
+    }
+    for (const auto& command : allCommands()) {
+        if (command->name() == arguments[1])
+            return command->execute(arguments);
+    }
+    err() << "ledra: unknown command '" << arguments[1] << "'. Run 'ledra --help' for the list." << Qt::endl;
+    return ExitCode::usage;
+}

@@ -1,0 +1,136 @@
+#include "calc/Totals.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace Totals {
+
+double round2(double value)
+{
+    return std::round(value * 100.0) / 100.0;
+}
+
+double lineNet(const InvoiceItem& item, bool grossPrices)
+{
+    const double amount = item.quantity * item.unitPrice;
+    if (grossPrices && item.vatPercentage > 0)
+        return round2(amount / (item.vatPercentage / 100.0 + 1.0));
+    return round2(amount);
+}
+
+double netSubtotal(const Invoice& invoice)
+{
+    double sum = 0;
+    for (const InvoiceItem& item : invoice.items)
+        sum += lineNet(item, invoice.grossPrices);
+    return sum;
+}
+
+namespace {
+
+double discountFor(const Invoice& invoice, double subtotal)
+{
+    if (invoice.discountPercentage && *invoice.discountPercentage > 0)
+        return round2(*invoice.discountPercentage * subtotal / 100.0);
+    if (invoice.discountAmount && *invoice.discountAmount > 0) {
+        const double amount = round2(*invoice.discountAmount);
+        const double clamped = std::min(std::fabs(subtotal), amount);
+        return subtotal < 0 ? -clamped : clamped;
+    }
+    return 0;
+}
+
+// Distinct rates by exact double equality, ascending.
+QList<double> distinctRates(const Invoice& invoice, bool positiveOnly)
+{
+    QList<double> rates;
+    for (const InvoiceItem& item : invoice.items)
+        if ((!positiveOnly || item.vatPercentage > 0) && !rates.contains(item.vatPercentage))
+            rates.append(item.vatPercentage);
+    std::sort(rates.begin(), rates.end());
+    return rates;
+}
+
+double basisOf(const Invoice& invoice, double rate)
+{
+    double basis = 0;
+    for (const InvoiceItem& item : invoice.items)
+        if (item.vatPercentage == rate)
+            basis += lineNet(item, invoice.grossPrices);
+    return basis;
+}
+
+QList<VATAmount> breakdownFor(const Invoice& invoice, double subtotal, double discount)
+{
+    QList<VATAmount> result;
+    for (const double rate : distinctRates(invoice, true)) {
+        double basis = basisOf(invoice, rate);
+        if (subtotal != 0)
+            basis = (subtotal - discount) * basis / subtotal;
+        result.append({rate, round2(rate * basis / 100.0)});
+    }
+    return result;
+}
+
+double sumOf(const QList<VATAmount>& breakdown)
+{
+    double sum = 0;
+    for (const VATAmount& entry : breakdown)
+        sum += entry.vatAmount;
+    return sum;
+}
+
+} // namespace
+
+double discountValue(const Invoice& invoice)
+{
+    return discountFor(invoice, netSubtotal(invoice));
+}
+
+QList<VATAmount> vatBreakdown(const Invoice& invoice)
+{
+    const double subtotal = netSubtotal(invoice);
+    return breakdownFor(invoice, subtotal, discountFor(invoice, subtotal));
+}
+
+double totalVat(const Invoice& invoice)
+{
+    return sumOf(vatBreakdown(invoice));
+}
+
+double grossTotal(const Invoice& invoice)
+{
+    return summarize(invoice).grossTotal;
+}
+
+Summary summarize(const Invoice& invoice)
+{
+    Summary s;
+    s.netSubtotal = netSubtotal(invoice);
+    s.discountValue = discountFor(invoice, s.netSubtotal);
+    s.taxBasis = s.netSubtotal - s.discountValue;
+    s.vatBreakdown = breakdownFor(invoice, s.netSubtotal, s.discountValue);
+    s.totalVat = sumOf(s.vatBreakdown);
+    // The VAT amounts are summed first, then added: the order of the additions decides the last bit.
+    s.grossTotal = s.taxBasis + s.totalVat;
+    return s;
+}
+
+QList<VATGroup> vatGroups(const Invoice& invoice)
+{
+    const double subtotal = netSubtotal(invoice);
+    const double discount = discountFor(invoice, subtotal);
+    QList<VATGroup> groups;
+    for (const double rate : distinctRates(invoice, false)) {
+        VATGroup group;
+        group.rate = rate;
+        group.originalBasis = basisOf(invoice, rate);
+        group.discountedBasis =
+            subtotal != 0 ? round2((subtotal - discount) * group.originalBasis / subtotal) : group.originalBasis;
+        group.vatAmount = round2(rate * group.discountedBasis / 100.0);
+        groups.append(group);
+    }
+    return groups;
+}
+
+} // namespace Totals
