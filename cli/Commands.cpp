@@ -3,6 +3,7 @@
 #include "model/InvoiceJson.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,6 +26,34 @@ Invoice readInvoiceFile(const QString& path)
     } catch (const JsonDecodeError& error) {
         throw CliError(QStringLiteral("%1: not a valid invoice: %2").arg(path, error.message()));
     }
+}
+
+InvoiceContext resolveInvoice(const QString& argument)
+{
+    if (!QFileInfo::exists(argument))
+        throw CliError(QStringLiteral("%1: no such invoice file").arg(argument));
+    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew()};
+    // Outside a data folder the invoice's own sender snapshot stands in for its profile.
+    const Invoice& invoice = context.invoice;
+    Profile& profile = context.profile;
+    profile.name = invoice.senderName;
+    profile.businessName = invoice.senderBusinessName;
+    profile.addressLineOne = invoice.senderAddressLineOne;
+    profile.addressLineTwo = invoice.senderAddressLineTwo;
+    profile.addressPostcode = invoice.senderAddressPostcode;
+    profile.addressCity = invoice.senderAddressCity;
+    profile.addressState = invoice.senderAddressState;
+    profile.addressCountry = invoice.senderAddressCountry;
+    profile.email = invoice.senderEmail;
+    profile.phone = invoice.senderPhone;
+    profile.website = invoice.senderWeb;
+    profile.iban = invoice.senderIban;
+    profile.bic = invoice.senderBic;
+    profile.taxNumber = invoice.senderTaxNumber;
+    profile.vatNumber = invoice.senderVatNumber;
+    if (invoice.language)
+        profile.language = *invoice.language;
+    return context;
 }
 
 QString formatAmount(double amount)

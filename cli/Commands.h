@@ -4,6 +4,7 @@
 
 #include "calc/Totals.h"
 #include "model/Invoice.h"
+#include "model/Profile.h"
 #include "util/JsonWriter.h"
 
 std::unique_ptr<Command> makeTotalsCommand();
@@ -20,6 +21,18 @@ public:
 
 // Reads and decodes an invoice file; the error names the file and what is wrong with it.
 Invoice readInvoiceFile(const QString& path);
+
+// What a command needs to issue a document: the invoice and the profile it belongs to.
+struct InvoiceContext
+{
+    Invoice invoice;
+    Profile profile;
+};
+
+// An INVOICE argument as users give it: a path to an invoice JSON file, or an id, an
+// unambiguous id prefix or the displayed number of an invoice of the active profile.
+// Throws CliError naming the argument and the problem.
+InvoiceContext resolveInvoice(const QString& argument);
 
 // "1234.50" — amounts on the command line are plain, locale-independent, two decimals.
 QString formatAmount(double amount);

@@ -1,5 +1,7 @@
 #include "l10n/Strings.h"
 
+#include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QHash>
 #include <QJsonDocument>
@@ -10,30 +12,33 @@ namespace {
 
 using Table = QHash<QString, QString>;
 
-Table loadTable(const QString& resource)
+// Each area of the program keeps its texts in its own file of the language's folder.
+Table loadTables(const QString& folder)
 {
     Table table;
-    QFile file(resource);
-    if (!file.open(QIODevice::ReadOnly)) {
-        qWarning("Strings: missing string table %s", qPrintable(resource));
-        return table;
+    QDirIterator it(folder, {QStringLiteral("*.json")}, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
+        if (!document.isObject()) {
+            qWarning("Strings: %s: %s", qPrintable(path), qPrintable(error.errorString()));
+            continue;
+        }
+        const QJsonObject object = document.object();
+        for (auto entry = object.begin(); entry != object.end(); ++entry)
+            table.insert(entry.key(), entry.value().toString());
     }
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll(), &error);
-    if (!document.isObject()) {
-        qWarning("Strings: %s: %s", qPrintable(resource), qPrintable(error.errorString()));
-        return table;
-    }
-    const QJsonObject object = document.object();
-    for (auto it = object.begin(); it != object.end(); ++it)
-        table.insert(it.key(), it.value().toString());
     return table;
 }
 
 const Table& tableFor(Language language)
 {
-    static const Table english = loadTable(QStringLiteral(":/l10n/en.json"));
-    static const Table german = loadTable(QStringLiteral(":/l10n/de.json"));
+    static const Table english = loadTables(QStringLiteral(":/l10n/en"));
+    static const Table german = loadTables(QStringLiteral(":/l10n/de"));
     return language == Language::german ? german : english;
 }
 
