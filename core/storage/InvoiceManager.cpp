@@ -1,0 +1,588 @@
+#include "storage/InvoiceManager.h"
+
+#include "l10n/Strings.h"
+#include "model/InvoiceJson.h"
+#include "numbering/NumberAssignment.h"
+#include "util/Clock.h"
+#include "util/Files.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QString idPrefix(const QUuid& id)
+{
+    return id.toString(QUuid::WithoutBraces).left(6).toUpper();
+}
+
+// The "id" (or another UUID key) of a record file, without decoding the whole record.
+std::optional<QUuid> uuidIn(const QString& path, QLatin1StringView key)
+{
+    const auto bytes = Files::read(path);
+    if (!bytes)
+        return std::nullopt;
+    try {
+        const JsonDocument document(*bytes);
+        std::optional<QUuid> id;
+        JsonFieldReader(document, DateEncoding::referenceSeconds).read(key, id);
+        return id;
+    } catch (const JsonDecodeError&) {
+        return std::nullopt;
+    }
+}
+
+// Names of files in `folder` matching a wildcard, read from the directory without a stat per entry.
+QStringList filesMatching(const QString& folder, const QString& pattern)
+{
+    QStringList names;
+    QDirIterator it(folder, {pattern}, QDir::Files | QDir::NoDotAndDotDot);
+    while (it.hasNext()) {
+        it.next();
+        names.append(it.fileName());
+    }
+    return names;
+}
+
+} // namespace
+
+InvoiceManager::InvoiceManager(ProfileManager& profiles, QObject* parent)
+    : QObject(parent), m_profiles(profiles), m_watcher([this] { return invoicesFolder(); })
+{
+    connect(&m_profiles, &ProfileManager::activeProfileChanged, this, &InvoiceManager::loadInvoices);
+    connect(&m_watcher, &ProfileDirectoryWatcher::changed, this, &InvoiceManager::onFolderChanged);
+}
+
+QString InvoiceManager::fileStem(const Invoice& invoice)
+{
+    return invoice.date.localDate().toString(u"yyyy-MM-dd"_s) + u'-' + idPrefix(invoice.id);
+}
+
+QString InvoiceManager::fileName(const Invoice& invoice)
+{
+    return fileStem(invoice) + u".json"_s;
+}
+
+QString InvoiceManager::reminderFileName(const QString& invoiceStem, int number)
+{
+    return number == 0 ? invoiceStem + u"-reminder.json"_s
+                       : invoiceStem + u"-reminder-"_s + QString::number(number) + u".json"_s;
+}
+
+bool InvoiceManager::isReminderFileName(const QString& name)
+{
+    static const QRegularExpression pattern(u"-reminder(-\\d+)?\\.json$"_s);
+    return pattern.match(name).hasMatch();
+}
+
+QString InvoiceManager::deletionWarning(const Invoice& invoice)
+{
+    if (invoice.type != InvoiceType::invoice || invoice.status == Status::draft)
+        return {};
+    return Strings::ui(u"Invoices shouldn’t be deleted when already sent. Consider creating a cancellation "
+                       u"invoice instead."_s);
+}
+
+std::optional<QString> InvoiceManager::invoicesFolder() const
+{
+    return m_profiles.activeSubfolder(QString::fromLatin1(folderName));
+}
+
+InvoiceManager::Stamp InvoiceManager::stampOf(const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        return {};
+    return {info.lastModified().toMSecsSinceEpoch(), info.size()};
+}
+
+void InvoiceManager::bumpRefreshTrigger()
+{
+    ++m_refreshTrigger;
+    Q_EMIT refreshTriggerChanged(m_refreshTrigger);
+}
+
+void InvoiceManager::loadInvoices()
+{
+    m_invoices.clear();
+    m_fileNames.clear();
+    m_stamps.clear();
+    const auto folder = invoicesFolder();
+    if (!folder) {
+        qCWarning(lcStorage) << "InvoiceManager: Error loading invoices: no active profile";
+    } else {
+        QDirIterator it(*folder, {u"*.json"_s}, QDir::Files);
+        QHash<QUuid, qsizetype> indexById;
+        while (it.hasNext()) {
+            const QString path = it.next();
+            const QString name = it.fileName();
+            if (isReminderFileName(name))
+                continue;
+            QString readError;
+            const auto bytes = Files::read(path, &readError);
+            if (!bytes) {
+                qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':' << readError;
+                continue;
+            }
+            try {
+                Invoice invoice = InvoiceJson::decode(*bytes);
+                const Stamp stamp = stampOf(path);
+                if (const auto existing = indexById.constFind(invoice.id); existing != indexById.constEnd()) {
+                    // Two files for one invoice (an interrupted rename, a sync conflict): keep the newer.
+                    const QString otherName = m_fileNames.value(invoice.id);
+                    qCWarning(lcStorage).noquote() << "InvoiceManager: Two files for invoice" << invoice.id.toString()
+                                                   << u':' << otherName << "and" << name;
+                    if (m_stamps.value(otherName).modified >= stamp.modified)
+                        continue;
+                    m_invoices[*existing] = invoice;
+                } else {
+                    indexById.insert(invoice.id, m_invoices.size());
+                    m_invoices.append(invoice);
+                }
+                m_fileNames.insert(invoice.id, name);
+                m_stamps.insert(name, stamp);
+            } catch (const JsonDecodeError& error) {
+                qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':'
+                                               << error.message();
+            }
+        }
+    }
+    m_watcher.refresh();
+    bumpRefreshTrigger();
+    qCInfo(lcStorage).noquote() << "InvoiceManager: Loaded" << m_invoices.size()
+                                << "invoices, refreshTrigger:" << m_refreshTrigger;
+    Q_EMIT invoicesChanged();
+}
+
+std::optional<Invoice> InvoiceManager::loadInvoice(const QUuid& id)
+{
+    const auto folder = invoicesFolder();
+    const auto path = filePath(id);
+    if (!folder || !path) {
+        qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice by ID" << id.toString();
+        return std::nullopt;
+    }
+    const auto bytes = Files::read(*path);
+    try {
+        if (!bytes)
+            throw JsonDecodeError({}, QStringLiteral("cannot read %1").arg(*path));
+        Invoice invoice = InvoiceJson::decode(*bytes);
+        if (invoice.id != id)
+            throw JsonDecodeError({}, QStringLiteral("%1 now holds another invoice").arg(*path));
+        m_stamps.insert(QFileInfo(*path).fileName(), stampOf(*path));
+        replaceOrAppend(invoice);
+        Q_EMIT invoicesChanged();
+        return invoice;
+    } catch (const JsonDecodeError& error) {
+        qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice by ID" << id.toString() + u':'
+                                       << error.message();
+        return std::nullopt;
+    }
+}
+
+const Invoice* InvoiceManager::invoice(const QUuid& id) const
+{
+    for (const Invoice& i : m_invoices)
+        if (i.id == id)
+            return &i;
+    return nullptr;
+}
+
+std::optional<QString> InvoiceManager::filePath(const QUuid& id) const
+{
+    const auto folder = invoicesFolder();
+    const auto name = m_fileNames.constFind(id);
+    if (!folder || name == m_fileNames.constEnd())
+        return std::nullopt;
+    return *folder + u'/' + *name;
+}
+
+void InvoiceManager::replaceOrAppend(const Invoice& updated)
+{
+    for (Invoice& i : m_invoices) {
+        if (i.id == updated.id) {
+            i = updated;
+            return;
+        }
+    }
+    m_invoices.append(updated);
+}
+
+std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
+{
+    const auto folder = invoicesFolder();
+    if (!folder) {
+        qCWarning(lcStorage) << "InvoiceManager: Error writing invoice file: no active profile folder";
+        return u"no active profile folder"_s;
+    }
+    QByteArray bytes;
+    try {
+        bytes = InvoiceJson::encode(invoice);
+    } catch (const JsonEncodeError& error) {
+        qCWarning(lcStorage) << "InvoiceManager: Error saving invoice:" << error.what();
+        return QString::fromUtf8(error.what());
+    }
+
+    // Files that belong to this invoice: the one the store knows and any named after its id.
+    // Only these candidates are parsed, so a save costs the same in a folder of 10,000 invoices.
+    const QString currentName = fileName(invoice);
+    const QString prefix = idPrefix(invoice.id);
+    QStringList candidates = filesMatching(*folder, u"*-"_s + prefix + u".json"_s);
+    if (const auto known = m_fileNames.constFind(invoice.id);
+        known != m_fileNames.constEnd() && !candidates.contains(*known))
+        candidates.append(*known);
+    QStringList previousFiles;
+    for (const QString& name : std::as_const(candidates)) {
+        if (name != currentName && uuidIn(*folder + u'/' + name, "id"_L1) == invoice.id)
+            previousFiles.append(name);
+    }
+
+    if (const auto error = Files::writeAtomically(*folder + u'/' + currentName, bytes)) {
+        qCWarning(lcStorage).noquote() << "InvoiceManager: Error writing invoice file:" << *error;
+        return error;
+    }
+    m_stamps.insert(currentName, stampOf(*folder + u'/' + currentName));
+    for (const QString& name : std::as_const(previousFiles)) {
+        QFile::remove(*folder + u'/' + name);
+        m_stamps.remove(name);
+    }
+    m_fileNames.insert(invoice.id, currentName);
+
+    // Reminder files follow the invoice's file name.
+    const QString stem = fileStem(invoice);
+    for (const QString& name : filesMatching(*folder, u"*-"_s + prefix + u"-reminder*.json"_s)) {
+        const QString path = *folder + u'/' + name;
+        if (uuidIn(path, "invoiceId"_L1) != invoice.id)
+            continue;
+        int number = 0;
+        try {
+            const JsonDocument document(*Files::read(path));
+            JsonFieldReader(document, DateEncoding::referenceSeconds).read("number"_L1, number);
+        } catch (const JsonDecodeError&) {
+            continue;
+        }
+        const QString target = reminderFileName(stem, number);
+        if (target == name)
+            continue;
+        QFile::remove(*folder + u'/' + target);
+        if (QFile::rename(path, *folder + u'/' + target)) {
+            m_stamps.remove(name);
+            m_stamps.insert(target, stampOf(*folder + u'/' + target));
+        }
+    }
+
+    replaceOrAppend(invoice);
+    Q_EMIT invoicesChanged();
+    Q_EMIT invoiceSaved(invoice.id);
+    if (onInvoiceUpdated)
+        onInvoiceUpdated(invoice);
+    return std::nullopt;
+}
+
+Invoice InvoiceManager::newFromProfile(InvoiceType type) const
+{
+    Invoice invoice = Invoice::makeNew();
+    invoice.type = type;
+    invoice.status = Status::draft;
+    const Profile* profile = m_profiles.activeProfile();
+    if (!profile)
+        return invoice;
+    invoice.senderName = profile->name;
+    invoice.senderBusinessName = profile->businessName;
+    invoice.senderAddressLineOne = profile->addressLineOne;
+    invoice.senderAddressLineTwo = profile->addressLineTwo;
+    invoice.senderAddressPostcode = profile->addressPostcode;
+    invoice.senderAddressCity = profile->addressCity;
+    invoice.senderAddressState = profile->addressState;
+    invoice.senderAddressCountry = profile->addressCountry;
+    invoice.senderEmail = profile->email;
+    invoice.senderPhone = profile->phone;
+    invoice.senderWeb = profile->website;
+    invoice.senderAdditional = profile->additional;
+    invoice.senderIban = profile->iban;
+    invoice.senderBic = profile->bic;
+    invoice.senderTaxNumber = profile->taxNumber;
+    invoice.senderVatNumber = profile->vatNumber;
+    invoice.senderAdditionalNumbers = profile->additionalNumbers;
+    // Most customers are in the sender's own country.
+    invoice.addressCountry = profile->addressCountry;
+    invoice.numberFormat = profile->numberFormat;
+    invoice.daysToPay = profile->daysToPay;
+    invoice.currency = profile->currency;
+    invoice.language = profile->language;
+    invoice.vatExemptionReason = profile->vatExemptionReason;
+    invoice.marginalNote = profile->marginalNote;
+    if (type == InvoiceType::quote)
+        invoice.quotePrefix = profile->quotePrefix;
+    return invoice;
+}
+
+Invoice& InvoiceManager::storeNew(Invoice invoice)
+{
+    saveInvoice(invoice); // a failure is logged; the new record still opens in the editor
+    m_newlyCreatedInvoiceId = invoice.id;
+    Q_EMIT newlyCreatedInvoiceIdChanged();
+    for (Invoice& i : m_invoices)
+        if (i.id == invoice.id)
+            return i;
+    m_invoices.append(invoice);
+    return m_invoices.last();
+}
+
+Invoice InvoiceManager::createInvoice()
+{
+    Invoice invoice = newFromProfile(InvoiceType::invoice);
+    invoice.number = nextInvoiceNumber();
+    return storeNew(invoice);
+}
+
+Invoice InvoiceManager::createQuote()
+{
+    Invoice invoice = newFromProfile(InvoiceType::quote);
+    invoice.number = nextQuoteNumber();
+    return storeNew(invoice);
+}
+
+void InvoiceManager::copyContent(const Invoice& source, Invoice& target)
+{
+    target.numberFormat = source.numberFormat;
+    target.date = source.date;
+    target.serviceDateStart = source.serviceDateStart;
+    target.serviceDateEnd = source.serviceDateEnd;
+    target.name = source.name;
+    target.businessName = source.businessName;
+    target.addressLineOne = source.addressLineOne;
+    target.addressLineTwo = source.addressLineTwo;
+    target.addressPostcode = source.addressPostcode;
+    target.addressCity = source.addressCity;
+    target.addressState = source.addressState;
+    target.addressCountry = source.addressCountry;
+    target.email = source.email;
+    target.senderName = source.senderName;
+    target.senderBusinessName = source.senderBusinessName;
+    target.senderAddressLineOne = source.senderAddressLineOne;
+    target.senderAddressLineTwo = source.senderAddressLineTwo;
+    target.senderAddressPostcode = source.senderAddressPostcode;
+    target.senderAddressCity = source.senderAddressCity;
+    target.senderAddressState = source.senderAddressState;
+    target.senderAddressCountry = source.senderAddressCountry;
+    target.senderEmail = source.senderEmail;
+    target.senderPhone = source.senderPhone;
+    target.senderWeb = source.senderWeb;
+    target.senderAdditional = source.senderAdditional;
+    target.senderIban = source.senderIban;
+    target.senderBic = source.senderBic;
+    target.senderTaxNumber = source.senderTaxNumber;
+    target.senderVatNumber = source.senderVatNumber;
+    target.senderAdditionalNumbers = source.senderAdditionalNumbers;
+    target.items.clear();
+    for (const InvoiceItem& item : source.items) {
+        InvoiceItem copy = item;
+        copy.id = QUuid::createUuid();
+        target.items.append(copy);
+    }
+    target.grossPrices = source.grossPrices;
+    target.discountPercentage = source.discountPercentage;
+    target.discountAmount = source.discountAmount;
+    target.vatExemptionReason = source.vatExemptionReason;
+    target.marginalNote = source.marginalNote;
+    target.daysToPay = source.daysToPay;
+    target.currency = source.currency;
+    target.language = source.language;
+    target.note = source.note;
+    target.reference = source.reference;
+    target.status = Status::draft;
+    target.statusUpdateDate = Clock::nowTimestamp();
+}
+
+std::optional<Invoice> InvoiceManager::duplicateInvoice(const QUuid& id)
+{
+    const Invoice* source = invoice(id);
+    if (!source)
+        return std::nullopt;
+    // A copy of a quote is a quote; anything else becomes an ordinary invoice of today.
+    Invoice copy = newFromProfile(source->type == InvoiceType::quote ? InvoiceType::quote : InvoiceType::invoice);
+    copyContent(*source, copy);
+    copy.date = Clock::nowTimestamp();
+    copy.number = copy.type == InvoiceType::quote ? nextQuoteNumber() : nextInvoiceNumber();
+    return storeNew(copy);
+}
+
+std::optional<Invoice> InvoiceManager::createInvoiceFromQuote(const QUuid& quoteId)
+{
+    const Invoice* quote = invoice(quoteId);
+    if (!quote || quote->type != InvoiceType::quote)
+        return std::nullopt;
+    Invoice created = newFromProfile(InvoiceType::invoice);
+    copyContent(*quote, created);
+    created.date = Clock::nowTimestamp();
+    created.number = nextInvoiceNumber();
+    created.quoteId = quoteId;
+    return storeNew(created);
+}
+
+std::optional<Invoice> InvoiceManager::cancelInvoice(const QUuid& id)
+{
+    const Invoice* found = invoice(id);
+    if (!found || found->type != InvoiceType::invoice)
+        return std::nullopt;
+    Invoice cancelled = *found;
+    Invoice cancellation = newFromProfile(InvoiceType::cancellation);
+    copyContent(cancelled, cancellation);
+    cancellation.number = nextCancellationNumber();
+    if (const Profile* profile = m_profiles.activeProfile())
+        cancellation.cancellationPrefix = profile->cancellationPrefix;
+    cancellation.cancelledInvoiceId = cancelled.id;
+    // A cancellation carries negative prices, also for credit lines that were negative already.
+    for (InvoiceItem& item : cancellation.items)
+        item.unitPrice = -std::fabs(item.unitPrice);
+    cancellation.date = Clock::nowTimestamp();
+    cancellation.statusUpdateDate = Clock::nowTimestamp();
+
+    if (cancelled.status != Status::cancelled) {
+        cancelled.status = Status::cancelled;
+        cancelled.statusUpdateDate = Clock::nowTimestamp();
+        saveInvoice(cancelled);
+    }
+    Invoice result = storeNew(cancellation);
+    Q_EMIT invoiceCancelled(cancelled.id, result.id);
+    return result;
+}
+
+std::optional<QString> InvoiceManager::deleteInvoice(const QUuid& id)
+{
+    const auto folder = invoicesFolder();
+    const auto path = filePath(id);
+    if (!folder || !invoice(id))
+        return u"no such invoice"_s;
+    if (path && QFileInfo::exists(*path) && !QFile::remove(*path))
+        return QStringLiteral("cannot remove %1").arg(*path);
+    // Reminders without their invoice would be orphans.
+    for (const QString& name : filesMatching(*folder, u"*-"_s + idPrefix(id) + u"-reminder*.json"_s)) {
+        const QString reminder = *folder + u'/' + name;
+        if (uuidIn(reminder, "invoiceId"_L1) == id) {
+            QFile::remove(reminder);
+            m_stamps.remove(name);
+        }
+    }
+    if (path)
+        m_stamps.remove(QFileInfo(*path).fileName());
+    m_fileNames.remove(id);
+    m_invoices.removeIf([&](const Invoice& i) { return i.id == id; });
+    Q_EMIT invoicesChanged();
+    return std::nullopt;
+}
+
+int InvoiceManager::nextInvoiceNumber() const
+{
+    const Profile* profile = m_profiles.activeProfile();
+    return profile ? NumberAssignment::nextNumber(InvoiceType::invoice, m_invoices, *profile) : 1;
+}
+
+int InvoiceManager::nextCancellationNumber() const
+{
+    const Profile* profile = m_profiles.activeProfile();
+    return profile ? NumberAssignment::nextNumber(InvoiceType::cancellation, m_invoices, *profile) : 1;
+}
+
+int InvoiceManager::nextQuoteNumber() const
+{
+    const Profile* profile = m_profiles.activeProfile();
+    return profile ? NumberAssignment::nextNumber(InvoiceType::quote, m_invoices, *profile) : 1;
+}
+
+std::optional<InvoiceItem> InvoiceManager::pasteItem() const
+{
+    if (!m_copiedItem)
+        return std::nullopt;
+    InvoiceItem item = *m_copiedItem;
+    item.id = QUuid::createUuid();
+    return item;
+}
+
+bool InvoiceManager::changedOnDisk(const QUuid& id) const
+{
+    const auto path = filePath(id);
+    return path && stampOf(*path) != m_stamps.value(QFileInfo(*path).fileName());
+}
+
+void InvoiceManager::onFolderChanged()
+{
+    const auto folder = invoicesFolder();
+    if (!folder)
+        return;
+    // Compare the folder with what the store last read or wrote; its own writes show no difference.
+    QHash<QString, Stamp> onDisk;
+    QDirIterator it(*folder, {u"*.json"_s}, QDir::Files);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        if (!isReminderFileName(it.fileName()))
+            onDisk.insert(it.fileName(), stampOf(path));
+    }
+    bool changed = false;
+    for (auto entry = onDisk.constBegin(); entry != onDisk.constEnd(); ++entry) {
+        if (m_stamps.value(entry.key()) == entry.value())
+            continue;
+        const QString path = *folder + u'/' + entry.key();
+        const auto bytes = Files::read(path);
+        if (!bytes)
+            continue;
+        try {
+            const Invoice updated = InvoiceJson::decode(*bytes);
+            m_fileNames.insert(updated.id, entry.key());
+            replaceOrAppend(updated);
+        } catch (const JsonDecodeError& error) {
+            qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':'
+                                           << error.message();
+        }
+        m_stamps.insert(entry.key(), entry.value());
+        changed = true;
+    }
+    for (auto entry = m_stamps.constBegin(); entry != m_stamps.constEnd(); ++entry) {
+        if (onDisk.contains(entry.key()))
+            continue;
+        // Removed by someone else: drop the invoices that lived in it.
+        const QList<QUuid> gone = m_fileNames.keys(entry.key());
+        for (const QUuid& id : gone) {
+            m_fileNames.remove(id);
+            m_invoices.removeIf([&](const Invoice& i) { return i.id == id; });
+        }
+        changed = true;
+    }
+    m_stamps.removeIf([&](const auto& entry) { return !onDisk.contains(entry.key()); });
+    if (!changed)
+        return;
+    bumpRefreshTrigger();
+    Q_EMIT invoicesChanged();
+}
+
+InvoiceFileWatcher::InvoiceFileWatcher(InvoiceManager& invoices, QObject* parent)
+    : QObject(parent), m_invoices(invoices)
+{
+    connect(&m_fileWatcher, &FileWatcherManager::fileChanged, this, [this] {
+        if (m_currentInvoiceId && m_invoices.changedOnDisk(*m_currentInvoiceId))
+            Q_EMIT invoiceUpdated(*m_currentInvoiceId);
+    });
+    // The store moves the file when the invoice's date changes; follow it.
+    connect(&m_invoices, &InvoiceManager::invoiceSaved, this, [this](const QUuid& id) {
+        if (id == m_currentInvoiceId)
+            setInvoice(id);
+    });
+}
+
+void InvoiceFileWatcher::setInvoice(const std::optional<QUuid>& id)
+{
+    m_fileWatcher.stopAll();
+    m_currentInvoiceId = id;
+    if (!id)
+        return;
+    if (const auto path = m_invoices.filePath(*id))
+        m_fileWatcher.watchFile(*path);
+}

@@ -1,0 +1,129 @@
+#pragma once
+
+#include "model/Invoice.h"
+#include "storage/FileWatcherManager.h"
+#include "storage/ProfileManager.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QObject>
+
+#include <functional>
+#include <optional>
+
+// Owns the invoices of the active profile: one JSON file per invoice in the profile's
+// "Invoices" folder, named from the invoice's date and the start of its id
+// ("2025-03-14-3F2A9C.json"). Reminder files live beside them ("…-reminder-1.json").
+class InvoiceManager : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr const char* folderName = "Invoices";
+
+    explicit InvoiceManager(ProfileManager& profiles, QObject* parent = nullptr);
+
+    static QString fileName(const Invoice& invoice);
+    static QString fileStem(const Invoice& invoice);
+    // "-reminder.json" for number 0, "-reminder-N.json" otherwise, after the invoice's stem.
+    static QString reminderFileName(const QString& invoiceStem, int number);
+    static bool isReminderFileName(const QString& name);
+    // The warning shown before deleting, or empty when none is due (drafts, quotes, cancellations).
+    static QString deletionWarning(const Invoice& invoice);
+
+    std::optional<QString> invoicesFolder() const;
+
+    // Reads every invoice file of the active profile; broken files are logged and skipped.
+    void loadInvoices();
+    // Reloads one invoice from its file (after a change from outside).
+    std::optional<Invoice> loadInvoice(const QUuid& id);
+
+    const QList<Invoice>& invoices() const { return m_invoices; }
+    const Invoice* invoice(const QUuid& id) const;
+    // The file an invoice was last read from or written to.
+    std::optional<QString> filePath(const QUuid& id) const;
+    int refreshTrigger() const { return m_refreshTrigger; }
+    std::optional<QUuid> newlyCreatedInvoiceId() const { return m_newlyCreatedInvoiceId; }
+
+    // Called with an invoice after it was saved.
+    std::function<void(const Invoice&)> onInvoiceUpdated;
+
+    // Writes the invoice under its current name, removes files it had under an older name and
+    // moves its reminder files along. Returns the error text.
+    std::optional<QString> saveInvoice(const Invoice& invoice);
+
+    Invoice createInvoice();
+    Invoice createQuote();
+    std::optional<Invoice> duplicateInvoice(const QUuid& id);
+    // An invoice made from a quote: like a duplicate, with the next invoice number and quoteId set.
+    std::optional<Invoice> createInvoiceFromQuote(const QUuid& quoteId);
+    // A cancellation invoice with negative prices; the cancelled invoice becomes `cancelled`.
+    std::optional<Invoice> cancelInvoice(const QUuid& id);
+    // Removes the invoice's file and its reminder files.
+    std::optional<QString> deleteInvoice(const QUuid& id);
+
+    int nextInvoiceNumber() const;
+    int nextCancellationNumber() const;
+    int nextQuoteNumber() const;
+
+    void copyItem(const InvoiceItem& item) { m_copiedItem = item; }
+    const std::optional<InvoiceItem>& copiedItem() const { return m_copiedItem; }
+    // The copied item as a new line (fresh id), to append to another invoice.
+    std::optional<InvoiceItem> pasteItem() const;
+
+    // True when the invoice's file on disk differs from what the store last read or wrote.
+    bool changedOnDisk(const QUuid& id) const;
+
+Q_SIGNALS:
+    void invoicesChanged();
+    void refreshTriggerChanged(int refreshTrigger);
+    void newlyCreatedInvoiceIdChanged();
+    void invoiceSaved(const QUuid& id);
+    // A cancellation was created for an invoice.
+    void invoiceCancelled(const QUuid& cancelledInvoiceId, const QUuid& cancellationId);
+
+private:
+    struct Stamp
+    {
+        qint64 modified = 0;
+        qint64 size = -1;
+        friend bool operator==(const Stamp&, const Stamp&) = default;
+    };
+    static Stamp stampOf(const QString& path);
+
+    Invoice newFromProfile(InvoiceType type) const;
+    static void copyContent(const Invoice& source, Invoice& target);
+    Invoice& storeNew(Invoice invoice);
+    void replaceOrAppend(const Invoice& invoice);
+    void onFolderChanged();
+    void bumpRefreshTrigger();
+
+    ProfileManager& m_profiles;
+    QList<Invoice> m_invoices;
+    QHash<QUuid, QString> m_fileNames; // invoice id -> file name in the folder
+    QHash<QString, Stamp> m_stamps;    // file name -> as last read or written by the store
+    int m_refreshTrigger = 0;
+    std::optional<QUuid> m_newlyCreatedInvoiceId;
+    std::optional<InvoiceItem> m_copiedItem;
+    ProfileDirectoryWatcher m_watcher;
+};
+
+// Watches the file of the invoice open in an editor and reports changes made by others.
+class InvoiceFileWatcher : public QObject
+{
+    Q_OBJECT
+public:
+    explicit InvoiceFileWatcher(InvoiceManager& invoices, QObject* parent = nullptr);
+
+    void setInvoice(const std::optional<QUuid>& id);
+    std::optional<QUuid> currentInvoiceId() const { return m_currentInvoiceId; }
+
+Q_SIGNALS:
+    // The editor reloads the invoice (InvoiceManager::loadInvoice) when this fires.
+    void invoiceUpdated(const QUuid& id);
+
+private:
+    InvoiceManager& m_invoices;
+    FileWatcherManager m_fileWatcher;
+    std::optional<QUuid> m_currentInvoiceId;
+};

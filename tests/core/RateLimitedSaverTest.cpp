@@ -1,0 +1,51 @@
+#include "storage/RateLimitedSaver.h"
+
+#include "support/StorageFixture.h"
+
+#include <QElapsedTimer>
+
+#include <memory>
+
+using namespace std::chrono_literals;
+
+class RateLimitedSaverTest : public StorageFixture
+{
+};
+
+TEST_F(RateLimitedSaverTest, FirstRunsAtOnceLaterOnesMergeIntoTheLast)
+{
+    RateLimitedSaver saver;
+    QList<std::pair<int, qint64>> runs;
+    QElapsedTimer clock;
+    clock.start();
+    for (int i = 1; i <= 5; ++i) {
+        saver.request([&, i] { runs.append({i, clock.elapsed()}); });
+        spin(60); // five requests within 0.3 s
+    }
+    ASSERT_EQ(runs.size(), 1);
+    EXPECT_EQ(runs[0].first, 1);
+    EXPECT_TRUE(saver.hasPendingRequest());
+    ASSERT_TRUE(waitFor([&] { return runs.size() == 2; }, 2000));
+    EXPECT_EQ(runs[1].first, 5);
+    EXPECT_GE(runs[1].second, 950);
+    EXPECT_LE(runs[1].second, 1400);
+    spin(300);
+    EXPECT_EQ(runs.size(), 2);
+
+    // A request well after the last run goes through at once.
+    spin(1100);
+    saver.request([&] { runs.append({6, clock.elapsed()}); });
+    EXPECT_EQ(runs.size(), 3);
+}
+
+TEST_F(RateLimitedSaverTest, DestroyingTheSaverDropsThePendingRun)
+{
+    int runs = 0;
+    auto saver = std::make_unique<RateLimitedSaver>(200ms);
+    saver->request([&] { ++runs; });
+    saver->request([&] { ++runs; });
+    EXPECT_EQ(runs, 1);
+    saver.reset();
+    spin(400);
+    EXPECT_EQ(runs, 1);
+}
