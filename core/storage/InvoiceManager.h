@@ -23,6 +23,8 @@ public:
 
     explicit InvoiceManager(ProfileManager& profiles, QObject* parent = nullptr);
 
+    // The usual name; should another invoice of the same day already have it (their ids begin
+    // alike), the invoice is saved under a name with more of its id.
     static QString fileName(const Invoice& invoice);
     static QString fileStem(const Invoice& invoice);
     // "-reminder.json" for number 0, "-reminder-N.json" otherwise, after the invoice's stem.
@@ -42,6 +44,8 @@ public:
     const Invoice* invoice(const QUuid& id) const;
     // The file an invoice was last read from or written to.
     std::optional<QString> filePath(const QUuid& id) const;
+    // Its name without ".json"; reminder files are named after it.
+    std::optional<QString> fileStemOf(const QUuid& id) const;
     int refreshTrigger() const { return m_refreshTrigger; }
     std::optional<QUuid> newlyCreatedInvoiceId() const { return m_newlyCreatedInvoiceId; }
 
