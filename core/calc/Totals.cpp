@@ -60,15 +60,38 @@ double basisOf(const Invoice& invoice, double rate)
     return basis;
 }
 
+// The discount is shared out over the groups by their nets, each share rounded; the last
+// group takes what rounding left over, so the shares add up to the discount to the cent.
+// VAT is computed from the rounded basis. Documents, lists and e-invoices all use these
+// figures, so an invoice shows one set of numbers everywhere.
+QList<VATGroup> groupsFor(const Invoice& invoice, double subtotal, double discount)
+{
+    const QList<double> rates = distinctRates(invoice, false);
+    QList<VATGroup> groups;
+    double allotted = 0;
+    for (qsizetype i = 0; i < rates.size(); ++i) {
+        VATGroup group;
+        group.rate = rates[i];
+        group.originalBasis = basisOf(invoice, group.rate);
+        double share = 0;
+        if (i + 1 == rates.size())
+            share = round2(discount - allotted);
+        else if (subtotal != 0)
+            share = round2(discount * group.originalBasis / subtotal);
+        allotted += share;
+        group.discountedBasis = round2(group.originalBasis - share);
+        group.vatAmount = round2(group.rate * group.discountedBasis / 100.0);
+        groups.append(group);
+    }
+    return groups;
+}
+
 QList<VATAmount> breakdownFor(const Invoice& invoice, double subtotal, double discount)
 {
     QList<VATAmount> result;
-    for (const double rate : distinctRates(invoice, true)) {
-        double basis = basisOf(invoice, rate);
-        if (subtotal != 0)
-            basis = (subtotal - discount) * basis / subtotal;
-        result.append({rate, round2(rate * basis / 100.0)});
-    }
+    for (const VATGroup& group : groupsFor(invoice, subtotal, discount))
+        if (group.rate > 0)
+            result.append({group.rate, group.vatAmount});
     return result;
 }
 
@@ -119,18 +142,7 @@ Summary summarize(const Invoice& invoice)
 QList<VATGroup> vatGroups(const Invoice& invoice)
 {
     const double subtotal = netSubtotal(invoice);
-    const double discount = discountFor(invoice, subtotal);
-    QList<VATGroup> groups;
-    for (const double rate : distinctRates(invoice, false)) {
-        VATGroup group;
-        group.rate = rate;
-        group.originalBasis = basisOf(invoice, rate);
-        group.discountedBasis =
-            subtotal != 0 ? round2((subtotal - discount) * group.originalBasis / subtotal) : group.originalBasis;
-        group.vatAmount = round2(rate * group.discountedBasis / 100.0);
-        groups.append(group);
-    }
-    return groups;
+    return groupsFor(invoice, subtotal, discountFor(invoice, subtotal));
 }
 
 } // namespace Totals

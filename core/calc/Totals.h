@@ -19,12 +19,12 @@ struct VATAmount
     friend bool operator==(const VATAmount&, const VATAmount&) = default;
 };
 
-// The e-invoice writer's grouping by rate (rate 0 and negative rates included).
+// The grouping by rate (rate 0 and negative rates included) that e-invoices write out.
 struct VATGroup
 {
     double rate = 0;
     double originalBasis = 0;   // Σ rounded line nets before the invoice discount
-    double discountedBasis = 0; // the group's share of the discounted net, rounded
+    double discountedBasis = 0; // originalBasis less the group's rounded share of the discount
     double vatAmount = 0;       // from the rounded discounted basis, rounded
     friend bool operator==(const VATGroup&, const VATGroup&) = default;
 };
@@ -36,8 +36,8 @@ double netSubtotal(const Invoice& invoice);
 // The granted discount, rounded, with the sign of the subtotal. A positive percentage wins
 // over a fixed amount; a fixed amount never exceeds the subtotal's magnitude.
 double discountValue(const Invoice& invoice);
-// One entry per distinct positive rate (exact equality), ascending, VAT from the unrounded
-// pro-rata discounted basis.
+// One entry per distinct positive rate (exact equality), ascending: the VAT of the
+// positive-rate entries of vatGroups().
 QList<VATAmount> vatBreakdown(const Invoice& invoice);
 double totalVat(const Invoice& invoice);
 double grossTotal(const Invoice& invoice);

@@ -107,21 +107,35 @@ TEST(Totals, DiscountIsSharedProRataAcrossRates)
     EXPECT_EQ(groups[1], (VATGroup{19, 100, 90, 17.10}));
 }
 
-TEST(Totals, BreakdownUsesTheUnroundedBasisAndGroupsTheRoundedOne)
+TEST(Totals, BreakdownFollowsTheRoundedGroupBasis)
 {
-    // 12.35 at 19 % with 15 % off: the scaled basis is 10.499999999999998 in double, so the
-    // breakdown's VAT is 1.99, while the e-invoice group rounds the basis to 10.50 first and gets 2.00.
+    // 12.35 at 19 % with 15 % off: the pro-rata basis would be 10.499999999999998 in double
+    // (VAT 1.99); the group basis is the net less the rounded discount, 10.50, so VAT is 2.00
+    // in the breakdown and in the e-invoice alike (BR-CO-14, BR-S-09).
     Invoice invoice = invoiceWith({{1, 12.35, 19}});
     invoice.discountPercentage = 15;
     EXPECT_EQ(discountValue(invoice), 1.85);
     const QList<VATAmount> breakdown = vatBreakdown(invoice);
     ASSERT_EQ(breakdown.size(), 1);
-    EXPECT_EQ(breakdown[0].vatAmount, 1.99);
+    EXPECT_EQ(breakdown[0].vatAmount, 2.00);
     const QList<VATGroup> groups = vatGroups(invoice);
     ASSERT_EQ(groups.size(), 1);
     EXPECT_EQ(groups[0], (VATGroup{19, 12.35, 10.50, 2.00}));
-    // The document total follows the breakdown.
-    EXPECT_EQ(round2(grossTotal(invoice)), 12.49);
+    EXPECT_EQ(round2(grossTotal(invoice)), 12.50);
+}
+
+TEST(Totals, DiscountSharesAddUpToTheDiscount)
+{
+    // 0.05 off three groups of 0.10: each share rounds to 0.02, so the last group takes the
+    // remaining 0.01 and the shares still add up to the discount (BR-CO-11).
+    Invoice invoice = invoiceWith({{1, 0.10, 7}, {1, 0.10, 19}, {1, 0.10, 0}});
+    invoice.discountAmount = 0.05;
+    EXPECT_EQ(discountValue(invoice), 0.05);
+    const QList<VATGroup> groups = vatGroups(invoice);
+    ASSERT_EQ(groups.size(), 3);
+    EXPECT_EQ(groups[0].discountedBasis, 0.08);
+    EXPECT_EQ(groups[1].discountedBasis, 0.08);
+    EXPECT_EQ(groups[2].discountedBasis, 0.09);
 }
 
 TEST(Totals, RatesAreGroupedByExactEquality)

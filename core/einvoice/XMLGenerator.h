@@ -1,0 +1,53 @@
+#pragma once
+
+#include "model/Invoice.h"
+#include "model/Profile.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QStringList>
+
+#include <optional>
+
+class XMLElement;
+
+// Writes an invoice as an XRechnung 3.0 e-invoice in the UN/CEFACT CII syntax. The document
+// is the template resource with the invoice's values set by path and the lines, VAT groups,
+// discount allowances and the cancelled invoice's reference put in as fragments.
+class XMLGenerator
+{
+public:
+    // The XML as UTF-8, or nullopt when the template cannot be loaded. `invoices` are those of
+    // the profile; a cancellation finds the invoice it cancels among them.
+    static std::optional<QByteArray> generate(const Invoice& invoice, const Profile& profile,
+                                              const QList<Invoice>& invoices = {});
+    // The same from a given template document.
+    static std::optional<QByteArray> generate(const QByteArray& templateXml, const Invoice& invoice,
+                                              const Profile& profile, const QList<Invoice>& invoices);
+
+    // What the invoice lacks for a valid e-invoice, in the interface language; empty when it
+    // can be exported.
+    static QStringList missingFields(const Invoice& invoice);
+
+    // UN/ECE Recommendation 20 codes; unknown codes read back as pieces.
+    static QString unitCode(Unit unit);
+    static Unit unitFromCode(QStringView code);
+
+    // The exemption sentence in the document language, empty for none.
+    static QString exemptionText(const Invoice& invoice, const Profile& profile);
+    // "**bold**" and "*italic*" markers removed, the words kept.
+    static QString withoutEmphasis(const QString& text);
+    // The shortest plain decimal that reads back as the same double, with at least one
+    // fraction digit ("1.0", "2.5", "0.00001").
+    static QString formatQuantity(double quantity);
+    // "%.2f", never "-0.00".
+    static QString formatAmount(double amount);
+
+    static constexpr const char* templatePath = ":/einvoice/faktur-x.xml";
+    // The buyer reference written when the invoice has none.
+    static constexpr const char* noReference = "Keine Bestellnummer";
+
+private:
+    static std::optional<QByteArray> write(XMLElement document, const Invoice& invoice,
+                                           const Profile& profile, const QList<Invoice>& invoices);
+};
