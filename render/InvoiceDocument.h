@@ -1,0 +1,85 @@
+#pragma once
+
+#include "model/Invoice.h"
+#include "model/Profile.h"
+#include "render/PaginatedDocument.h"
+#include "render/Styling.h"
+
+#include <QDate>
+#include <QHash>
+#include <QList>
+#include <QString>
+
+class WebFontManager;
+
+enum class ColorScheme
+{
+    light,
+    dark
+};
+
+// One invoice, quote or cancellation as an HTML page built from the resource templates
+// "Shell.html", "Template.css" and "InvoiceContent.html". Built fresh for every rendering.
+class InvoiceDocument : public PaginatedDocument
+{
+public:
+    // `invoices` are the profile's invoices, to name the invoice that a cancellation cancels
+    // and the quote an invoice came from. `fonts` defaults to the shared catalogue.
+    InvoiceDocument(Invoice invoice, Profile profile, Styling styling, QList<Invoice> invoices = {},
+                    ColorScheme scheme = ColorScheme::light, const WebFontManager* fonts = nullptr);
+
+    QString render(PageKind kind, const std::optional<QList<int>>& blocks,
+                   const QString& extraClasses = {}) const override;
+    QStringList selectors() const override;
+    int blockCount() const override;
+    PageFormat pageFormat() const override { return m_styling.pageFormat; }
+    int paddingCount() const override;
+    std::optional<QString> headerSelector() const override { return QStringLiteral(".main-table thead"); }
+    double topReserve(double rem) const override;
+
+    const Invoice& invoice() const { return m_invoice; }
+    const Styling& styling() const { return m_styling; }
+    Language language() const { return m_language; }
+
+    // "Template.css" with every style placeholder filled.
+    QString styleSheet() const;
+    // The style placeholders and their values (without "{{" "}}").
+    QHash<QString, QString> styleValues() const;
+
+    // Helpers shared with the reminder letter.
+    static QString escape(const QString& text);
+    // Escaped text with **strong** and *emphasis*.
+    static QString inlineMarkdown(const QString& text);
+    // Each line a "note-line" inside a "note"; an empty line keeps its height.
+    static QString noteHtml(const QString& text);
+    // Page geometry: rounded to thousandths, whole numbers without a point.
+    static QString formatGeometry(double value);
+    // "1.234,50 €" in German, "€1,234.50" in English.
+    static QString formatAmount(double amount, const QString& currency, Language language);
+    static QString formatDate(QDate date, Language language, bool withYear = true);
+    static QString formatQuantity(double quantity, Language language);
+    // Replaces every "{{name}}" by its value.
+    static QString fill(QString text, const QHash<QString, QString>& values);
+    static QString loadTemplate(const QString& name, QString* error);
+    static QString errorPage(const QString& error);
+
+protected:
+    QString shell(const QString& content, const QString& bodyClasses, QString* error) const;
+    QString text(const QString& key) const;
+    QString logoHtml() const;
+    QString senderLine() const;
+    QString recipientHtml() const;
+
+private:
+    int noteLineCount() const;
+    QString itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock, bool showQuantity) const;
+    QString totalBlock() const;
+
+    Invoice m_invoice;
+    Profile m_profile;
+    Styling m_styling;
+    QList<Invoice> m_invoices;
+    ColorScheme m_scheme;
+    const WebFontManager* m_fonts;
+    Language m_language;
+};

@@ -1,0 +1,49 @@
+#include "render/RenderEnvironment.h"
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+
+#include <unistd.h>
+
+namespace RenderEnvironment {
+
+namespace {
+
+QLoggingCategory::CategoryFilter s_previousFilter = nullptr;
+
+void quietEngineReport(QLoggingCategory* category)
+{
+    if (s_previousFilter)
+        s_previousFilter(category);
+    if (qstrcmp(category->categoryName(), "qt.webenginecontext") == 0) {
+        category->setEnabled(QtInfoMsg, false);
+        category->setEnabled(QtWarningMsg, false);
+    }
+}
+
+} // namespace
+
+void prepare()
+{
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    // Documents need no GPU; software rendering starts faster and works on headless machines.
+    if (qEnvironmentVariableIsEmpty("QTWEBENGINE_CHROMIUM_FLAGS")) {
+        QByteArray flags = "--disable-gpu --disable-logging";
+        if (geteuid() == 0)
+            flags += " --no-sandbox";
+        qputenv("QTWEBENGINE_CHROMIUM_FLAGS", flags);
+    } else if (geteuid() == 0 && qEnvironmentVariableIsEmpty("QTWEBENGINE_DISABLE_SANDBOX")) {
+        qputenv("QTWEBENGINE_DISABLE_SANDBOX", "1");
+    }
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
+        qputenv("QT_QUICK_BACKEND", "software");
+    // The engine's start-up report is noise on a command line. A filter rather than a rule, so
+    // that rules set by the program later keep it.
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+        s_previousFilter = QLoggingCategory::installFilter(quietEngineReport);
+}
+
+} // namespace RenderEnvironment
