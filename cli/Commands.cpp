@@ -1,5 +1,6 @@
 #include "Commands.h"
 
+#include "DataStores.h"
 #include "model/InvoiceJson.h"
 
 #include <QFile>
@@ -13,6 +14,16 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeDemoCommand());
     commands.push_back(makeTotalsCommand());
     commands.push_back(makeNumberCommand());
+    commands.push_back(makeProfileCommand());
+    commands.push_back(makeInvoiceCommand());
+    commands.push_back(makeDataDirCommand());
+    commands.push_back(makePdfCommand());
+    commands.push_back(makeHtmlCommand());
+    commands.push_back(makeImportPdfCommand());
+    commands.push_back(makeStylingCommand());
+    commands.push_back(makeXRechnungCommand());
+    commands.push_back(makeImportEInvoiceCommand());
+    commands.push_back(makeCsvCommand());
     return commands;
 }
 
@@ -30,8 +41,13 @@ Invoice readInvoiceFile(const QString& path)
 
 InvoiceContext resolveInvoice(const QString& argument)
 {
-    if (!QFileInfo::exists(argument))
+    const bool isFile = QFileInfo(argument).isFile();
+    if (!isFile && (argument.endsWith(u".json"_s) || argument.contains(u'/')))
         throw CliError(QStringLiteral("%1: no such invoice file").arg(argument));
+    if (!isFile) {
+        DataStores& stores = dataStores();
+        return {stores.find(argument), stores.activeProfile()};
+    }
     InvoiceContext context{readInvoiceFile(argument), Profile::makeNew()};
     // Outside a data folder the invoice's own sender snapshot stands in for its profile.
     const Invoice& invoice = context.invoice;
@@ -54,6 +70,13 @@ InvoiceContext resolveInvoice(const QString& argument)
     if (invoice.language)
         profile.language = *invoice.language;
     return context;
+}
+
+QString joinNonEmpty(const QStringList& parts)
+{
+    QStringList kept = parts;
+    kept.removeIf([](const QString& part) { return part.trimmed().isEmpty(); });
+    return kept.join(QStringLiteral(", "));
 }
 
 QString formatAmount(double amount)

@@ -10,6 +10,16 @@
 std::unique_ptr<Command> makeTotalsCommand();
 std::unique_ptr<Command> makeNumberCommand();
 std::unique_ptr<Command> makeDemoCommand();
+std::unique_ptr<Command> makeProfileCommand();
+std::unique_ptr<Command> makeInvoiceCommand();
+std::unique_ptr<Command> makeDataDirCommand();
+std::unique_ptr<Command> makePdfCommand();
+std::unique_ptr<Command> makeHtmlCommand();
+std::unique_ptr<Command> makeImportPdfCommand();
+std::unique_ptr<Command> makeStylingCommand();
+std::unique_ptr<Command> makeXRechnungCommand();
+std::unique_ptr<Command> makeImportEInvoiceCommand();
+std::unique_ptr<Command> makeCsvCommand();
 
 // Shared by the commands that read record files.
 class CliError : public std::runtime_error
@@ -33,6 +43,9 @@ struct InvoiceContext
 // unambiguous id prefix or the displayed number of an invoice of the active profile.
 // Throws CliError naming the argument and the problem.
 InvoiceContext resolveInvoice(const QString& argument);
+
+// The non-empty parts joined with ", ".
+QString joinNonEmpty(const QStringList& parts);
 
 // "1234.50" — amounts on the command line are plain, locale-independent, two decimals.
 QString formatAmount(double amount);

@@ -3,8 +3,11 @@
 #include "model/InvoiceJson.h"
 #include "model/ProfileJson.h"
 #include "numbering/NumberFormat.h"
+#include "render/DocumentExport.h"
 
+#include <QDir>
 #include <QFile>
+#include <QSaveFile>
 
 namespace {
 
@@ -20,17 +23,28 @@ class DemoCommand : public Command
 {
 public:
     QString name() const override { return QStringLiteral("demo"); }
-    QString summary() const override { return QStringLiteral("Show the built-in sample invoice and its totals."); }
+    QString summary() const override
+    {
+        return QStringLiteral("Show the built-in sample invoice and its totals, and write its PDF.");
+    }
 
 protected:
-    void configure(QCommandLineParser&) override {}
+    void configure(QCommandLineParser& parser) override
+    {
+        parser.addOption({{QStringLiteral("o"), QStringLiteral("output-dir")},
+                          QStringLiteral("Folder for sample-invoice.pdf (default: the current folder)."),
+                          QStringLiteral("DIR"), QStringLiteral(".")});
+        parser.addOption({QStringLiteral("no-pdf"), QStringLiteral("Only print the invoice.")});
+    }
 
-    int run(const QCommandLineParser&) override
+    int run(const QCommandLineParser& parser) override
     {
         try {
             const Profile profile = ProfileJson::decode(resource(QStringLiteral(":/samples/sample-profile.json")));
             const Invoice invoice = InvoiceJson::decode(resource(QStringLiteral(":/samples/sample-invoice.json")));
             printInvoice(invoice, profile);
+            if (!parser.isSet(QStringLiteral("no-pdf")))
+                writePdf(invoice, profile, parser.value(QStringLiteral("output-dir")));
         } catch (const CliError& error) {
             return fail(error.message());
         } catch (const JsonDecodeError& error) {
@@ -40,6 +54,19 @@ protected:
     }
 
 private:
+    static void writePdf(const Invoice& invoice, const Profile& profile, const QString& folder)
+    {
+        const auto pdf = DocumentExport::invoicePdf(invoice, profile, Styling::makeNew(profile.addressCountry));
+        if (!pdf)
+            throw CliError(QStringLiteral("the sample PDF could not be created"));
+        QDir().mkpath(folder);
+        const QString path = QDir(folder).filePath(QStringLiteral("sample-invoice.pdf"));
+        QSaveFile file(path);
+        if (!file.open(QIODevice::WriteOnly) || file.write(*pdf) < 0 || !file.commit())
+            throw CliError(QStringLiteral("%1: cannot write the file: %2").arg(path, file.errorString()));
+        out() << "\nPDF: " << path << '\n';
+    }
+
     static void printInvoice(const Invoice& invoice, const Profile& profile)
     {
         const Language language = invoice.documentLanguage(profile);

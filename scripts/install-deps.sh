@@ -13,7 +13,18 @@ APT_PACKAGES=(
     libsimdjson-dev
     # tests
     libgtest-dev libgmock-dev
+    # e-invoice tests: schema checks of written XML
+    libxml2-utils
+    # documents: HTML layout and PDF printing, PDF reading and writing
+    qt6-webengine-dev libqpdf-dev
+    # PDF text checks in the tests
+    poppler-utils
 )
+# Document fonts and test schemas come from the npm registry at build time. A machine that
+# already has npm (for example Node from another repository, which bundles it) keeps its own.
+if ! command -v npm >/dev/null 2>&1; then
+    APT_PACKAGES+=(nodejs npm)
+fi
 
 as_root() {
     if [ "$(id -u)" -eq 0 ]; then
@@ -34,4 +45,13 @@ if [ ${#missing[@]} -gt 0 ]; then
     echo "install-deps: installing ${missing[*]}"
     as_root apt-get update -qq
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+# The document fonts come from the npm registry and are never committed. The build installs
+# them into its own tree (render/CMakeLists.txt); fetching them here as well warms npm's cache
+# so that a later build needs no network.
+if command -v npm >/dev/null 2>&1; then
+    font_cache="${XDG_CACHE_HOME:-$HOME/.cache}/ledra-fonts"
+    npm install --prefix "$font_cache" --no-save --no-package-lock --no-audit --no-fund --loglevel=error \
+        @fontsource/source-serif-4@5.3.1 @fontsource/ia-writer-duo@5.2.5 >/dev/null
 fi

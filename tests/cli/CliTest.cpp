@@ -105,7 +105,7 @@ TEST(Cli, HelpForEveryCommandAndUnknownCommands)
 
 TEST(Cli, DemoShowsTheSampleInvoice)
 {
-    const CliResult result = ledra({QStringLiteral("demo")});
+    const CliResult result = ledra({QStringLiteral("demo"), QStringLiteral("--no-pdf")});
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     EXPECT_TRUE(result.out.contains(u"Invoice 2025-007"));
     EXPECT_TRUE(result.out.contains(u"Stunde")); // units in the document language

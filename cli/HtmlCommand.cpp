@@ -1,0 +1,69 @@
+#include "Commands.h"
+
+#include "render/InvoiceDocument.h"
+#include "render/StylingManager.h"
+
+#include <QFileInfo>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// The HTML of one page as the PDF renderer loads it: for working on the templates.
+class HtmlCommand : public Command
+{
+public:
+    QString name() const override { return u"html"_s; }
+    QString summary() const override
+    {
+        return u"Print the page HTML of an invoice document (for templates)."_s;
+    }
+
+protected:
+    void configure(QCommandLineParser& parser) override
+    {
+        parser.addOption(
+            {u"page-kind"_s, u"single (default), first, middle or last."_s, u"K"_s, u"single"_s});
+        parser.addOption(
+            {u"profile-dir"_s, u"The profile folder whose styling.json, logo and CSS are used."_s, u"DIR"_s});
+        parser.addPositionalArgument(u"INVOICE"_s,
+                                     u"An invoice file, or an invoice of the active profile."_s);
+    }
+
+    int run(const QCommandLineParser& parser) override
+    {
+        const QStringList arguments = parser.positionalArguments();
+        if (arguments.size() != 1)
+            return usageError(u"give exactly one invoice"_s);
+        const auto kind = pageKindFromClass(parser.value(u"page-kind"_s));
+        if (!kind)
+            return usageError(
+                u"unknown page kind '%1' (single, first, middle, last)"_s.arg(parser.value(u"page-kind"_s)));
+        InvoiceContext context;
+        try {
+            context = resolveInvoice(arguments[0]);
+        } catch (const CliError& error) {
+            return fail(error.message());
+        }
+        // Without a profile folder the page format follows the sender's country.
+        Styling styling = Styling::makeNew(context.profile.addressCountry);
+        if (parser.isSet(u"profile-dir"_s)) {
+            const QString folder = parser.value(u"profile-dir"_s);
+            if (!QFileInfo(folder).isDir())
+                return fail(u"%1: no such profile folder"_s.arg(folder));
+            StylingManager manager(folder);
+            styling = *manager.styling();
+        }
+        const InvoiceDocument document(context.invoice, context.profile, styling);
+        out() << document.render(*kind, std::nullopt);
+        out().flush();
+        return ExitCode::ok;
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeHtmlCommand()
+{
+    return std::make_unique<HtmlCommand>();
+}

@@ -1,0 +1,74 @@
+#include "Commands.h"
+
+#include "render/DocumentExport.h"
+#include "render/StylingManager.h"
+
+#include <QFileInfo>
+#include <QSaveFile>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+class PdfCommand : public Command
+{
+public:
+    QString name() const override { return u"pdf"_s; }
+    QString summary() const override { return u"Write the PDF document of an invoice."_s; }
+
+protected:
+    void configure(QCommandLineParser& parser) override
+    {
+        parser.addOption({{u"o"_s, u"output"_s},
+                          u"The PDF file to write (default: the invoice file's name with .pdf)."_s,
+                          u"FILE"_s});
+        parser.addOption(
+            {u"profile-dir"_s, u"The profile folder whose styling.json, logo and CSS are used."_s, u"DIR"_s});
+        parser.addPositionalArgument(u"INVOICE"_s,
+                                     u"An invoice file, or an invoice of the active profile."_s);
+    }
+
+    int run(const QCommandLineParser& parser) override
+    {
+        const QStringList arguments = parser.positionalArguments();
+        if (arguments.size() != 1)
+            return usageError(u"give exactly one invoice"_s);
+        InvoiceContext context;
+        try {
+            context = resolveInvoice(arguments[0]);
+        } catch (const CliError& error) {
+            return fail(error.message());
+        }
+        // Without a profile folder the page format follows the sender's country.
+        Styling styling = Styling::makeNew(context.profile.addressCountry);
+        if (parser.isSet(u"profile-dir"_s)) {
+            const QString folder = parser.value(u"profile-dir"_s);
+            if (!QFileInfo(folder).isDir())
+                return fail(u"%1: no such profile folder"_s.arg(folder));
+            StylingManager manager(folder);
+            styling = *manager.styling();
+        }
+        QString output = parser.value(u"output"_s);
+        if (output.isEmpty()) {
+            const QFileInfo input(arguments[0]);
+            output = input.exists() ? input.path() + u'/' + input.completeBaseName() + u".pdf"_s
+                                    : context.invoice.id.toString(QUuid::WithoutBraces).toUpper() + u".pdf"_s;
+        }
+        const std::optional<QByteArray> pdf =
+            DocumentExport::invoicePdf(context.invoice, context.profile, styling);
+        if (!pdf)
+            return fail(u"%1: the PDF could not be created"_s.arg(arguments[0]));
+        QSaveFile file(output);
+        if (!file.open(QIODevice::WriteOnly) || file.write(*pdf) < 0 || !file.commit())
+            return fail(u"%1: cannot write the file: %2"_s.arg(output, file.errorString()));
+        out() << output << Qt::endl;
+        return ExitCode::ok;
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makePdfCommand()
+{
+    return std::make_unique<PdfCommand>();
+}

@@ -1,0 +1,156 @@
+#include "Commands.h"
+#include "DataStores.h"
+#include "JsonEdit.h"
+
+#include "model/ProfileJson.h"
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+class ProfileCommand : public Command
+{
+public:
+    QString name() const override { return u"profile"_s; }
+    QString summary() const override { return u"List, create, rename, delete, switch and edit sender profiles."_s; }
+
+protected:
+    void configure(QCommandLineParser& parser) override
+    {
+        parser.addOption({u"json"_s, u"Machine-readable output (list, show)."_s});
+        parser.addPositionalArgument(u"action"_s,
+                                     u"list | new NAME | rename OLD NEW | delete NAME | use NAME | show | "
+                                     u"set KEY VALUE (KEY as in profile.json, e.g. businessName, address.city, "
+                                     u"vatPercentage)"_s,
+                                     u"ACTION [ARGS...]"_s);
+    }
+
+    int run(const QCommandLineParser& parser) override
+    {
+        QStringList args = parser.positionalArguments();
+        if (args.isEmpty())
+            return usageError(u"no action given"_s);
+        const QString action = args.takeFirst();
+        const bool json = parser.isSet(u"json"_s);
+        auto expect = [&](qsizetype count) {
+            if (args.size() != count)
+                throw CliError(QStringLiteral("%1 takes %2 argument(s)").arg(action).arg(count));
+        };
+        try {
+            ProfileManager& profiles = dataStores().profiles();
+            if (action == u"list") {
+                expect(0);
+                return list(profiles, json);
+            }
+            if (action == u"show") {
+                expect(0);
+                return show(*profiles.activeProfile(), json);
+            }
+            if (action == u"new") {
+                expect(1);
+                check(profiles.createProfile(args[0]));
+                out() << "Created profile \"" << args[0].trimmed() << "\"\n";
+                return ExitCode::ok;
+            }
+            if (action == u"rename") {
+                expect(2);
+                check(profiles.renameProfile(named(profiles, args[0]).id, args[1]));
+                out() << "Renamed \"" << args[0] << "\" to \"" << args[1].trimmed() << "\"\n";
+                return ExitCode::ok;
+            }
+            if (action == u"delete") {
+                expect(1);
+                check(profiles.deleteProfile(named(profiles, args[0]).id));
+                out() << "Deleted profile \"" << args[0] << "\"; active: " << profiles.activeProfile()->displayName()
+                      << '\n';
+                return ExitCode::ok;
+            }
+            if (action == u"use") {
+                expect(1);
+                profiles.setActiveProfile(named(profiles, args[0]).id);
+                out() << "Active profile: " << profiles.activeProfile()->displayName() << '\n';
+                return ExitCode::ok;
+            }
+            if (action == u"set") {
+                expect(2);
+                const Profile& active = *profiles.activeProfile();
+                Profile changed;
+                try {
+                    changed = ProfileJson::decode(setJsonField(ProfileJson::encode(active), args[0], args[1]));
+                } catch (const JsonDecodeError& error) {
+                    throw CliError(error.message());
+                }
+                changed.profileName = active.profileName;
+                check(profiles.saveProfile(changed));
+                out() << args[0] << " = " << args[1] << '\n';
+                return ExitCode::ok;
+            }
+        } catch (const CliError& error) {
+            return fail(error.message());
+        }
+        return usageError(QStringLiteral("unknown action \"%1\"").arg(action));
+    }
+
+private:
+    static void check(const std::optional<QString>& error)
+    {
+        if (error)
+            throw CliError(*error);
+    }
+
+    static const Profile& named(const ProfileManager& profiles, const QString& name)
+    {
+        if (const Profile* profile = profiles.profileNamed(name.trimmed()))
+            return *profile;
+        throw CliError(QStringLiteral("no profile named \"%1\"").arg(name));
+    }
+
+    static int list(const ProfileManager& profiles, bool json)
+    {
+        const Profile* active = profiles.activeProfile();
+        if (json) {
+            JsonWriter w;
+            w.beginArray();
+            for (const Profile& p : profiles.profiles()) {
+                w.beginObject();
+                w.field("name"_L1, p.displayName());
+                w.field("id"_L1, p.id);
+                w.field("businessName"_L1, p.businessName);
+                w.field("active"_L1, active && active->id == p.id);
+                w.endObject();
+            }
+            w.endArray();
+            out() << w.take();
+            return ExitCode::ok;
+        }
+        for (const Profile& p : profiles.profiles())
+            out() << (active && active->id == p.id ? "* " : "  ") << p.displayName().leftJustified(24) << ' '
+                  << p.businessName << '\n';
+        return ExitCode::ok;
+    }
+
+    static int show(const Profile& profile, bool json)
+    {
+        if (json) {
+            out() << ProfileJson::encode(profile);
+            return ExitCode::ok;
+        }
+        out() << "Profile:     " << profile.displayName() << '\n'
+              << "Sender:      " << joinNonEmpty({profile.businessName, profile.name}) << '\n'
+              << "Address:     " << profile.addressLineOne << ", " << profile.addressPostcode << ' '
+              << profile.addressCity << ", " << profile.addressCountry.code << '\n'
+              << "Language:    " << labelText(profile.language) << ", currency " << profile.currency.code
+              << ", VAT " << profile.vatPercentage << " %\n"
+              << "Numbers:     " << profile.numberFormat << " (cancellations " << profile.cancellationPrefix
+              << ", quotes " << profile.quotePrefix << ")\n"
+              << "Payment:     " << profile.daysToPay << " days; IBAN " << profile.iban << '\n';
+        return ExitCode::ok;
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeProfileCommand()
+{
+    return std::make_unique<ProfileCommand>();
+}

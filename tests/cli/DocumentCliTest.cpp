@@ -1,0 +1,64 @@
+#include "support/CliRunner.h"
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+CliResult ledra(const QStringList& arguments)
+{
+    return runLedra(QStringLiteral(LEDRA_CLI), arguments);
+}
+
+QString sampleInvoicePath()
+{
+    return QStringLiteral(LEDRA_TEST_DATA "/../../core/resources/samples/sample-invoice.json");
+}
+
+} // namespace
+
+TEST(DocumentCli, PdfImportAndStyling)
+{
+    QTemporaryDir dir;
+    const QString profile = dir.filePath(QStringLiteral("profile"));
+    QDir().mkpath(profile);
+    CliResult result = ledra({QStringLiteral("styling"), QStringLiteral("set"), QStringLiteral("pageFormat"),
+                              QStringLiteral("usLetter"), QStringLiteral("--profile-dir"), profile});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    result = ledra({QStringLiteral("styling"), QStringLiteral("set"), QStringLiteral("backgroundPattern"),
+                    QStringLiteral("dots"), QStringLiteral("--profile-dir"), profile});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.err.contains(QStringLiteral("unknown value \"dots\"")));
+
+    const QString pdf = dir.filePath(QStringLiteral("invoice.pdf"));
+    result = ledra({QStringLiteral("pdf"), sampleInvoicePath(), QStringLiteral("-o"), pdf,
+                    QStringLiteral("--profile-dir"), profile});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    QFile file(pdf);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(file.readAll().contains("/MediaBox [ 0 0 612 792 ]"));
+
+    result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_TRUE(
+        QFile::exists(profile + QStringLiteral("/Invoices/3F2A9C10-7B4D-4E21-9A0B-5C6D7E8F9012.json")));
+    result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_TRUE(result.err.contains(QStringLiteral("There is already another version of this invoice.")));
+}
+
+TEST(DocumentCli, HtmlOfAPageKind)
+{
+    CliResult result = ledra({QStringLiteral("html"), sampleInvoicePath(), QStringLiteral("--page-kind"),
+                              QStringLiteral("first")});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_TRUE(result.out.contains(QStringLiteral("<body class=\"page-first")));
+    EXPECT_TRUE(result.out.contains(QStringLiteral("Rechnungsnummer")));
+    result = ledra(
+        {QStringLiteral("html"), sampleInvoicePath(), QStringLiteral("--page-kind"), QStringLiteral("odd")});
+    EXPECT_EQ(result.exitCode, 64);
+}

@@ -1,0 +1,101 @@
+#include "support/CliRunner.h"
+#include "support/TestSupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QString sampleInvoicePath()
+{
+    return QStringLiteral(LEDRA_TEST_DATA "/../../core/resources/samples/sample-invoice.json");
+}
+
+// A run against a data folder of its own, in English.
+class EInvoiceCli : public ::testing::Test
+{
+protected:
+    CliResult ledra(const QStringList& arguments)
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
+        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
+        environment.insert(u"LC_ALL"_s, u"C.UTF-8"_s);
+        environment.insert(u"LEDRA_NOW"_s, u"2025-06-01T12:00:00+02:00"_s);
+        environment.insert(u"LEDRA_TIMEZONE"_s, u"Europe/Berlin"_s);
+        return runLedra(QStringLiteral(LEDRA_CLI), arguments, environment);
+    }
+
+    QTemporaryDir m_home;
+};
+
+} // namespace
+
+TEST_F(EInvoiceCli, XRechnungOfTheSampleInvoice)
+{
+    const QString output = m_home.filePath(u"sample.xml"_s);
+    const CliResult result = ledra({u"xrechnung"_s, sampleInvoicePath(), u"-o"_s, output});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    QFile file(output);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray xml = file.readAll();
+    EXPECT_TRUE(xml.startsWith("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<rsm:CrossIndustryInvoice"));
+    EXPECT_TRUE(xml.contains("<ram:ID>2025-007</ram:ID>"));
+    EXPECT_TRUE(xml.contains("<ram:GrandTotalAmount>1533.44</ram:GrandTotalAmount>"));
+    EXPECT_TRUE(xml.contains("Becker &amp; Söhne GmbH"));
+
+    const CliResult toStdout = ledra({u"xrechnung"_s, sampleInvoicePath()});
+    EXPECT_EQ(toStdout.exitCode, 0);
+    EXPECT_EQ(toStdout.out.toUtf8(), xml);
+}
+
+TEST_F(EInvoiceCli, XRechnungRefusesIncompleteInvoicesAndWritesNothing)
+{
+    const QString output = m_home.filePath(u"incomplete.xml"_s);
+    const QString input = TestSupport::dataPath(u"einvoice/incomplete-invoice.json"_s);
+    const CliResult result = ledra({u"xrechnung"_s, input, u"-o"_s, output});
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_TRUE(result.err.contains(input + u": the e-invoice lacks:"_s)) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains(u"  Sender IBAN\n  Recipient email\n  Description for item 2\n"));
+    EXPECT_FALSE(QFile::exists(output));
+
+    const CliResult missing = ledra({u"xrechnung"_s, m_home.filePath(u"none.json"_s)});
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_TRUE(missing.err.contains(u"no such invoice file"));
+    EXPECT_EQ(ledra({u"xrechnung"_s}).exitCode, 64);
+}
+
+TEST_F(EInvoiceCli, ImportThenExportCsv)
+{
+    const QString good = TestSupport::dataPath(u"einvoice/other-tool.xml"_s);
+    const QString broken = TestSupport::dataPath(u"broken/einvoice-no-document-id.xml"_s);
+    const CliResult imported = ledra({u"import-einvoice"_s, good, broken, good});
+    EXPECT_EQ(imported.exitCode, 1);
+    // One line per file: the new invoices with consecutive numbers, the refusal with its reason.
+    EXPECT_TRUE(imported.out.contains(good + u": imported as 2024-001"_s)) << imported.out.toStdString();
+    EXPECT_TRUE(imported.out.contains(good + u": imported as 2024-002"_s));
+    EXPECT_TRUE(
+        imported.out.contains(u"Net sum of lines: 210.00 EUR in the document, 400.00 EUR from the lines"));
+    EXPECT_TRUE(imported.err.contains(broken + u": This file does not appear to be a valid e-invoice."_s))
+        << imported.err.toStdString();
+
+    const QString csvPath = m_home.filePath(u"Invoices.csv"_s);
+    const CliResult csv = ledra({u"csv"_s, u"--columns"_s, u"name,invoiceNumber,gross"_s, u"--status"_s,
+                                 u"Sent"_s, u"-o"_s, csvPath});
+    ASSERT_EQ(csv.exitCode, 0) << csv.err.toStdString();
+    QFile file(csvPath);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_EQ(file.readAll().toStdString(), "Name;Invoice Number;Gross\n"
+                                            "\"Stadtverwaltung Musterstadt\";2024-001;476,00\n"
+                                            "\"Stadtverwaltung Musterstadt\";2024-002;476,00\n"
+                                            "Sum:;;952,00");
+
+    EXPECT_EQ(ledra({u"csv"_s, u"--columns"_s, u"name,colour"_s, u"-o"_s, csvPath}).exitCode, 64);
+    EXPECT_EQ(ledra({u"csv"_s, u"--status"_s, u"sent"_s, u"-o"_s, csvPath}).exitCode, 64);
+    EXPECT_EQ(ledra({u"csv"_s}).exitCode, 64);
+}
