@@ -8,11 +8,11 @@
 #include <QSettings>
 
 #include <QCoreApplication>
-#include <QLoggingCategory>
-#include <QElapsedTimer>
-#include <QTemporaryDir>
-#include <QFile>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QTemporaryDir>
 
 #include <cstdio>
 
@@ -33,8 +33,9 @@ Invoice sampleInvoice(int index, int items)
     invoice.senderIban = QStringLiteral("DE02120300000000202051");
     invoice.note = QStringLiteral("Thank you for your order.");
     for (int i = 0; i < items; ++i)
-        invoice.items.append({QUuid::createUuid(), QStringLiteral("Line item %1 with a longer description").arg(i),
-                              1.5 + i, Unit::hour, 85.25 + i, i % 2 ? 19.0 : 7.0});
+        invoice.items.append({QUuid::createUuid(),
+                              QStringLiteral("Line item %1 with a longer description").arg(i), 1.5 + i,
+                              Unit::hour, 85.25 + i, i % 2 ? 19.0 : 7.0});
     return invoice;
 }
 
@@ -121,6 +122,7 @@ int main(int argc, char* argv[])
     std::printf("load from files: %.3f s for %d files\n", loadSeconds, loaded);
     std::printf("store: loading %lld invoices %.3f s (target < 0.500 s)%s\n", qint64(store.invoices().size()),
                 storeLoadSeconds, count == 10000 ? (storeLoadSeconds < 0.5 ? "  OK" : "  SLOW") : "");
-    std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs, saveMs < 5 ? "  OK" : "  SLOW");
+    std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs,
+                saveMs < 5 ? "  OK" : "  SLOW");
     return 0;
 }

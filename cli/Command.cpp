@@ -32,7 +32,8 @@ int Command::execute(const QStringList& arguments)
     if (parser.isSet(help)) {
         // QCommandLineParser names the program by its path; show the command as users type it.
         QString text = parser.helpText();
-        text.replace(QRegularExpression(QStringLiteral("^Usage: \\S+")), QStringLiteral("Usage: ledra ") + name());
+        text.replace(QRegularExpression(QStringLiteral("^Usage: \\S+")),
+                     QStringLiteral("Usage: ledra ") + name());
         out() << text;
         out().flush();
         return ExitCode::ok;

@@ -11,7 +11,7 @@
 // Exit statuses shared by all subcommands.
 namespace ExitCode {
 inline constexpr int ok = 0;
-inline constexpr int failure = 1; // bad input file, failed operation
+inline constexpr int failure = 1;    // bad input file, failed operation
 inline constexpr int incomplete = 2; // the document lacks required fields (e-invoices)
 inline constexpr int usage = 64;     // wrong arguments
 } // namespace ExitCode

@@ -46,9 +46,9 @@ InvoiceContext resolveInvoice(const QString& argument)
         throw CliError(QStringLiteral("%1: no such invoice file").arg(argument));
     if (!isFile) {
         DataStores& stores = dataStores();
-        return {stores.find(argument), stores.activeProfile()};
+        return {stores.find(argument), stores.activeProfile(), stores.profiles().activeProfileFolder()};
     }
-    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew()};
+    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew(), std::nullopt};
     // Outside a data folder the invoice's own sender snapshot stands in for its profile.
     const Invoice& invoice = context.invoice;
     Profile& profile = context.profile;
@@ -72,6 +72,16 @@ InvoiceContext resolveInvoice(const QString& argument)
     return context;
 }
 
+std::optional<QString> stylingFolder(const QCommandLineParser& parser, const InvoiceContext& context)
+{
+    if (!parser.isSet(QStringLiteral("profile-dir")))
+        return context.profileFolder;
+    const QString folder = parser.value(QStringLiteral("profile-dir"));
+    if (!QFileInfo(folder).isDir())
+        throw CliError(QStringLiteral("%1: no such profile folder").arg(folder));
+    return folder;
+}
+
 QString joinNonEmpty(const QStringList& parts)
 {
     QStringList kept = parts;
@@ -89,7 +99,8 @@ QString formatAmount(double amount)
 void printTotals(QTextStream& stream, const Totals::Summary& summary, const QString& currency)
 {
     auto line = [&](const QString& label, double amount) {
-        stream << label.leftJustified(18) << formatAmount(amount).rightJustified(12) << ' ' << currency << '\n';
+        stream << label.leftJustified(18) << formatAmount(amount).rightJustified(12) << ' ' << currency
+               << '\n';
     };
     line(QStringLiteral("Net subtotal"), summary.netSubtotal);
     if (summary.discountValue != 0) {

@@ -37,12 +37,18 @@ struct InvoiceContext
 {
     Invoice invoice;
     Profile profile;
+    // The profile's folder (styling, logo, CSS) when the invoice came from the data folder.
+    std::optional<QString> profileFolder;
 };
 
 // An INVOICE argument as users give it: a path to an invoice JSON file, or an id, an
 // unambiguous id prefix or the displayed number of an invoice of the active profile.
 // Throws CliError naming the argument and the problem.
 InvoiceContext resolveInvoice(const QString& argument);
+
+// The profile folder whose styling a document uses: --profile-dir when given, else the
+// folder of the invoice's profile in the data folder. Throws CliError for a missing folder.
+std::optional<QString> stylingFolder(const QCommandLineParser& parser, const InvoiceContext& context);
 
 // The non-empty parts joined with ", ".
 QString joinNonEmpty(const QStringList& parts);

@@ -18,8 +18,8 @@ protected:
     void configure(QCommandLineParser& parser) override
     {
         parser.addOption({u"reset"_s, u"Move the data back to the default folder."_s});
-        parser.addPositionalArgument(u"PATH"_s, u"New data folder; the data is copied there, then removed here."_s,
-                                     u"[PATH]"_s);
+        parser.addPositionalArgument(
+            u"PATH"_s, u"New data folder; the data is copied there, then removed here."_s, u"[PATH]"_s);
     }
 
     int run(const QCommandLineParser& parser) override

@@ -6,7 +6,8 @@
 #include <QRegularExpression>
 
 DataStores::DataStores()
-    : m_settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Ledra"), QStringLiteral("Ledra"))
+    : m_settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("Ledra"),
+                 QStringLiteral("Ledra"))
 {
     m_profiles = std::make_unique<ProfileManager>(m_settings, ProfileManager::defaultDataFolderPath());
     m_profiles->load();
@@ -32,16 +33,20 @@ const Invoice& DataStores::find(const QString& reference) const
             byNumber.append(&invoice);
     }
     // A displayed number such as "2025-001" is made of hex digits too; an exact number wins.
-    const QList<const Invoice*>& matches = byNumber.size() == 1 ? byNumber : byPrefix.isEmpty() ? byNumber : byPrefix;
+    const QList<const Invoice*>& matches = byNumber.size() == 1 ? byNumber
+                                           : byPrefix.isEmpty() ? byNumber
+                                                                : byPrefix;
     if (matches.size() == 1)
         return *matches.first();
     if (matches.isEmpty())
-        throw CliError(QStringLiteral("no invoice \"%1\" in profile \"%2\"").arg(reference, activeProfile().displayName()));
+        throw CliError(QStringLiteral("no invoice \"%1\" in profile \"%2\"")
+                           .arg(reference, activeProfile().displayName()));
     QStringList names;
     for (const Invoice* invoice : matches)
         names.append(NumberFormat::displayNumber(*invoice, activeProfile()) + QStringLiteral(" (") +
                      invoice->id.toString(QUuid::WithoutBraces).toUpper().left(8) + u')');
-    throw CliError(QStringLiteral("\"%1\" is ambiguous: %2").arg(reference, names.join(QStringLiteral(", "))));
+    throw CliError(
+        QStringLiteral("\"%1\" is ambiguous: %2").arg(reference, names.join(QStringLiteral(", "))));
 }
 
 DataStores& dataStores()

@@ -33,15 +33,18 @@ protected:
     {
         parser.addOption({{QStringLiteral("o"), QStringLiteral("output-dir")},
                           QStringLiteral("Folder for sample-invoice.pdf (default: the current folder)."),
-                          QStringLiteral("DIR"), QStringLiteral(".")});
+                          QStringLiteral("DIR"),
+                          QStringLiteral(".")});
         parser.addOption({QStringLiteral("no-pdf"), QStringLiteral("Only print the invoice.")});
     }
 
     int run(const QCommandLineParser& parser) override
     {
         try {
-            const Profile profile = ProfileJson::decode(resource(QStringLiteral(":/samples/sample-profile.json")));
-            const Invoice invoice = InvoiceJson::decode(resource(QStringLiteral(":/samples/sample-invoice.json")));
+            const Profile profile =
+                ProfileJson::decode(resource(QStringLiteral(":/samples/sample-profile.json")));
+            const Invoice invoice =
+                InvoiceJson::decode(resource(QStringLiteral(":/samples/sample-invoice.json")));
             printInvoice(invoice, profile);
             if (!parser.isSet(QStringLiteral("no-pdf")))
                 writePdf(invoice, profile, parser.value(QStringLiteral("output-dir")));
@@ -56,7 +59,8 @@ protected:
 private:
     static void writePdf(const Invoice& invoice, const Profile& profile, const QString& folder)
     {
-        const auto pdf = DocumentExport::invoicePdf(invoice, profile, Styling::makeNew(profile.addressCountry));
+        const auto pdf =
+            DocumentExport::invoicePdf(invoice, profile, Styling::makeNew(profile.addressCountry));
         if (!pdf)
             throw CliError(QStringLiteral("the sample PDF could not be created"));
         QDir().mkpath(folder);
@@ -70,16 +74,19 @@ private:
     static void printInvoice(const Invoice& invoice, const Profile& profile)
     {
         const Language language = invoice.documentLanguage(profile);
-        out() << labelText(invoice.type, Language::english) << ' ' << NumberFormat::displayNumber(invoice, profile)
-              << "  (" << labelText(invoice.status, Language::english) << ")\n"
+        out() << labelText(invoice.type, Language::english) << ' '
+              << NumberFormat::displayNumber(invoice, profile) << "  ("
+              << labelText(invoice.status, Language::english) << ")\n"
               << "From: " << invoice.senderBusinessName << ", " << invoice.senderAddressCity << '\n'
               << "To:   " << invoice.businessName << ", " << invoice.addressCity << '\n'
-              << "Date: " << invoice.date.localDate().toString(Qt::ISODate)
-              << "   due " << invoice.dueDate().localDate().toString(Qt::ISODate) << '\n'
+              << "Date: " << invoice.date.localDate().toString(Qt::ISODate) << "   due "
+              << invoice.dueDate().localDate().toString(Qt::ISODate) << '\n'
               << "Document language: " << labelText(language, Language::english) << "\n\n";
         for (const InvoiceItem& item : invoice.items) {
-            out() << "  " << item.item.leftJustified(36, u' ', true) << QString::number(item.quantity).rightJustified(6)
-                  << ' ' << labelText(item.unit, language).leftJustified(10) << formatAmount(item.unitPrice).rightJustified(9)
+            out() << "  " << item.item.leftJustified(36, u' ', true)
+                  << QString::number(item.quantity).rightJustified(6) << ' '
+                  << labelText(item.unit, language).leftJustified(10)
+                  << formatAmount(item.unitPrice).rightJustified(9)
                   << formatAmount(Totals::lineNet(item, invoice.grossPrices)).rightJustified(11) << "  "
                   << item.vatPercentage << " %\n";
         }

@@ -25,7 +25,9 @@ protected:
         parser.addOption(
             {u"page-kind"_s, u"single (default), first, middle or last."_s, u"K"_s, u"single"_s});
         parser.addOption(
-            {u"profile-dir"_s, u"The profile folder whose styling.json, logo and CSS are used."_s, u"DIR"_s});
+            {u"profile-dir"_s,
+             u"The profile folder whose styling.json, logo and CSS are used (default: the invoice\'s profile)."_s,
+             u"DIR"_s});
         parser.addPositionalArgument(u"INVOICE"_s,
                                      u"An invoice file, or an invoice of the active profile."_s);
     }
@@ -47,12 +49,13 @@ protected:
         }
         // Without a profile folder the page format follows the sender's country.
         Styling styling = Styling::makeNew(context.profile.addressCountry);
-        if (parser.isSet(u"profile-dir"_s)) {
-            const QString folder = parser.value(u"profile-dir"_s);
-            if (!QFileInfo(folder).isDir())
-                return fail(u"%1: no such profile folder"_s.arg(folder));
-            StylingManager manager(folder);
-            styling = *manager.styling();
+        try {
+            if (const auto folder = stylingFolder(parser, context)) {
+                StylingManager manager(*folder);
+                styling = *manager.styling();
+            }
+        } catch (const CliError& error) {
+            return fail(error.message());
         }
         const InvoiceDocument document(context.invoice, context.profile, styling);
         out() << document.render(*kind, std::nullopt);

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "DataStores.h"
 
 #include "model/InvoiceJson.h"
 #include "render/InvoicePdfData.h"
@@ -11,8 +12,8 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Brings invoices back from exported PDFs. Until the data folder's invoice store takes over,
-// the target is a profile folder's "Invoices" folder given on the command line.
+// Brings invoices back from exported PDFs into the active profile, or into the "Invoices"
+// folder of a profile folder given on the command line.
 class ImportPdfCommand : public Command
 {
 public:
@@ -22,8 +23,11 @@ public:
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addOption({u"profile-dir"_s,
-                          u"The profile folder whose Invoices folder receives the invoices."_s, u"DIR"_s});
+        parser.addOption(
+            {u"profile-dir"_s,
+             u"A profile folder whose Invoices folder receives the invoices (default: the active "
+             u"profile of the data folder)."_s,
+             u"DIR"_s});
         parser.addPositionalArgument(u"FILE"_s, u"PDF files written by ledra."_s, u"FILE..."_s);
     }
 
@@ -33,7 +37,7 @@ protected:
         if (files.isEmpty())
             return usageError(u"no PDF file given"_s);
         if (!parser.isSet(u"profile-dir"_s))
-            return usageError(u"give the profile folder to import into with --profile-dir"_s);
+            return importIntoDataFolder(files);
         const QDir invoices(QDir(parser.value(u"profile-dir"_s)).filePath(u"Invoices"_s));
         if (!invoices.exists() && !QDir().mkpath(invoices.path()))
             return fail(u"%1: cannot create the folder"_s.arg(invoices.path()));
@@ -56,8 +60,7 @@ protected:
                 status = fail(outcome.duplicate ? outcome.file + u": "_s + outcome.problem : outcome.problem);
                 continue;
             }
-            const QString target =
-                invoices.filePath(outcome.invoice->id.toString(QUuid::WithoutBraces).toUpper() + u".json"_s);
+            const QString target = invoices.filePath(InvoiceManager::fileName(*outcome.invoice));
             QSaveFile file(target);
             if (!file.open(QIODevice::WriteOnly) || file.write(InvoiceJson::encode(*outcome.invoice)) < 0 ||
                 !file.commit()) {
@@ -67,6 +70,28 @@ protected:
             out() << outcome.file << " -> " << target << '\n';
         }
         out().flush();
+        return status;
+    }
+
+private:
+    int importIntoDataFolder(const QStringList& files)
+    {
+        InvoiceManager& store = dataStores().invoices();
+        QSet<QUuid> existing;
+        for (const Invoice& invoice : store.invoices())
+            existing.insert(invoice.id);
+        int status = ExitCode::ok;
+        for (const InvoicePdfData::ImportOutcome& outcome : InvoicePdfData::importFiles(files, existing)) {
+            if (!outcome.invoice) {
+                status = fail(outcome.duplicate ? outcome.file + u": "_s + outcome.problem : outcome.problem);
+                continue;
+            }
+            if (const auto error = store.saveInvoice(*outcome.invoice)) {
+                status = fail(outcome.file + u": "_s + *error);
+                continue;
+            }
+            out() << outcome.file << " -> " << *store.filePath(outcome.invoice->id) << '\n';
+        }
         return status;
     }
 };

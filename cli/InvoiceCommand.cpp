@@ -51,19 +51,22 @@ protected:
     void configure(QCommandLineParser& parser) override
     {
         parser.addOption({u"json"_s, u"Machine-readable output."_s});
-        parser.addOption({u"status"_s, u"list: only invoices with this status (Draft, Sent, Paid, Cancelled)."_s,
-                          u"S"_s});
+        parser.addOption(
+            {u"status"_s, u"list: only invoices with this status (Draft, Sent, Paid, Cancelled)."_s, u"S"_s});
         parser.addOption({u"overdue"_s, u"list: only overdue invoices."_s});
         parser.addOption({u"force"_s, u"delete: delete even a sent invoice."_s});
         parser.addOption({u"description"_s, u"add-item: the line's text."_s, u"TEXT"_s});
         parser.addOption({u"quantity"_s, u"add-item: quantity (default 1)."_s, u"Q"_s});
-        parser.addOption({u"unit"_s, u"add-item: Piece, Hour, Day, Week or \"Lump Sum\" (default Piece)."_s, u"U"_s});
-        parser.addOption({u"price"_s, u"add-item: unit price (default: the profile's rate for the unit)."_s, u"P"_s});
+        parser.addOption(
+            {u"unit"_s, u"add-item: Piece, Hour, Day, Week or \"Lump Sum\" (default Piece)."_s, u"U"_s});
+        parser.addOption(
+            {u"price"_s, u"add-item: unit price (default: the profile's rate for the unit)."_s, u"P"_s});
         parser.addOption({u"vat"_s, u"add-item: VAT rate in percent (default: the profile's)."_s, u"R"_s});
         parser.addPositionalArgument(
             u"action"_s,
             u"new | quote | list | show ID | set ID FIELD VALUE | add-item ID | cancel ID | duplicate ID | "
-            u"accept QUOTE_ID | status ID STATUS | delete ID. ID is an id, an id prefix or the displayed number; "
+            u"accept QUOTE_ID | status ID STATUS | delete ID. ID is an id, an id prefix or the displayed "
+            u"number; "
             u"FIELD is a key of the invoice file, e.g. recipient.name, recipient.address.city, date, note."_s,
             u"ACTION [ARGS...]"_s);
     }
@@ -99,7 +102,8 @@ protected:
                 const Invoice& invoice = stores.find(args[0]);
                 Invoice changed;
                 try {
-                    changed = InvoiceJson::decode(setJsonField(InvoiceJson::encode(invoice), args[1], args[2]));
+                    changed =
+                        InvoiceJson::decode(setJsonField(InvoiceJson::encode(invoice), args[1], args[2]));
                 } catch (const JsonDecodeError& error) {
                     throw CliError(error.message());
                 }
@@ -198,10 +202,11 @@ private:
                                    .arg(parser.value(u"unit"_s), rawValueList<Unit>()));
             item.unit = *unit;
         }
-        item.quantity = parser.isSet(u"quantity"_s) ? parseNumber(u"quantity"_s, parser.value(u"quantity"_s)) : 1;
+        item.quantity =
+            parser.isSet(u"quantity"_s) ? parseNumber(u"quantity"_s, parser.value(u"quantity"_s)) : 1;
         // The profile's rates preset the price of time-based lines, as in the editor.
-        item.unitPrice = item.unit == Unit::hour ? profile.hourlyRate
-                         : item.unit == Unit::day ? profile.dailyRate
+        item.unitPrice = item.unit == Unit::hour   ? profile.hourlyRate
+                         : item.unit == Unit::day  ? profile.dailyRate
                          : item.unit == Unit::week ? profile.weeklyRate
                                                    : 0;
         if (parser.isSet(u"price"_s))
@@ -254,11 +259,14 @@ private:
             return ExitCode::ok;
         }
         for (const Invoice& invoice : shown) {
-            out() << number(invoice).leftJustified(16) << ' ' << invoice.date.localDate().toString(Qt::ISODate) << "  "
-                  << (labelText(invoice.status) + (invoice.isOverdue() ? u" (overdue)"_s : QString())).leftJustified(20)
+            out() << number(invoice).leftJustified(16) << ' '
+                  << invoice.date.localDate().toString(Qt::ISODate) << "  "
+                  << (labelText(invoice.status) + (invoice.isOverdue() ? u" (overdue)"_s : QString()))
+                         .leftJustified(20)
                   << recipient(invoice).leftJustified(28, u' ', true)
-                  << formatAmount(Totals::grossTotal(invoice)).rightJustified(12) << ' ' << invoice.currency.code
-                  << "  " << invoice.id.toString(QUuid::WithoutBraces).toUpper().left(8) << '\n';
+                  << formatAmount(Totals::grossTotal(invoice)).rightJustified(12) << ' '
+                  << invoice.currency.code << "  "
+                  << invoice.id.toString(QUuid::WithoutBraces).toUpper().left(8) << '\n';
         }
         return ExitCode::ok;
     }
@@ -276,8 +284,9 @@ private:
               << "Date:      " << invoice.date.localDate().toString(Qt::ISODate) << ", due "
               << invoice.dueDate().localDate().toString(Qt::ISODate) << '\n';
         for (const InvoiceItem& item : invoice.items)
-            out() << "  " << item.item.leftJustified(36, u' ', true) << QString::number(item.quantity).rightJustified(6)
-                  << ' ' << labelText(item.unit).leftJustified(10) << formatAmount(item.unitPrice).rightJustified(10)
+            out() << "  " << item.item.leftJustified(36, u' ', true)
+                  << QString::number(item.quantity).rightJustified(6) << ' '
+                  << labelText(item.unit).leftJustified(10) << formatAmount(item.unitPrice).rightJustified(10)
                   << "  " << item.vatPercentage << " %\n";
         printTotals(out(), Totals::summarize(invoice), invoice.currency.code);
         return ExitCode::ok;

@@ -30,9 +30,9 @@ QJsonValue dateValue(const QString& key, const QString& text, const QJsonValue& 
 
 QJsonValue convert(const QString& key, const QString& leaf, const QString& text, const QJsonValue& old)
 {
-    if ((text.isEmpty() || text == u"null") && (old.isNull() || optionalNumberKeys.contains(leaf) ||
-                                                leaf == u"serviceDateEnd" || leaf == u"numberFormat" ||
-                                                leaf == u"reference" || leaf == u"language"))
+    if ((text.isEmpty() || text == u"null") &&
+        (old.isNull() || optionalNumberKeys.contains(leaf) || leaf == u"serviceDateEnd" ||
+         leaf == u"numberFormat" || leaf == u"reference" || leaf == u"language"))
         return QJsonValue::Null;
     if (dateKeys.contains(leaf))
         return dateValue(key, text, old);
@@ -56,7 +56,8 @@ QJsonValue convert(const QString& key, const QString& leaf, const QString& text,
     return text;
 }
 
-void setIn(QJsonObject& object, const QStringList& path, qsizetype depth, const QString& key, const QString& value)
+void setIn(QJsonObject& object, const QStringList& path, qsizetype depth, const QString& key,
+           const QString& value)
 {
     const QString& name = path[depth];
     if (!object.contains(name))

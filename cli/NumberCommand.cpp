@@ -10,7 +10,10 @@ class NumberCommand : public Command
 {
 public:
     QString name() const override { return QStringLiteral("number"); }
-    QString summary() const override { return QStringLiteral("Render an invoice number from a number format."); }
+    QString summary() const override
+    {
+        return QStringLiteral("Render an invoice number from a number format.");
+    }
 
 protected:
     void configure(QCommandLineParser& parser) override
@@ -20,7 +23,8 @@ protected:
                                          "date letters {YY}, {YYYY}, {MM}, {DD}..., {X} for the variable)."),
                           QStringLiteral("F")});
         parser.addOption({QStringLiteral("number"), QStringLiteral("Running number."), QStringLiteral("N")});
-        parser.addOption({QStringLiteral("date"), QStringLiteral("Invoice date."), QStringLiteral("YYYY-MM-DD")});
+        parser.addOption(
+            {QStringLiteral("date"), QStringLiteral("Invoice date."), QStringLiteral("YYYY-MM-DD")});
         parser.addOption(
             {QStringLiteral("variable"), QStringLiteral("Text for the {X} chip."), QStringLiteral("TEXT")});
         parser.addOption({QStringLiteral("prefix"),
@@ -40,8 +44,8 @@ protected:
                                   .arg(parser.value(u"number"_s)));
         const QDate date = QDate::fromString(parser.value(u"date"_s), Qt::ISODate);
         if (!date.isValid())
-            return usageError(
-                QStringLiteral("--date must be a date as YYYY-MM-DD, not \"%1\"").arg(parser.value(u"date"_s)));
+            return usageError(QStringLiteral("--date must be a date as YYYY-MM-DD, not \"%1\"")
+                                  .arg(parser.value(u"date"_s)));
         out() << parser.value(u"prefix"_s)
               << NumberFormat::render(parser.value(u"format"_s), number, date, parser.value(u"variable"_s))
               << Qt::endl;

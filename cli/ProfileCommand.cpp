@@ -12,17 +12,21 @@ class ProfileCommand : public Command
 {
 public:
     QString name() const override { return u"profile"_s; }
-    QString summary() const override { return u"List, create, rename, delete, switch and edit sender profiles."_s; }
+    QString summary() const override
+    {
+        return u"List, create, rename, delete, switch and edit sender profiles."_s;
+    }
 
 protected:
     void configure(QCommandLineParser& parser) override
     {
         parser.addOption({u"json"_s, u"Machine-readable output (list, show)."_s});
-        parser.addPositionalArgument(u"action"_s,
-                                     u"list | new NAME | rename OLD NEW | delete NAME | use NAME | show | "
-                                     u"set KEY VALUE (KEY as in profile.json, e.g. businessName, address.city, "
-                                     u"vatPercentage)"_s,
-                                     u"ACTION [ARGS...]"_s);
+        parser.addPositionalArgument(
+            u"action"_s,
+            u"list | new NAME | rename OLD NEW | delete NAME | use NAME | show | "
+            u"set KEY VALUE (KEY as in profile.json, e.g. businessName, address.city, "
+            u"vatPercentage)"_s,
+            u"ACTION [ARGS...]"_s);
     }
 
     int run(const QCommandLineParser& parser) override
@@ -61,8 +65,8 @@ protected:
             if (action == u"delete") {
                 expect(1);
                 check(profiles.deleteProfile(named(profiles, args[0]).id));
-                out() << "Deleted profile \"" << args[0] << "\"; active: " << profiles.activeProfile()->displayName()
-                      << '\n';
+                out() << "Deleted profile \"" << args[0]
+                      << "\"; active: " << profiles.activeProfile()->displayName() << '\n';
                 return ExitCode::ok;
             }
             if (action == u"use") {
@@ -76,7 +80,8 @@ protected:
                 const Profile& active = *profiles.activeProfile();
                 Profile changed;
                 try {
-                    changed = ProfileJson::decode(setJsonField(ProfileJson::encode(active), args[0], args[1]));
+                    changed =
+                        ProfileJson::decode(setJsonField(ProfileJson::encode(active), args[0], args[1]));
                 } catch (const JsonDecodeError& error) {
                     throw CliError(error.message());
                 }

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "DataStores.h"
 
 #include "render/StylingManager.h"
 #include "util/JsonReader.h"
@@ -50,7 +51,9 @@ public:
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addOption({u"profile-dir"_s, u"The profile folder that holds styling.json."_s, u"DIR"_s});
+        parser.addOption({u"profile-dir"_s,
+                          u"The profile folder that holds styling.json (default: the active profile\'s)."_s,
+                          u"DIR"_s});
         parser.addPositionalArgument(u"ACTION"_s, u"show | set KEY VALUE | logo FILE"_s,
                                      u"show|set|logo ..."_s);
     }
@@ -60,9 +63,10 @@ protected:
         const QStringList arguments = parser.positionalArguments();
         if (arguments.isEmpty())
             return usageError(u"give an action: show, set KEY VALUE or logo FILE"_s);
-        if (!parser.isSet(u"profile-dir"_s))
-            return usageError(u"give the profile folder with --profile-dir"_s);
-        const QString folder = parser.value(u"profile-dir"_s);
+        // The active profile's folder unless another is named.
+        const QString folder = parser.isSet(u"profile-dir"_s)
+                                   ? parser.value(u"profile-dir"_s)
+                                   : dataStores().profiles().activeProfileFolder().value_or(QString());
         if (!QFileInfo(folder).isDir())
             return fail(u"%1: no such profile folder"_s.arg(folder));
         StylingManager manager(folder);

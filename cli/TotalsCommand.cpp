@@ -10,7 +10,8 @@ public:
     QString name() const override { return QStringLiteral("totals"); }
     QString summary() const override
     {
-        return QStringLiteral("Print the net subtotal, discount, VAT breakdown and gross total of invoice files.");
+        return QStringLiteral(
+            "Print the net subtotal, discount, VAT breakdown and gross total of invoice files.");
     }
 
 protected:

@@ -44,7 +44,8 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationVersion(QStringLiteral(LEDRA_VERSION));
 
     const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() < 2 || arguments[1] == u"--help" || arguments[1] == u"-h" || arguments[1] == u"help") {
+    if (arguments.size() < 2 || arguments[1] == u"--help" || arguments[1] == u"-h" ||
+        arguments[1] == u"help") {
         if (arguments.size() >= 3 && arguments[1] == u"help") {
             for (const auto& command : allCommands())
                 if (command->name() == arguments[2])

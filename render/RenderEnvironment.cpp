@@ -1,8 +1,11 @@
 #include "render/RenderEnvironment.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QLoggingCategory>
 
+#include <cerrno>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace RenderEnvironment {
@@ -40,6 +43,13 @@ void prepare()
     }
     if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND"))
         qputenv("QT_QUICK_BACKEND", "software");
+    // Headless sessions (CI, ssh) have no runtime folder; Qt complains on every start without one.
+    if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
+        const QByteArray runtime =
+            QDir::tempPath().toLocal8Bit() + "/ledra-runtime-" + QByteArray::number(geteuid());
+        if (::mkdir(runtime.constData(), 0700) == 0 || errno == EEXIST)
+            qputenv("XDG_RUNTIME_DIR", runtime);
+    }
     // The engine's start-up report is noise on a command line. A filter rather than a rule, so
     // that rules set by the program later keep it.
     if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))

@@ -53,16 +53,14 @@ QStringList jsonFileNames(const QString& folder, const QByteArray& idPrefix = {}
         const std::string_view name(entry->d_name);
         if (name.size() <= 5 || name.substr(name.size() - 5) != ".json")
             continue;
-        if (!idPrefix.isEmpty() &&
-            (name.size() < 11 + size_t(idPrefix.size()) || name.substr(11, size_t(idPrefix.size())) != idPrefix.constData()))
+        if (!idPrefix.isEmpty() && (name.size() < 11 + size_t(idPrefix.size()) ||
+                                    name.substr(11, size_t(idPrefix.size())) != idPrefix.constData()))
             continue;
         names.append(QFile::decodeName(entry->d_name));
     }
     ::closedir(dir);
     return names;
 }
-
-
 
 } // namespace
 
@@ -139,7 +137,8 @@ void InvoiceManager::loadInvoices()
             QString readError;
             const auto bytes = Files::read(path, &readError);
             if (!bytes) {
-                qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':' << readError;
+                qCWarning(lcStorage).noquote()
+                    << "InvoiceManager: Error loading invoice from" << path + u':' << readError;
                 continue;
             }
             try {
@@ -148,8 +147,9 @@ void InvoiceManager::loadInvoices()
                 if (const auto existing = indexById.constFind(invoice.id); existing != indexById.constEnd()) {
                     // Two files for one invoice (an interrupted rename, a sync conflict): keep the newer.
                     const QString otherName = m_fileNames.value(invoice.id);
-                    qCWarning(lcStorage).noquote() << "InvoiceManager: Two files for invoice" << invoice.id.toString()
-                                                   << u':' << otherName << "and" << name;
+                    qCWarning(lcStorage).noquote()
+                        << "InvoiceManager: Two files for invoice" << invoice.id.toString() << u':'
+                        << otherName << "and" << name;
                     if (m_stamps.value(otherName).modified >= stamp.modified)
                         continue;
                     m_invoices[*existing] = invoice;
@@ -160,8 +160,8 @@ void InvoiceManager::loadInvoices()
                 m_fileNames.insert(invoice.id, name);
                 m_stamps.insert(name, stamp);
             } catch (const JsonDecodeError& error) {
-                qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':'
-                                               << error.message();
+                qCWarning(lcStorage).noquote()
+                    << "InvoiceManager: Error loading invoice from" << path + u':' << error.message();
             }
         }
     }
@@ -192,8 +192,8 @@ std::optional<Invoice> InvoiceManager::loadInvoice(const QUuid& id)
         Q_EMIT invoicesChanged();
         return invoice;
     } catch (const JsonDecodeError& error) {
-        qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice by ID" << id.toString() + u':'
-                                       << error.message();
+        qCWarning(lcStorage).noquote()
+            << "InvoiceManager: Error loading invoice by ID" << id.toString() + u':' << error.message();
         return std::nullopt;
     }
 }
@@ -443,7 +443,8 @@ std::optional<Invoice> InvoiceManager::duplicateInvoice(const QUuid& id)
     if (!source)
         return std::nullopt;
     // A copy of a quote is a quote; anything else becomes an ordinary invoice of today.
-    Invoice copy = newFromProfile(source->type == InvoiceType::quote ? InvoiceType::quote : InvoiceType::invoice);
+    Invoice copy =
+        newFromProfile(source->type == InvoiceType::quote ? InvoiceType::quote : InvoiceType::invoice);
     copyContent(*source, copy);
     copy.date = Clock::nowTimestamp();
     copy.number = copy.type == InvoiceType::quote ? nextQuoteNumber() : nextInvoiceNumber();
@@ -573,8 +574,8 @@ void InvoiceManager::onFolderChanged()
             m_fileNames.insert(updated.id, entry.key());
             replaceOrAppend(updated);
         } catch (const JsonDecodeError& error) {
-            qCWarning(lcStorage).noquote() << "InvoiceManager: Error loading invoice from" << path + u':'
-                                           << error.message();
+            qCWarning(lcStorage).noquote()
+                << "InvoiceManager: Error loading invoice from" << path + u':' << error.message();
         }
         m_stamps.insert(entry.key(), entry.value());
         changed = true;

@@ -29,7 +29,8 @@ private:
 
 } // namespace
 
-ProfileManager::ProfileManager(QSettings& settings, QString defaultDataFolder, Country region, QObject* parent)
+ProfileManager::ProfileManager(QSettings& settings, QString defaultDataFolder, Country region,
+                               QObject* parent)
     : QObject(parent), m_settings(settings), m_defaultDataFolder(std::move(defaultDataFolder)),
       m_region(std::move(region)), m_watcher([this]() -> std::optional<QString> {
           return m_dataFolder.isEmpty() ? std::nullopt : std::optional(m_dataFolder);
@@ -40,8 +41,7 @@ ProfileManager::ProfileManager(QSettings& settings, QString defaultDataFolder, C
 
 ProfileManager::ProfileManager(QSettings& settings, QString defaultDataFolder, QObject* parent)
     : ProfileManager(settings, std::move(defaultDataFolder), Region::system(), parent)
-{
-}
+{}
 
 QString ProfileManager::defaultDataFolderPath()
 {
@@ -83,8 +83,8 @@ void ProfileManager::loadProfiles()
     QList<Profile> loaded;
     const QDir root(m_dataFolder);
     if (!root.exists()) {
-        qCWarning(lcStorage).noquote() << "ProfileManager: Error reading profile folders:" << m_dataFolder
-                                       << "does not exist";
+        qCWarning(lcStorage).noquote()
+            << "ProfileManager: Error reading profile folders:" << m_dataFolder << "does not exist";
     }
     const QStringList folders = root.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
     for (const QString& folder : folders) {
@@ -94,7 +94,8 @@ void ProfileManager::loadProfiles()
         QString readError;
         const auto bytes = Files::read(path, &readError);
         if (!bytes) {
-            qCWarning(lcStorage).noquote() << "ProfileManager: Error loading profile from" << path + u':' << readError;
+            qCWarning(lcStorage).noquote()
+                << "ProfileManager: Error loading profile from" << path + u':' << readError;
             continue;
         }
         try {
@@ -102,8 +103,8 @@ void ProfileManager::loadProfiles()
             profile.profileName = folder;
             loaded.append(profile);
         } catch (const JsonDecodeError& error) {
-            qCWarning(lcStorage).noquote() << "ProfileManager: Error loading profile from" << path + u':'
-                                           << error.message();
+            qCWarning(lcStorage).noquote()
+                << "ProfileManager: Error loading profile from" << path + u':' << error.message();
         }
     }
     m_profiles = loaded;
@@ -120,7 +121,8 @@ void ProfileManager::resolveActiveProfile()
     else if (!m_profiles.isEmpty())
         m_activeProfileId = m_profiles.first().id;
     if (m_activeProfileId && *m_activeProfileId != stored)
-        m_settings.setValue(QLatin1StringView(activeProfileKey), m_activeProfileId->toString(QUuid::WithoutBraces).toUpper());
+        m_settings.setValue(QLatin1StringView(activeProfileKey),
+                            m_activeProfileId->toString(QUuid::WithoutBraces).toUpper());
     m_watcher.refresh();
     if (const auto folder = activeProfileFolder())
         m_watcher.fileWatcher().watchDirectory(*folder);
@@ -135,8 +137,9 @@ QString ProfileManager::fingerprint() const
     const QDir root(m_dataFolder);
     for (const QString& folder : root.entryList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name)) {
         const QFileInfo file(root.filePath(folder + u'/' + profileFileName));
-        result += folder + u'|' + QString::number(file.exists() ? file.lastModified().toMSecsSinceEpoch() : -1) +
-                  u'|' + QString::number(file.size()) + u'\n';
+        result += folder + u'|' +
+                  QString::number(file.exists() ? file.lastModified().toMSecsSinceEpoch() : -1) + u'|' +
+                  QString::number(file.size()) + u'\n';
     }
     return result;
 }
@@ -192,7 +195,8 @@ std::optional<QString> ProfileManager::activeSubfolder(const QString& name) cons
 
 std::optional<QString> ProfileManager::saveProfile(const Profile& updated)
 {
-    auto it = std::find_if(m_profiles.begin(), m_profiles.end(), [&](const Profile& p) { return p.id == updated.id; });
+    auto it = std::find_if(m_profiles.begin(), m_profiles.end(),
+                           [&](const Profile& p) { return p.id == updated.id; });
     if (it == m_profiles.end())
         return QStringLiteral("no such profile");
     Profile toSave = updated;
@@ -242,7 +246,8 @@ std::optional<QString> ProfileManager::createProfile(const QString& name, Profil
         return QStringLiteral("cannot create %1").arg(folder);
     Profile profile = Profile::makeNew(m_region);
     profile.profileName = folderName;
-    if (const auto error = Files::writeAtomically(folder + u'/' + profileFileName, ProfileJson::encode(profile))) {
+    if (const auto error =
+            Files::writeAtomically(folder + u'/' + profileFileName, ProfileJson::encode(profile))) {
         qCWarning(lcStorage).noquote() << "ProfileManager: Error saving profile:" << *error;
         QDir(folder).removeRecursively();
         return error;
@@ -259,7 +264,8 @@ std::optional<QString> ProfileManager::renameProfile(const QUuid& id, const QStr
 {
     if (const auto invalid = checkProfileName(newName))
         return invalid;
-    auto it = std::find_if(m_profiles.begin(), m_profiles.end(), [&](const Profile& p) { return p.id == id; });
+    auto it =
+        std::find_if(m_profiles.begin(), m_profiles.end(), [&](const Profile& p) { return p.id == id; });
     if (it == m_profiles.end())
         return QStringLiteral("no such profile");
     const QString target = newName.trimmed();
@@ -316,10 +322,12 @@ void ProfileManager::setActiveProfile(const QUuid& id)
     resolveActiveProfile();
 }
 
-std::optional<QString> ProfileManager::migrate(const QString& from, const QString& to, const QString& direction)
+std::optional<QString> ProfileManager::migrate(const QString& from, const QString& to,
+                                               const QString& direction)
 {
     if (!QFileInfo(from).isDir()) {
-        qCWarning(lcStorage).noquote() << "ProfileManager: Migration: Source directory does not exist:" << from;
+        qCWarning(lcStorage).noquote()
+            << "ProfileManager: Migration: Source directory does not exist:" << from;
         return QStringLiteral("source directory does not exist: %1").arg(from);
     }
     if (QFileInfo(to).isDir() && !QDir(to).isEmpty()) {
@@ -327,13 +335,15 @@ std::optional<QString> ProfileManager::migrate(const QString& from, const QStrin
         for (const QString& entry : QDir(from).entryList(QDir::AllEntries | QDir::NoDotAndDotDot)) {
             if (QFileInfo::exists(to + u'/' + entry)) {
                 const QString error = QStringLiteral("%1 already holds \"%2\"").arg(to, entry);
-                qCWarning(lcStorage).noquote() << "ProfileManager: Error migrating data" << direction + u':' << error;
+                qCWarning(lcStorage).noquote()
+                    << "ProfileManager: Error migrating data" << direction + u':' << error;
                 return error;
             }
         }
     }
     if (const auto error = Files::copyRecursively(from, to)) {
-        qCWarning(lcStorage).noquote() << "ProfileManager: Error migrating data" << direction + u':' << *error;
+        qCWarning(lcStorage).noquote()
+            << "ProfileManager: Error migrating data" << direction + u':' << *error;
         return error;
     }
     // The copy is complete: only now does the source go.
@@ -362,7 +372,8 @@ std::optional<QString> ProfileManager::resetDataFolder()
     if (!m_customDataPath)
         return std::nullopt;
     FlagGuard guard(m_isPerformingProfileMutation);
-    if (const auto error = migrate(m_dataFolder, m_defaultDataFolder, QStringLiteral("from custom path back to default")))
+    if (const auto error =
+            migrate(m_dataFolder, m_defaultDataFolder, QStringLiteral("from custom path back to default")))
         return error;
     m_settings.remove(QLatin1StringView(customDataPathKey));
     load();

@@ -26,7 +26,8 @@ TEST(Cli, TotalsOfAnInvoiceFile)
     const CliResult result = ledra({QStringLiteral("totals"), sampleInvoicePath()});
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
     // 12.5 x 85 + 240 at 19 %, 3 x 19.99 at 7 %, 5 % off shared pro rata by rate.
-    EXPECT_TRUE(result.out.contains(QRegularExpression(u"Net subtotal\\s+1362\\.47 EUR"_qs))) << result.out.toStdString();
+    EXPECT_TRUE(result.out.contains(QRegularExpression(u"Net subtotal\\s+1362\\.47 EUR"_qs)))
+        << result.out.toStdString();
     EXPECT_TRUE(result.out.contains(QRegularExpression(u"Discount\\s+-68\\.12 EUR"_qs)));
     EXPECT_TRUE(result.out.contains(QRegularExpression(u"VAT 7 %\\s+3\\.99 EUR"_qs)));
     EXPECT_TRUE(result.out.contains(QRegularExpression(u"VAT 19 %\\s+235\\.10 EUR"_qs)));
@@ -55,7 +56,8 @@ TEST(Cli, BrokenAndMissingFilesAreReportedByName)
     const QString missing = TestSupport::dataPath(QStringLiteral("no-such-file.json"));
     const CliResult result = ledra({QStringLiteral("totals"), broken, sampleInvoicePath(), missing});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.err.contains(broken + u": not a valid invoice: key \"items[1].unit\": unknown value \"Pieces\""_qs))
+    EXPECT_TRUE(result.err.contains(
+        broken + u": not a valid invoice: key \"items[1].unit\": unknown value \"Pieces\""_qs))
         << result.err.toStdString();
     EXPECT_TRUE(result.err.contains(missing + u": cannot read the file"_qs));
     // The good file in between is still reported.
@@ -67,11 +69,12 @@ TEST(Cli, RendersNumbers)
     auto number = [](const QStringList& extra) {
         return ledra(QStringList{QStringLiteral("number")} + extra);
     };
-    CliResult result = number({u"--format"_qs, u"{YYYY}-{NNN}"_qs, u"--number"_qs, u"7"_qs, u"--date"_qs, u"2025-03-03"_qs});
+    CliResult result =
+        number({u"--format"_qs, u"{YYYY}-{NNN}"_qs, u"--number"_qs, u"7"_qs, u"--date"_qs, u"2025-03-03"_qs});
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.out, u"2025-007\n");
-    result = number({u"--format"_qs, u"RE-{X}-{NN}"_qs, u"--number"_qs, u"3"_qs, u"--date"_qs, u"2025-03-03"_qs,
-                     u"--variable"_qs, u"ACME"_qs, u"--prefix"_qs, u"STO-"_qs});
+    result = number({u"--format"_qs, u"RE-{X}-{NN}"_qs, u"--number"_qs, u"3"_qs, u"--date"_qs,
+                     u"2025-03-03"_qs, u"--variable"_qs, u"ACME"_qs, u"--prefix"_qs, u"STO-"_qs});
     EXPECT_EQ(result.out, u"STO-RE-ACME-03\n");
 
     result = number({u"--format"_qs, u"{N}"_qs, u"--number"_qs, u"x"_qs, u"--date"_qs, u"2025-03-03"_qs});
@@ -94,7 +97,8 @@ TEST(Cli, HelpForEveryCommandAndUnknownCommands)
         EXPECT_TRUE(overview.out.contains(QString::fromLatin1(command)));
         const CliResult help = ledra({QString::fromLatin1(command), QStringLiteral("--help")});
         EXPECT_EQ(help.exitCode, 0);
-        EXPECT_TRUE(help.out.contains(u"Usage: ledra "_qs + QString::fromLatin1(command))) << help.out.toStdString();
+        EXPECT_TRUE(help.out.contains(u"Usage: ledra "_qs + QString::fromLatin1(command)))
+            << help.out.toStdString();
     }
     const CliResult unknown = ledra({QStringLiteral("frobnicate")});
     EXPECT_EQ(unknown.exitCode, 64);

@@ -40,8 +40,7 @@ TEST(CrashChild, SaveForever)
 }
 
 class CrashSafety : public StorageFixture
-{
-};
+{};
 
 TEST_F(CrashSafety, KilledWhileSavingLosesNoInvoice)
 {

@@ -1,5 +1,5 @@
-#include "l10n/Strings.h"
 #include "model/Enums.h"
+#include "l10n/Strings.h"
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,8 @@ TEST(Enums, RawValuesAndOrder)
 
 TEST(Enums, LabelsUseNarrowNoBreakSpaceAndTranslate)
 {
-    EXPECT_EQ(labelKey(VATExemptionReason::smallBusiness), QString::fromUtf8("Small Business (§\u202F19 UStG)"));
+    EXPECT_EQ(labelKey(VATExemptionReason::smallBusiness),
+              QString::fromUtf8("Small Business (§\u202F19 UStG)"));
     EXPECT_EQ(labelText(VATExemptionReason::smallBusiness, Language::german),
               QString::fromUtf8("Kleinunternehmer (§\u202F19 UStG)"));
     EXPECT_EQ(labelText(Status::sent, Language::english), u"Sent");

@@ -69,15 +69,34 @@ TEST(InvoiceJson, WritesEveryKeyInOrderWithNullsAndUpperCaseIds)
     EXPECT_TRUE(text.contains(u"\"language\": null"));
     EXPECT_TRUE(text.contains(u"\"items\": []"));
 
-    const QStringList order{u"\"version\""_qs,     u"\"type\""_qs,         u"\"id\""_qs,
-                            u"\"cancelledInvoiceId\""_qs, u"\"quoteId\""_qs, u"\"number\""_qs,
-                            u"\"numberFormat\""_qs, u"\"numberVariable\""_qs, u"\"cancellationPrefix\""_qs,
-                            u"\"quotePrefix\""_qs, u"\"date\""_qs, u"\"serviceDateStart\""_qs,
-                            u"\"serviceDateEnd\""_qs, u"\"recipient\""_qs, u"\"sender\""_qs, u"\"items\""_qs,
-                            u"\"grossPrices\""_qs, u"\"discountPercentage\""_qs, u"\"discountAmount\""_qs,
-                            u"\"vatExemptionReason\""_qs, u"\"marginalNote\""_qs, u"\"daysToPay\""_qs,
-                            u"\"currency\""_qs, u"\"language\""_qs, u"\"status\""_qs,
-                            u"\"statusUpdateDate\""_qs, u"\"note\""_qs, u"\"reference\""_qs};
+    const QStringList order{u"\"version\""_qs,
+                            u"\"type\""_qs,
+                            u"\"id\""_qs,
+                            u"\"cancelledInvoiceId\""_qs,
+                            u"\"quoteId\""_qs,
+                            u"\"number\""_qs,
+                            u"\"numberFormat\""_qs,
+                            u"\"numberVariable\""_qs,
+                            u"\"cancellationPrefix\""_qs,
+                            u"\"quotePrefix\""_qs,
+                            u"\"date\""_qs,
+                            u"\"serviceDateStart\""_qs,
+                            u"\"serviceDateEnd\""_qs,
+                            u"\"recipient\""_qs,
+                            u"\"sender\""_qs,
+                            u"\"items\""_qs,
+                            u"\"grossPrices\""_qs,
+                            u"\"discountPercentage\""_qs,
+                            u"\"discountAmount\""_qs,
+                            u"\"vatExemptionReason\""_qs,
+                            u"\"marginalNote\""_qs,
+                            u"\"daysToPay\""_qs,
+                            u"\"currency\""_qs,
+                            u"\"language\""_qs,
+                            u"\"status\""_qs,
+                            u"\"statusUpdateDate\""_qs,
+                            u"\"note\""_qs,
+                            u"\"reference\""_qs};
     qsizetype last = -1;
     for (const QString& key : order) {
         // Top-level keys are indented by two spaces exactly.
@@ -103,7 +122,8 @@ TEST(InvoiceJson, Iso8601VariantForEmbeddedRecords)
 TEST(InvoiceJson, OldFilesOpenWithNewRecordDefaults)
 {
     ScopedClock clock(TestSupport::berlin(QStringLiteral("2025-06-01T12:00:00")));
-    const Invoice invoice = InvoiceJson::decode(TestSupport::readData(QStringLiteral("invoices/oldest.json")));
+    const Invoice invoice =
+        InvoiceJson::decode(TestSupport::readData(QStringLiteral("invoices/oldest.json")));
     EXPECT_EQ(invoice.id, QUuid::fromString(u"5D41402A-BC4B-4A76-B971-9D911017C592"));
     EXPECT_EQ(invoice.version, Invoice::currentVersion);
     EXPECT_EQ(invoice.type, InvoiceType::invoice);
@@ -151,11 +171,13 @@ TEST(InvoiceJson, BrokenFilesFailWholeAndSayWhichKeyAndWhy)
     for (const Case& c : cases) {
         SCOPED_TRACE(c.file);
         try {
-            InvoiceJson::decode(TestSupport::readData(QStringLiteral("broken/") + QString::fromLatin1(c.file)));
+            InvoiceJson::decode(
+                TestSupport::readData(QStringLiteral("broken/") + QString::fromLatin1(c.file)));
             ADD_FAILURE() << "decoded without error";
         } catch (const JsonDecodeError& error) {
             EXPECT_EQ(error.keyPath(), QString::fromLatin1(c.keyPath));
-            EXPECT_TRUE(error.reason().contains(QString::fromLatin1(c.reasonPart))) << error.message().toStdString();
+            EXPECT_TRUE(error.reason().contains(QString::fromLatin1(c.reasonPart)))
+                << error.message().toStdString();
         }
     }
 }

@@ -20,19 +20,19 @@ QStringList filesIn(const QString& folder)
 
 void writeReminder(const QString& path, const QUuid& invoiceId, int number)
 {
-    const QByteArray json = QStringLiteral(R"({"id":"%1","version":1,"invoiceId":"%2","date":0,"number":%3,
+    const QByteArray json =
+        QStringLiteral(R"({"id":"%1","version":1,"invoiceId":"%2","date":0,"number":%3,
         "text":"","interestPercentage":0,"fee":0})")
-                                .arg(QUuid::createUuid().toString(QUuid::WithoutBraces), invoiceId.toString(QUuid::WithoutBraces))
-                                .arg(number)
-                                .toUtf8();
+            .arg(QUuid::createUuid().toString(QUuid::WithoutBraces), invoiceId.toString(QUuid::WithoutBraces))
+            .arg(number)
+            .toUtf8();
     ASSERT_FALSE(Files::writeAtomically(path, json));
 }
 
 } // namespace
 
 class InvoiceManagerTest : public StorageFixture
-{
-};
+{};
 
 TEST_F(InvoiceManagerTest, NewInvoicesTakeProfileDataNumbersAndFileNames)
 {
@@ -72,9 +72,11 @@ TEST_F(InvoiceManagerTest, ABrokenFileDoesNotStopTheOthersAndRemindersAreNotInvo
     for (int i = 0; i < 3; ++i) {
         Invoice invoice = Invoice::makeNew();
         invoice.number = i + 1;
-        ASSERT_FALSE(Files::writeAtomically(folder + u'/' + InvoiceManager::fileName(invoice), InvoiceJson::encode(invoice)));
+        ASSERT_FALSE(Files::writeAtomically(folder + u'/' + InvoiceManager::fileName(invoice),
+                                            InvoiceJson::encode(invoice)));
     }
-    QFile::copy(TestSupport::dataPath(u"broken/lowercase-status.json"_qs), folder + u"/2025-01-01-BAD000.json"_qs);
+    QFile::copy(TestSupport::dataPath(u"broken/lowercase-status.json"_qs),
+                folder + u"/2025-01-01-BAD000.json"_qs);
     writeReminder(folder + u"/2025-01-01-AAAAAA-reminder-1.json"_qs, QUuid::createUuid(), 1);
 
     invoices().loadInvoices();
@@ -96,7 +98,8 @@ TEST_F(InvoiceManagerTest, ChangingTheDateMovesTheFileAndItsReminders)
     lookalike.id = QUuid::fromString(u"3F2A9CFF-0000-4000-8000-000000000000");
     lookalike.date = invoice.date;
     lookalike.number = 99;
-    ASSERT_FALSE(Files::writeAtomically(folder + u"/2025-02-01-3F2A9C.json"_qs, InvoiceJson::encode(lookalike)));
+    ASSERT_FALSE(
+        Files::writeAtomically(folder + u"/2025-02-01-3F2A9C.json"_qs, InvoiceJson::encode(lookalike)));
 
     invoice.date = TestSupport::berlinTimestamp(u"2025-03-15T10:00:00"_qs);
     ASSERT_FALSE(invoices().saveInvoice(invoice));
@@ -178,12 +181,14 @@ TEST_F(InvoiceManagerTest, DeletionWarningAndReminderCleanup)
     EXPECT_TRUE(InvoiceManager::deletionWarning(draft).isEmpty());
     Invoice sent = draft;
     sent.status = Status::sent;
-    EXPECT_TRUE(InvoiceManager::deletionWarning(sent).startsWith(u"Invoices shouldn’t be deleted when already sent."));
+    EXPECT_TRUE(InvoiceManager::deletionWarning(sent).startsWith(
+        u"Invoices shouldn’t be deleted when already sent."));
     sent.type = InvoiceType::cancellation;
     EXPECT_TRUE(InvoiceManager::deletionWarning(sent).isEmpty());
 
     const QString folder = invoicesFolder();
-    writeReminder(folder + u'/' + InvoiceManager::reminderFileName(InvoiceManager::fileStem(draft), 1), draft.id, 1);
+    writeReminder(folder + u'/' + InvoiceManager::reminderFileName(InvoiceManager::fileStem(draft), 1),
+                  draft.id, 1);
     ASSERT_FALSE(invoices().deleteInvoice(draft.id));
     EXPECT_TRUE(filesIn(folder).isEmpty());
     EXPECT_FALSE(invoices().invoice(draft.id));
@@ -210,7 +215,8 @@ TEST_F(InvoiceManagerTest, OutsideChangesReloadOwnWritesDoNot)
     ASSERT_FALSE(Files::writeAtomically(staging + u"/b.json"_qs, InvoiceJson::encode(added)));
     const QString path = *invoices().filePath(invoice.id);
     QProcess::execute(u"mv"_qs, {staging + u"/a.json"_qs, path});
-    QProcess::execute(u"cp"_qs, {staging + u"/b.json"_qs, invoicesFolder() + u'/' + InvoiceManager::fileName(added)});
+    QProcess::execute(u"cp"_qs,
+                      {staging + u"/b.json"_qs, invoicesFolder() + u'/' + InvoiceManager::fileName(added)});
 
     ASSERT_TRUE(waitFor([&] { return invoices().invoice(added.id) != nullptr; }));
     ASSERT_TRUE(waitFor([&] { return invoices().invoice(invoice.id)->name == u"Edited elsewhere"; }));

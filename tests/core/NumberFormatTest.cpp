@@ -8,7 +8,8 @@ using namespace NumberFormat;
 
 namespace {
 
-QString renderOn(const QString& format, qint64 number, int year, int month, int day, const QString& variable = {})
+QString renderOn(const QString& format, qint64 number, int year, int month, int day,
+                 const QString& variable = {})
 {
     return render(format, number, QDate(year, month, day), variable);
 }
@@ -125,6 +126,7 @@ TEST(NumberFormat, LegacySettingsBecomeAFormat)
     EXPECT_EQ(fromLegacySettings(QStringLiteral("R-"), QStringLiteral("/"), QStringLiteral("start"), 3),
               u"R-{NNN}/{YYYY}");
     EXPECT_EQ(fromLegacySettings(QString(), QString(), QString(), 9), u"{YYYY}{NNNNN}");
-    EXPECT_EQ(renderOn(fromLegacySettings(QStringLiteral("INV-"), QStringLiteral("-"), QString(), 3), 42, 2024, 5, 1),
+    EXPECT_EQ(renderOn(fromLegacySettings(QStringLiteral("INV-"), QStringLiteral("-"), QString(), 3), 42,
+                       2024, 5, 1),
               u"INV-2024-042");
 }

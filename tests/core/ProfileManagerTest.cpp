@@ -13,7 +13,8 @@ protected:
     void writeProfile(const QString& folder, const Profile& profile)
     {
         QDir().mkpath(dataFolder() + u'/' + folder);
-        ASSERT_FALSE(Files::writeAtomically(dataFolder() + u'/' + folder + u"/profile.json"_qs, ProfileJson::encode(profile)));
+        ASSERT_FALSE(Files::writeAtomically(dataFolder() + u'/' + folder + u"/profile.json"_qs,
+                                            ProfileJson::encode(profile)));
     }
 };
 

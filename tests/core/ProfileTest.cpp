@@ -37,8 +37,8 @@ TEST(Profile, NewProfileDefaultsFollowTheRegion)
 
 TEST(Profile, MissingKeysTakeNewProfileValuesButVatIsNineteen)
 {
-    const Profile p =
-        ProfileJson::decode(TestSupport::readData(QStringLiteral("profiles/minimal.json")), Country{QStringLiteral("AT")});
+    const Profile p = ProfileJson::decode(TestSupport::readData(QStringLiteral("profiles/minimal.json")),
+                                          Country{QStringLiteral("AT")});
     EXPECT_EQ(p.vatPercentage, 19);
     EXPECT_EQ(p.latePaymentFee, 40);
     EXPECT_TRUE(p.friendlyReminderEnabled);
@@ -50,8 +50,9 @@ TEST(Profile, MissingKeysTakeNewProfileValuesButVatIsNineteen)
 
 TEST(Profile, LegacyNumberingBecomesAFormatAndIsWrittenAsOne)
 {
-    const Profile p = ProfileJson::decode(TestSupport::readData(QStringLiteral("profiles/legacy-numbering.json")),
-                                          Country{QStringLiteral("DE")});
+    const Profile p =
+        ProfileJson::decode(TestSupport::readData(QStringLiteral("profiles/legacy-numbering.json")),
+                            Country{QStringLiteral("DE")});
     EXPECT_EQ(p.numberFormat, u"RE-{YYYY}/{NNNN}");
     const QByteArray written = ProfileJson::encode(p);
     EXPECT_TRUE(written.contains("\"numberFormat\": \"RE-{YYYY}/{NNNN}\""));
@@ -59,11 +60,13 @@ TEST(Profile, LegacyNumberingBecomesAFormatAndIsWrittenAsOne)
     EXPECT_FALSE(written.contains("numberLength"));
 
     // A number position stored as a number (0 = counter first).
-    const Profile numeric = ProfileJson::decode(
-        R"({"numberPrefix":"A","numberPosition":0,"numberLength":2,"separator":"-"})", Country{QStringLiteral("DE")});
+    const Profile numeric =
+        ProfileJson::decode(R"({"numberPrefix":"A","numberPosition":0,"numberLength":2,"separator":"-"})",
+                            Country{QStringLiteral("DE")});
     EXPECT_EQ(numeric.numberFormat, u"A{NN}-{YYYY}");
     // An explicit format wins over legacy keys.
-    const Profile both = ProfileJson::decode(R"({"numberFormat":"{N}","numberPrefix":"A"})", Country{QStringLiteral("DE")});
+    const Profile both =
+        ProfileJson::decode(R"({"numberFormat":"{N}","numberPrefix":"A"})", Country{QStringLiteral("DE")});
     EXPECT_EQ(both.numberFormat, u"{N}");
 }
 
@@ -82,7 +85,8 @@ TEST(Profile, RoundTripsAndRefusesBrokenFiles)
     EXPECT_EQ(decoded, p);
     EXPECT_EQ(ProfileJson::encode(decoded), encoded);
 
-    EXPECT_THROW(ProfileJson::decode(R"({"address":{"city":"Wien"}})", Country{QStringLiteral("AT")}), JsonDecodeError);
+    EXPECT_THROW(ProfileJson::decode(R"({"address":{"city":"Wien"}})", Country{QStringLiteral("AT")}),
+                 JsonDecodeError);
     EXPECT_THROW(ProfileJson::decode(R"({"language":"fr"})", Country{QStringLiteral("AT")}), JsonDecodeError);
     EXPECT_THROW(ProfileJson::decode("{", Country{QStringLiteral("AT")}), JsonDecodeError);
 }

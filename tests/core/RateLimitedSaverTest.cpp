@@ -9,8 +9,7 @@
 using namespace std::chrono_literals;
 
 class RateLimitedSaverTest : public StorageFixture
-{
-};
+{};
 
 TEST_F(RateLimitedSaverTest, FirstRunsAtOnceLaterOnesMergeIntoTheLast)
 {

@@ -21,15 +21,15 @@ protected:
     StorageFixture()
         : m_clock(TestSupport::berlin(QStringLiteral("2025-03-14T09:30:00"))),
           m_settings(m_home.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat)
-    {
-    }
+    {}
 
     QString dataFolder() const { return m_home.filePath(QStringLiteral("Data")); }
 
     ProfileManager& profiles()
     {
         if (!m_profiles) {
-            m_profiles = std::make_unique<ProfileManager>(m_settings, dataFolder(), Country{QStringLiteral("DE")});
+            m_profiles =
+                std::make_unique<ProfileManager>(m_settings, dataFolder(), Country{QStringLiteral("DE")});
             m_profiles->load();
         }
         return *m_profiles;
