@@ -1,6 +1,7 @@
 // Measures decoding and encoding of invoice files, the work done when a data folder loads
 // and when invoices are saved, and the data folder store on top of it.
 // Usage: ledra-bench [COUNT] [ITEMS]
+#include "einvoice/XMLGenerator.h"
 #include "model/InvoiceJson.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
@@ -115,6 +116,14 @@ int main(int argc, char* argv[])
     }
     const double saveMs = double(timer.nsecsElapsed()) / 1e6 / saves;
 
+    // E-invoices: 1,000 invoices of 20 lines written as XRechnung XML.
+    Profile sender = Profile::makeNew(Country{QStringLiteral("DE")});
+    timer.restart();
+    qint64 xmlBytes = 0;
+    for (int i = 0; i < 1000; ++i)
+        xmlBytes += XMLGenerator::generate(decoded[i % decoded.size()], sender).value_or(QByteArray()).size();
+    const double xmlSeconds = double(timer.nsecsElapsed()) / 1e9;
+
     std::printf("invoices: %d with %d items each (%.1f MB of JSON)\n", count, items, double(bytes) / 1e6);
     std::printf("decode:   %.3f s  (target < 0.300 s for 10000 x 20)%s\n", decodeSeconds,
                 count == 10000 && items == 20 ? (decodeSeconds < 0.3 ? "  OK" : "  SLOW") : "");
@@ -122,6 +131,8 @@ int main(int argc, char* argv[])
     std::printf("load from files: %.3f s for %d files\n", loadSeconds, loaded);
     std::printf("store: loading %lld invoices %.3f s (target < 0.500 s)%s\n", qint64(store.invoices().size()),
                 storeLoadSeconds, count == 10000 ? (storeLoadSeconds < 0.5 ? "  OK" : "  SLOW") : "");
+    std::printf("xml:      %.3f s for 1000 invoices (%.1f MB; target < 0.500 s)%s\n", xmlSeconds,
+                double(xmlBytes) / 1e6, items == 20 ? (xmlSeconds < 0.5 ? "  OK" : "  SLOW") : "");
     std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs,
                 saveMs < 5 ? "  OK" : "  SLOW");
     return 0;

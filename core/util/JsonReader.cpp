@@ -10,29 +10,53 @@ JsonDecodeError::JsonDecodeError(QString keyPath, QString reason)
     : std::runtime_error(
           (keyPath.isEmpty() ? reason : QStringLiteral("key \"%1\": %2").arg(keyPath, reason)).toStdString()),
       m_keyPath(std::move(keyPath)), m_reason(std::move(reason))
-{
-}
+{}
 
 QString JsonDecodeError::message() const
 {
     return QString::fromStdString(what());
 }
 
+namespace {
+
+thread_local simdjson::dom::parser t_parser;
+thread_local bool t_parserInUse = false;
+
+} // namespace
+
 JsonDocument::JsonDocument(const QByteArray& bytes)
 {
+    if (t_parserInUse) {
+        m_ownParser = std::make_unique<simdjson::dom::parser>();
+        m_parser = m_ownParser.get();
+    } else {
+        t_parserInUse = true;
+        m_parser = &t_parser;
+    }
     simdjson::dom::element root;
-    if (m_parser.parse(bytes.constData(), size_t(bytes.size())).get(root) != simdjson::SUCCESS) {
+    if (m_parser->parse(bytes.constData(), size_t(bytes.size())).get(root) != simdjson::SUCCESS) {
+        if (!m_ownParser)
+            t_parserInUse = false;
         // simdjson reports no position; Qt's parser does, and broken files are rare.
         QJsonParseError error;
         QJsonDocument::fromJson(bytes, &error);
         if (error.error != QJsonParseError::NoError)
-            throw JsonDecodeError({}, QStringLiteral("invalid JSON at offset %1: %2")
-                                          .arg(error.offset)
-                                          .arg(error.errorString()));
+            throw JsonDecodeError(
+                {},
+                QStringLiteral("invalid JSON at offset %1: %2").arg(error.offset).arg(error.errorString()));
         throw JsonDecodeError({}, QStringLiteral("invalid JSON"));
     }
-    if (root.get_object().get(m_root) != simdjson::SUCCESS)
+    if (root.get_object().get(m_root) != simdjson::SUCCESS) {
+        if (!m_ownParser)
+            t_parserInUse = false;
         throw JsonDecodeError({}, QStringLiteral("the document is not a JSON object"));
+    }
+}
+
+JsonDocument::~JsonDocument()
+{
+    if (!m_ownParser)
+        t_parserInUse = false;
 }
 
 QString JsonFieldReader::typeName(simdjson::dom::element value)
@@ -58,8 +82,7 @@ QString JsonFieldReader::typeName(simdjson::dom::element value)
 
 JsonFieldReader::JsonFieldReader(simdjson::dom::object object, QString path, DateEncoding dates)
     : m_object(object), m_path(std::move(path)), m_dates(dates)
-{
-}
+{}
 
 std::optional<simdjson::dom::element> JsonFieldReader::raw(QLatin1StringView key) const
 {
@@ -75,9 +98,15 @@ bool JsonFieldReader::has(QLatin1StringView key) const
     return raw(key).has_value();
 }
 
+QString JsonFieldReader::path() const
+{
+    return m_index < 0 ? m_path : m_path + u'[' + QString::number(m_index) + u']';
+}
+
 QString JsonFieldReader::pathOf(QLatin1StringView key) const
 {
-    return m_path.isEmpty() ? QString(key) : m_path + u'.' + key;
+    const QString base = path();
+    return base.isEmpty() ? QString(key) : base + u'.' + key;
 }
 
 void JsonFieldReader::fail(QLatin1StringView key, const QString& reason) const
@@ -247,9 +276,11 @@ qsizetype JsonFieldReader::arraySize(QLatin1StringView key) const
 JsonFieldReader JsonFieldReader::elementReader(QLatin1StringView arrayKey, qsizetype index,
                                                simdjson::dom::element element) const
 {
-    const QString path = pathOf(arrayKey) + u'[' + QString::number(index) + u']';
     simdjson::dom::object object;
     if (element.get_object().get(object) != simdjson::SUCCESS)
-        throw JsonDecodeError(path, QStringLiteral("expected an object, found %1").arg(typeName(element)));
-    return JsonFieldReader(object, path, m_dates);
+        throw JsonDecodeError(pathOf(arrayKey) + u'[' + QString::number(index) + u']',
+                              QStringLiteral("expected an object, found %1").arg(typeName(element)));
+    JsonFieldReader reader(object, pathOf(arrayKey), m_dates);
+    reader.m_index = index;
+    return reader;
 }

@@ -10,6 +10,7 @@
 
 #include <simdjson.h>
 
+#include <memory>
 #include <optional>
 #include <stdexcept>
 
@@ -42,8 +43,13 @@ public:
 
     simdjson::dom::object root() const { return m_root; }
 
+    ~JsonDocument();
+
 private:
-    simdjson::dom::parser m_parser;
+    // Parsing reuses one parser per thread (its buffers are the expensive part); a document
+    // opened while another is alive on the same thread gets a parser of its own.
+    simdjson::dom::parser* m_parser = nullptr;
+    std::unique_ptr<simdjson::dom::parser> m_ownParser;
     simdjson::dom::object m_root;
 };
 
@@ -55,8 +61,7 @@ public:
     JsonFieldReader(simdjson::dom::object object, QString path, DateEncoding dates);
     JsonFieldReader(const JsonDocument& document, DateEncoding dates)
         : JsonFieldReader(document.root(), QString(), dates)
-    {
-    }
+    {}
 
     bool has(QLatin1StringView key) const;
     // The value under a key; nullopt when missing or null.
@@ -79,7 +84,7 @@ public:
     void read(QLatin1StringView key, Currency& out) const;
 
     template <class E>
-        requires std::is_enum_v<E>
+    requires std::is_enum_v<E>
     void read(QLatin1StringView key, E& out) const
     {
         if (const auto raw = stringValue(key))
@@ -87,7 +92,7 @@ public:
     }
 
     template <class E>
-        requires std::is_enum_v<E>
+    requires std::is_enum_v<E>
     void read(QLatin1StringView key, std::optional<E>& out) const
     {
         if (const auto raw = stringValue(key))
@@ -135,7 +140,11 @@ private:
         fail(key, QStringLiteral("unknown value \"%1\" (expected one of: %2)").arg(raw, rawValueList<E>()));
     }
 
+    QString path() const;
+
     simdjson::dom::object m_object;
+    // The key path is only needed for error messages, so array elements keep its parts.
     QString m_path;
+    qsizetype m_index = -1; // for an array element: its index, appended to m_path on demand
     DateEncoding m_dates;
 };

@@ -497,24 +497,3 @@ TEST(XMLGenerator, TemplateThatDoesNotParseGivesNothing)
         XMLGenerator::generate(QByteArray("<rsm:Doc>"), invoice, profileFor(invoice), {}).has_value());
     EXPECT_FALSE(XMLGenerator::generate(QByteArray(), invoice, profileFor(invoice), {}).has_value());
 }
-
-TEST(XMLGenerator, ThousandInvoicesOfTwentyLinesInUnderHalfASecond)
-{
-#ifndef NDEBUG
-    GTEST_SKIP() << "timed in optimised builds only";
-#endif
-    Invoice invoice = completeInvoice();
-    invoice.items.clear();
-    for (int i = 0; i < 20; ++i) {
-        invoice.items.append(TestSupport::line(i + 1, 9.99, i % 2 ? 19 : 7));
-        invoice.items.last().item = u"Line"_s;
-    }
-    const Profile profile = profileFor(invoice);
-    QElapsedTimer timer;
-    timer.start();
-    qsizetype bytes = 0;
-    for (int i = 0; i < 1000; ++i)
-        bytes += XMLGenerator::generate(invoice, profile)->size();
-    EXPECT_LT(timer.elapsed(), 500);
-    EXPECT_GT(bytes, 0);
-}
