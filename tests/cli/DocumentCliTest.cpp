@@ -44,8 +44,8 @@ TEST(DocumentCli, PdfImportAndStyling)
 
     result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
     ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
-    EXPECT_TRUE(
-        QFile::exists(profile + QStringLiteral("/Invoices/3F2A9C10-7B4D-4E21-9A0B-5C6D7E8F9012.json")));
+    // Named like every invoice file: its date and the start of its id.
+    EXPECT_TRUE(QFile::exists(profile + QStringLiteral("/Invoices/2025-03-14-3F2A9C.json")));
     result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.err.contains(QStringLiteral("There is already another version of this invoice.")));
