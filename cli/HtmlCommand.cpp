@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "DocumentInputs.h"
 
 #include "render/InvoiceDocument.h"
 #include "render/StylingManager.h"
@@ -41,22 +42,14 @@ protected:
         if (!kind)
             return usageError(
                 u"unknown page kind '%1' (single, first, middle, last)"_s.arg(parser.value(u"page-kind"_s)));
-        InvoiceContext context;
+        DocumentInputs inputs;
         try {
-            context = resolveInvoice(arguments[0]);
+            inputs = documentInputs(parser, arguments[0]);
         } catch (const CliError& error) {
             return fail(error.message());
         }
-        // Without a profile folder the page format follows the sender's country.
-        Styling styling = Styling::makeNew(context.profile.addressCountry);
-        try {
-            if (const auto folder = stylingFolder(parser, context)) {
-                StylingManager manager(*folder);
-                styling = *manager.styling();
-            }
-        } catch (const CliError& error) {
-            return fail(error.message());
-        }
+        const InvoiceContext& context = inputs.context;
+        const Styling& styling = inputs.styling;
         const InvoiceDocument document(context.invoice, context.profile, styling);
         out() << document.render(*kind, std::nullopt);
         out().flush();

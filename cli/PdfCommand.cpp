@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "DocumentInputs.h"
 
 #include "render/DocumentExport.h"
 #include "render/StylingManager.h"
@@ -35,22 +36,14 @@ protected:
         const QStringList arguments = parser.positionalArguments();
         if (arguments.size() != 1)
             return usageError(u"give exactly one invoice"_s);
-        InvoiceContext context;
+        DocumentInputs inputs;
         try {
-            context = resolveInvoice(arguments[0]);
+            inputs = documentInputs(parser, arguments[0]);
         } catch (const CliError& error) {
             return fail(error.message());
         }
-        // Without a profile folder the page format follows the sender's country.
-        Styling styling = Styling::makeNew(context.profile.addressCountry);
-        try {
-            if (const auto folder = stylingFolder(parser, context)) {
-                StylingManager manager(*folder);
-                styling = *manager.styling();
-            }
-        } catch (const CliError& error) {
-            return fail(error.message());
-        }
+        const InvoiceContext& context = inputs.context;
+        const Styling& styling = inputs.styling;
         QString output = parser.value(u"output"_s);
         if (output.isEmpty()) {
             const QFileInfo input(arguments[0]);

@@ -7,20 +7,6 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
-CliResult ledra(const QStringList& arguments)
-{
-    return runLedra(QStringLiteral(LEDRA_CLI), arguments);
-}
-
-QString sampleInvoicePath()
-{
-    return QStringLiteral(LEDRA_TEST_DATA "/../../core/resources/samples/sample-invoice.json");
-}
-
-} // namespace
-
 TEST(DocumentCli, PdfImportAndStyling)
 {
     QTemporaryDir dir;

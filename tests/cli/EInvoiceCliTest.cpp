@@ -11,11 +11,6 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-QString sampleInvoicePath()
-{
-    return QStringLiteral(LEDRA_TEST_DATA "/../../core/resources/samples/sample-invoice.json");
-}
-
 // A run against a data folder of its own, in English.
 class EInvoiceCli : public ::testing::Test
 {

@@ -24,3 +24,17 @@ inline CliResult runLedra(const QString& program, const QStringList& arguments,
             QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
 }
+
+#ifdef LEDRA_CLI
+// The built `ledra` of this build tree.
+inline CliResult ledra(const QStringList& arguments,
+                       const QProcessEnvironment& environment = QProcessEnvironment::systemEnvironment())
+{
+    return runLedra(QStringLiteral(LEDRA_CLI), arguments, environment);
+}
+
+inline QString sampleInvoicePath()
+{
+    return QStringLiteral(LEDRA_TEST_DATA "/../../core/resources/samples/sample-invoice.json");
+}
+#endif

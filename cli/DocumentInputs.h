@@ -1,0 +1,18 @@
+#pragma once
+
+#include "Commands.h"
+
+#include "render/Styling.h"
+
+#include <QCommandLineParser>
+
+// What the document commands render: the invoice with its profile and the profile's styling.
+struct DocumentInputs
+{
+    InvoiceContext context;
+    Styling styling;
+};
+
+// Resolves an INVOICE argument and loads the styling of its profile (or of --profile-dir).
+// Without a profile folder the page format follows the sender's country. Throws CliError.
+DocumentInputs documentInputs(const QCommandLineParser& parser, const QString& argument);
