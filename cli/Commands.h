@@ -13,6 +13,7 @@ std::unique_ptr<Command> makeDemoCommand();
 std::unique_ptr<Command> makeProfileCommand();
 std::unique_ptr<Command> makeInvoiceCommand();
 std::unique_ptr<Command> makeDataDirCommand();
+std::unique_ptr<Command> makeBenchCommand();
 std::unique_ptr<Command> makePdfCommand();
 std::unique_ptr<Command> makeHtmlCommand();
 std::unique_ptr<Command> makeImportPdfCommand();
