@@ -116,11 +116,6 @@ QList<VATAmount> vatBreakdown(const Invoice& invoice)
     return breakdownFor(invoice, subtotal, discountFor(invoice, subtotal));
 }
 
-double totalVat(const Invoice& invoice)
-{
-    return sumOf(vatBreakdown(invoice));
-}
-
 double grossTotal(const Invoice& invoice)
 {
     return summarize(invoice).grossTotal;

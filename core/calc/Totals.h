@@ -39,7 +39,6 @@ double discountValue(const Invoice& invoice);
 // One entry per distinct positive rate (exact equality), ascending: the VAT of the
 // positive-rate entries of vatGroups().
 QList<VATAmount> vatBreakdown(const Invoice& invoice);
-double totalVat(const Invoice& invoice);
 double grossTotal(const Invoice& invoice);
 
 QList<VATGroup> vatGroups(const Invoice& invoice);

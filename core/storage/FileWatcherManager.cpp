@@ -55,11 +55,6 @@ void FileWatcherManager::stopAll()
     m_rearmTimer.stop();
 }
 
-QStringList FileWatcherManager::watchedPaths() const
-{
-    return m_watcher.files() + m_watcher.directories();
-}
-
 void FileWatcherManager::onFileChanged(const QString& path)
 {
     m_lastFileChangeDate = Clock::nowTimestamp();

@@ -28,7 +28,6 @@ public:
     void stopAll();
 
     std::optional<Timestamp> lastFileChangeDate() const { return m_lastFileChangeDate; }
-    QStringList watchedPaths() const;
 
 Q_SIGNALS:
     void fileChanged(const QString& path);

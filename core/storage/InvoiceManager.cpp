@@ -215,14 +215,6 @@ std::optional<QString> InvoiceManager::filePath(const QUuid& id) const
     return *folder + u'/' + *name;
 }
 
-std::optional<QString> InvoiceManager::fileStemOf(const QUuid& id) const
-{
-    const auto name = m_fileNames.constFind(id);
-    if (name == m_fileNames.constEnd())
-        return std::nullopt;
-    return name->chopped(5);
-}
-
 void InvoiceManager::replaceOrAppend(const Invoice& updated)
 {
     for (Invoice& i : m_invoices) {
@@ -294,15 +286,18 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
     // Reminder files follow the invoice's file name.
     for (const QString& name : std::as_const(reminderCandidates)) {
         const QString path = *folder + u'/' + name;
-        if (uuidIn(path, "invoiceId"_L1) != invoice.id)
-            continue;
+        std::optional<QUuid> owner;
         int number = 0;
         try {
             const JsonDocument document(Files::read(path).value_or(QByteArray()));
-            JsonFieldReader(document, DateEncoding::referenceSeconds).read("number"_L1, number);
+            const JsonFieldReader reader(document, DateEncoding::referenceSeconds);
+            reader.read("invoiceId"_L1, owner);
+            reader.read("number"_L1, number);
         } catch (const JsonDecodeError&) {
-            continue;
+            continue; // not a reminder we can place
         }
+        if (owner != invoice.id)
+            continue;
         const QString target = reminderFileName(stem, number);
         if (target == name)
             continue;

@@ -44,8 +44,6 @@ public:
     const Invoice* invoice(const QUuid& id) const;
     // The file an invoice was last read from or written to.
     std::optional<QString> filePath(const QUuid& id) const;
-    // Its name without ".json"; reminder files are named after it.
-    std::optional<QString> fileStemOf(const QUuid& id) const;
     int refreshTrigger() const { return m_refreshTrigger; }
     std::optional<QUuid> newlyCreatedInvoiceId() const { return m_newlyCreatedInvoiceId; }
 

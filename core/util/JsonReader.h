@@ -124,7 +124,6 @@ public:
 
     static QString typeName(simdjson::dom::element value);
 
-    DateEncoding dateEncoding() const { return m_dates; }
 
 private:
     std::optional<QString> stringValue(QLatin1StringView key) const;

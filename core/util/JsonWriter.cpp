@@ -130,11 +130,6 @@ void JsonWriter::value(const QString& text)
     writeString(text);
 }
 
-void JsonWriter::value(QLatin1StringView text)
-{
-    value(QString(text));
-}
-
 QByteArray JsonWriter::formatDouble(double number)
 {
     if (!std::isfinite(number))

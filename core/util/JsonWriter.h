@@ -35,7 +35,6 @@ public:
     void key(QLatin1StringView name);
 
     void value(const QString& text);
-    void value(QLatin1StringView text);
     // Whole numbers are written without a fraction; others in the shortest form that reads
     // back to the same double. Non-finite numbers cannot be written (throws JsonEncodeError).
     void value(double number);
@@ -62,7 +61,6 @@ public:
         value(v);
     }
 
-    DateEncoding dateEncoding() const { return m_dates; }
     // The finished document, ending in a newline.
     QByteArray take();
 
