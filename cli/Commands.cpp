@@ -83,6 +83,12 @@ std::optional<QString> stylingFolder(const QCommandLineParser& parser, const Inv
     return folder;
 }
 
+void expectArguments(const QString& action, const QStringList& arguments, qsizetype count)
+{
+    if (arguments.size() != count)
+        throw CliError(QStringLiteral("%1 takes %2 argument(s)").arg(action).arg(count));
+}
+
 QString joinNonEmpty(const QStringList& parts)
 {
     QStringList kept = parts;

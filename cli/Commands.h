@@ -51,6 +51,10 @@ InvoiceContext resolveInvoice(const QString& argument);
 // folder of the invoice's profile in the data folder. Throws CliError for a missing folder.
 std::optional<QString> stylingFolder(const QCommandLineParser& parser, const InvoiceContext& context);
 
+// For commands with actions ("profile rename OLD NEW"): throws CliError unless `arguments`
+// holds exactly `count` values.
+void expectArguments(const QString& action, const QStringList& arguments, qsizetype count);
+
 // The non-empty parts joined with ", ".
 QString joinNonEmpty(const QStringList& parts);
 

@@ -2,6 +2,17 @@
 
 #include "render/StylingManager.h"
 
+using namespace Qt::Literals::StringLiterals;
+
+void addDocumentInputOptions(QCommandLineParser& parser)
+{
+    parser.addOption({u"profile-dir"_s,
+                      u"The profile folder whose styling.json, logo and CSS are used (default: the invoice's "
+                      u"profile)."_s,
+                      u"DIR"_s});
+    parser.addPositionalArgument(u"INVOICE"_s, u"An invoice file, or an invoice of the active profile."_s);
+}
+
 DocumentInputs documentInputs(const QCommandLineParser& parser, const QString& argument)
 {
     InvoiceContext context = resolveInvoice(argument);

@@ -13,6 +13,9 @@ struct DocumentInputs
     Styling styling;
 };
 
+// The --profile-dir option and the INVOICE argument of the document commands.
+void addDocumentInputOptions(QCommandLineParser& parser);
+
 // Resolves an INVOICE argument and loads the styling of its profile (or of --profile-dir).
 // Without a profile folder the page format follows the sender's country. Throws CliError.
 DocumentInputs documentInputs(const QCommandLineParser& parser, const QString& argument);

@@ -25,12 +25,7 @@ protected:
     {
         parser.addOption(
             {u"page-kind"_s, u"single (default), first, middle or last."_s, u"K"_s, u"single"_s});
-        parser.addOption(
-            {u"profile-dir"_s,
-             u"The profile folder whose styling.json, logo and CSS are used (default: the invoice\'s profile)."_s,
-             u"DIR"_s});
-        parser.addPositionalArgument(u"INVOICE"_s,
-                                     u"An invoice file, or an invoice of the active profile."_s);
+        addDocumentInputOptions(parser);
     }
 
     int run(const QCommandLineParser& parser) override

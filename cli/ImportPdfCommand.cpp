@@ -1,19 +1,14 @@
 #include "Commands.h"
 #include "DataStores.h"
 
-#include "model/InvoiceJson.h"
 #include "render/InvoicePdfData.h"
-
-#include <QDir>
-#include <QFileInfo>
-#include <QSaveFile>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-// Brings invoices back from exported PDFs into the active profile, or into the "Invoices"
-// folder of a profile folder given on the command line.
+// Brings invoices back from exported PDFs into the active profile, through the invoice store
+// (file names, duplicate ids).
 class ImportPdfCommand : public Command
 {
 public:
@@ -23,11 +18,6 @@ public:
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addOption(
-            {u"profile-dir"_s,
-             u"A profile folder whose Invoices folder receives the invoices (default: the active "
-             u"profile of the data folder)."_s,
-             u"DIR"_s});
         parser.addPositionalArgument(u"FILE"_s, u"PDF files written by ledra."_s, u"FILE..."_s);
     }
 
@@ -36,41 +26,7 @@ protected:
         const QStringList files = parser.positionalArguments();
         if (files.isEmpty())
             return usageError(u"no PDF file given"_s);
-        if (!parser.isSet(u"profile-dir"_s))
-            return importIntoDataFolder(files);
-        const QDir invoices(QDir(parser.value(u"profile-dir"_s)).filePath(u"Invoices"_s));
-        if (!invoices.exists() && !QDir().mkpath(invoices.path()))
-            return fail(u"%1: cannot create the folder"_s.arg(invoices.path()));
-
-        QSet<QUuid> existing;
-        for (const QFileInfo& file : invoices.entryInfoList({u"*.json"_s}, QDir::Files)) {
-            QFile input(file.absoluteFilePath());
-            if (!input.open(QIODevice::ReadOnly))
-                continue;
-            try {
-                existing.insert(InvoiceJson::decode(input.readAll()).id);
-            } catch (const JsonDecodeError&) {
-                // Not an invoice (a reminder, a broken file): it cannot clash by id.
-            }
-        }
-
-        int status = ExitCode::ok;
-        for (const InvoicePdfData::ImportOutcome& outcome : InvoicePdfData::importFiles(files, existing)) {
-            if (!outcome.invoice) {
-                status = fail(outcome.duplicate ? outcome.file + u": "_s + outcome.problem : outcome.problem);
-                continue;
-            }
-            const QString target = invoices.filePath(InvoiceManager::fileName(*outcome.invoice));
-            QSaveFile file(target);
-            if (!file.open(QIODevice::WriteOnly) || file.write(InvoiceJson::encode(*outcome.invoice)) < 0 ||
-                !file.commit()) {
-                status = fail(u"%1: cannot write the file: %2"_s.arg(target, file.errorString()));
-                continue;
-            }
-            out() << outcome.file << " -> " << target << '\n';
-        }
-        out().flush();
-        return status;
+        return importIntoDataFolder(files);
     }
 
 private:

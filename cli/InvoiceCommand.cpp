@@ -78,10 +78,7 @@ protected:
             return usageError(u"no action given"_s);
         const QString action = args.takeFirst();
         m_json = parser.isSet(u"json"_s);
-        auto expect = [&](qsizetype count) {
-            if (args.size() != count)
-                throw CliError(QStringLiteral("%1 takes %2 argument(s)").arg(action).arg(count));
-        };
+        auto expect = [&](qsizetype count) { expectArguments(action, args, count); };
         try {
             DataStores& stores = dataStores();
             InvoiceManager& invoices = stores.invoices();

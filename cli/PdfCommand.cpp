@@ -23,12 +23,7 @@ protected:
         parser.addOption({{u"o"_s, u"output"_s},
                           u"The PDF file to write (default: the invoice file's name with .pdf)."_s,
                           u"FILE"_s});
-        parser.addOption(
-            {u"profile-dir"_s,
-             u"The profile folder whose styling.json, logo and CSS are used (default: the invoice\'s profile)."_s,
-             u"DIR"_s});
-        parser.addPositionalArgument(u"INVOICE"_s,
-                                     u"An invoice file, or an invoice of the active profile."_s);
+        addDocumentInputOptions(parser);
     }
 
     int run(const QCommandLineParser& parser) override

@@ -36,10 +36,7 @@ protected:
             return usageError(u"no action given"_s);
         const QString action = args.takeFirst();
         const bool json = parser.isSet(u"json"_s);
-        auto expect = [&](qsizetype count) {
-            if (args.size() != count)
-                throw CliError(QStringLiteral("%1 takes %2 argument(s)").arg(action).arg(count));
-        };
+        auto expect = [&](qsizetype count) { expectArguments(action, args, count); };
         try {
             ProfileManager& profiles = dataStores().profiles();
             if (action == u"list") {

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-TEST(DocumentCli, PdfImportAndStyling)
+TEST(DocumentCli, StylingOfAProfileFolderShapesThePdf)
 {
     QTemporaryDir dir;
     const QString profile = dir.filePath(QStringLiteral("profile"));
@@ -27,14 +27,6 @@ TEST(DocumentCli, PdfImportAndStyling)
     QFile file(pdf);
     ASSERT_TRUE(file.open(QIODevice::ReadOnly));
     EXPECT_TRUE(file.readAll().contains("/MediaBox [ 0 0 612 792 ]"));
-
-    result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
-    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
-    // Named like every invoice file: its date and the start of its id.
-    EXPECT_TRUE(QFile::exists(profile + QStringLiteral("/Invoices/2025-03-14-3F2A9C.json")));
-    result = ledra({QStringLiteral("import-pdf"), pdf, QStringLiteral("--profile-dir"), profile});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_TRUE(result.err.contains(QStringLiteral("There is already another version of this invoice.")));
 }
 
 TEST(DocumentCli, HtmlOfAPageKind)
