@@ -15,8 +15,10 @@ APT_PACKAGES=(
     libgtest-dev libgmock-dev
     # e-invoice tests: schema checks of written XML
     libxml2-utils
-    # documents: HTML layout and PDF printing, PDF reading and writing
-    qt6-webengine-dev libqpdf-dev
+    # documents: HTML layout and PDF printing, PDF reading and writing, the sRGB output intent
+    qt6-webengine-dev libqpdf-dev liblcms2-dev
+    # plugins: scripts and their zip archives
+    libjavascriptcoregtk-4.1-dev libzip-dev
     # PDF text checks in the tests
     poppler-utils
 )
