@@ -21,6 +21,8 @@ std::unique_ptr<Command> makeStylingCommand();
 std::unique_ptr<Command> makeXRechnungCommand();
 std::unique_ptr<Command> makeImportEInvoiceCommand();
 std::unique_ptr<Command> makeCsvCommand();
+std::unique_ptr<Command> makeZugferdCommand();
+std::unique_ptr<Command> makeAttachmentsCommand();
 
 // Shared by the commands that read record files.
 class CliError : public std::runtime_error

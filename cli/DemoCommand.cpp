@@ -1,13 +1,15 @@
 #include "Commands.h"
 
+#include "einvoice/XMLGenerator.h"
+#include "einvoice/ZUGFeRDGenerator.h"
 #include "model/InvoiceJson.h"
 #include "model/ProfileJson.h"
 #include "numbering/NumberFormat.h"
 #include "render/DocumentExport.h"
+#include "util/Files.h"
 
 #include <QDir>
 #include <QFile>
-#include <QSaveFile>
 
 namespace {
 
@@ -57,18 +59,27 @@ protected:
     }
 
 private:
+    // The plain PDF and, from the same pages, the hybrid e-invoice with its XML inside.
     static void writePdf(const Invoice& invoice, const Profile& profile, const QString& folder)
     {
         const auto pdf =
             DocumentExport::invoicePdf(invoice, profile, Styling::makeNew(profile.addressCountry));
         if (!pdf)
             throw CliError(QStringLiteral("the sample PDF could not be created"));
+        const auto xml = XMLGenerator::generate(invoice, profile);
+        ZUGFeRDGenerator generator;
+        const auto hybrid = xml ? generator.create(*pdf, *xml) : std::nullopt;
+        if (!hybrid)
+            throw CliError(QStringLiteral("the sample ZUGFeRD PDF could not be created: %1")
+                               .arg(generator.errorString()));
         QDir().mkpath(folder);
         const QString path = QDir(folder).filePath(QStringLiteral("sample-invoice.pdf"));
-        QSaveFile file(path);
-        if (!file.open(QIODevice::WriteOnly) || file.write(*pdf) < 0 || !file.commit())
-            throw CliError(QStringLiteral("%1: cannot write the file: %2").arg(path, file.errorString()));
-        out() << "\nPDF: " << path << '\n';
+        const QString hybridPath = QDir(folder).filePath(QStringLiteral("sample-invoice-zugferd.pdf"));
+        for (const auto& [target, bytes] : {std::pair{path, *pdf}, std::pair{hybridPath, *hybrid}}) {
+            if (const auto error = Files::writeAtomically(target, bytes))
+                throw CliError(QStringLiteral("%1: cannot write the file: %2").arg(target, *error));
+        }
+        out() << "\nPDF: " << path << "\nZUGFeRD PDF (PDF/A-3 with XRechnung XML): " << hybridPath << '\n';
     }
 
     static void printInvoice(const Invoice& invoice, const Profile& profile)

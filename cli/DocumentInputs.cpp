@@ -2,6 +2,8 @@
 
 #include "render/StylingManager.h"
 
+#include <QFileInfo>
+
 using namespace Qt::Literals::StringLiterals;
 
 void addDocumentInputOptions(QCommandLineParser& parser)
@@ -22,4 +24,12 @@ DocumentInputs documentInputs(const QCommandLineParser& parser, const QString& a
         styling = *manager.styling();
     }
     return {std::move(context), std::move(styling)};
+}
+
+QString defaultOutputPath(const QString& argument, const InvoiceContext& context, const QString& ending)
+{
+    const QFileInfo input(argument);
+    if (input.isFile())
+        return input.path() + u'/' + input.completeBaseName() + ending;
+    return context.invoice.id.toString(QUuid::WithoutBraces).toUpper() + ending;
 }

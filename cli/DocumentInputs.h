@@ -19,3 +19,7 @@ void addDocumentInputOptions(QCommandLineParser& parser);
 // Resolves an INVOICE argument and loads the styling of its profile (or of --profile-dir).
 // Without a profile folder the page format follows the sender's country. Throws CliError.
 DocumentInputs documentInputs(const QCommandLineParser& parser, const QString& argument);
+
+// Where a document is written without -o: beside an invoice file, with its name, or in the
+// current folder under the invoice's id. `ending` follows the base name ("-zugferd.pdf").
+QString defaultOutputPath(const QString& argument, const InvoiceContext& context, const QString& ending);

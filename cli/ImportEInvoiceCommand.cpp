@@ -15,13 +15,13 @@ public:
     QString name() const override { return u"import-einvoice"_s; }
     QString summary() const override
     {
-        return u"Import CII e-invoice files as new invoices of the active profile."_s;
+        return u"Import CII e-invoices (XML or hybrid PDF) as new invoices of the active profile."_s;
     }
 
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addPositionalArgument(u"FILE"_s, u"E-invoice XML files."_s, u"FILE..."_s);
+        parser.addPositionalArgument(u"FILE"_s, u"E-invoice XML files or hybrid PDFs (Factur-X, ZUGFeRD)."_s, u"FILE..."_s);
     }
 
     int run(const QCommandLineParser& parser) override
@@ -42,7 +42,7 @@ protected:
                     continue;
                 }
                 const EInvoiceImporter::Result result =
-                    EInvoiceImporter::importInvoice(*bytes, stores.activeProfile(), invoices.invoices());
+                    EInvoiceImporter::importFile(*bytes, stores.activeProfile(), invoices.invoices());
                 if (!result.invoice) {
                     status = fail(u"%1: %2 (%3)"_s.arg(path, result.alerts.join(u' '), result.detail));
                     continue;

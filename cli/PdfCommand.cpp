@@ -4,7 +4,6 @@
 #include "render/DocumentExport.h"
 #include "render/StylingManager.h"
 
-#include <QFileInfo>
 #include <QSaveFile>
 
 using namespace Qt::Literals::StringLiterals;
@@ -40,11 +39,8 @@ protected:
         const InvoiceContext& context = inputs.context;
         const Styling& styling = inputs.styling;
         QString output = parser.value(u"output"_s);
-        if (output.isEmpty()) {
-            const QFileInfo input(arguments[0]);
-            output = input.exists() ? input.path() + u'/' + input.completeBaseName() + u".pdf"_s
-                                    : context.invoice.id.toString(QUuid::WithoutBraces).toUpper() + u".pdf"_s;
-        }
+        if (output.isEmpty())
+            output = defaultOutputPath(arguments[0], context, u".pdf"_s);
         const std::optional<QByteArray> pdf =
             DocumentExport::invoicePdf(context.invoice, context.profile, styling);
         if (!pdf)

@@ -1,34 +1,13 @@
 #include "Commands.h"
+#include "EInvoiceXml.h"
 
-#include "einvoice/XMLGenerator.h"
 #include "util/Files.h"
-
-#include <QDir>
-#include <QFileInfo>
 
 #include <cstdio>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
-
-// A cancellation names the invoice it cancels by number; invoices live side by side in their
-// profile's folder, so that is where the cancelled one is found.
-QList<Invoice> siblingInvoices(const QString& argument, const Invoice& invoice)
-{
-    QList<Invoice> invoices;
-    if (!invoice.cancelledInvoiceId || !QFileInfo(argument).isFile())
-        return invoices;
-    const QDir folder = QFileInfo(argument).absoluteDir();
-    for (const QString& name : folder.entryList({u"*.json"_s}, QDir::Files)) {
-        try {
-            invoices.append(readInvoiceFile(folder.filePath(name)));
-        } catch (const CliError&) {
-            // Not an invoice (a reminder, a broken file): not the one we look for.
-        }
-    }
-    return invoices;
-}
 
 class XRechnungCommand : public Command
 {
@@ -52,24 +31,16 @@ protected:
         const QStringList arguments = parser.positionalArguments();
         if (arguments.size() != 1)
             return usageError(u"expected exactly one INVOICE"_s);
-        InvoiceContext context;
+        std::optional<QByteArray> xml;
         try {
-            context = resolveInvoice(arguments.first());
+            xml = eInvoiceXml(arguments.first(), resolveInvoice(arguments.first()));
+        } catch (const IncompleteEInvoice& incomplete) {
+            // An incomplete e-invoice would be refused by its receiver: say what is missing instead.
+            printMissingFields(name(), incomplete);
+            return ExitCode::incomplete;
         } catch (const CliError& error) {
             return fail(error.message());
         }
-        // An incomplete e-invoice would be refused by its receiver: say what is missing instead.
-        const QStringList missing = XMLGenerator::missingFields(context.invoice);
-        if (!missing.isEmpty()) {
-            err() << "ledra " << name() << ": " << arguments.first() << ": the e-invoice lacks:\n";
-            for (const QString& field : missing)
-                err() << "  " << field << '\n';
-            return ExitCode::incomplete;
-        }
-        const std::optional<QByteArray> xml = XMLGenerator::generate(
-            context.invoice, context.profile, siblingInvoices(arguments.first(), context.invoice));
-        if (!xml)
-            return fail(u"the e-invoice template could not be loaded"_s);
         if (!parser.isSet(u"output"_s)) {
             out().flush();
             std::fwrite(xml->constData(), 1, std::size_t(xml->size()), stdout);

@@ -24,6 +24,18 @@ void quietEngineReport(QLoggingCategory* category)
     }
 }
 
+// Without a GPU the engine warns on every start that it found no graphics backend; documents
+// are drawn in software by design, so that one line says nothing to a user.
+QtMessageHandler s_previousHandler = nullptr;
+
+void dropBackendWarning(QtMsgType type, const QMessageLogContext& context, const QString& message)
+{
+    if (type == QtWarningMsg && message.trimmed() == QLatin1String("No suitable graphics backend found"))
+        return;
+    if (s_previousHandler)
+        s_previousHandler(type, context, message);
+}
+
 } // namespace
 
 void prepare()
@@ -52,8 +64,10 @@ void prepare()
     }
     // The engine's start-up report is noise on a command line. A filter rather than a rule, so
     // that rules set by the program later keep it.
-    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES"))
+    if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES")) {
         s_previousFilter = QLoggingCategory::installFilter(quietEngineReport);
+        s_previousHandler = qInstallMessageHandler(dropBackendWarning);
+    }
 }
 
 } // namespace RenderEnvironment

@@ -19,8 +19,8 @@ APT_PACKAGES=(
     qt6-webengine-dev libqpdf-dev liblcms2-dev
     # plugins: scripts and their zip archives
     libjavascriptcoregtk-4.1-dev libzip-dev
-    # PDF text checks in the tests
-    poppler-utils
+    # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)
+    poppler-utils qpdf
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.

@@ -1,6 +1,7 @@
 #include "einvoice/EInvoiceImporter.h"
 
 #include "calc/Totals.h"
+#include "einvoice/PdfAttachments.h"
 #include "einvoice/XMLElement.h"
 #include "einvoice/XMLGenerator.h"
 #include "l10n/Strings.h"
@@ -257,6 +258,32 @@ Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<
 
     result.alerts = totalsDifferences(document, invoice);
     result.invoice = std::move(invoice);
+    return result;
+}
+
+Result importFile(const QByteArray& bytes, const Profile& profile, const QList<Invoice>& invoices)
+{
+    // PDF readers accept the header anywhere in the first kilobyte.
+    if (!bytes.left(1024).contains("%PDF-"))
+        return importInvoice(bytes, profile, invoices);
+    Result result;
+    QList<PdfAttachments::Attachment> attachments;
+    try {
+        attachments = PdfAttachments::list(bytes);
+    } catch (const std::exception& error) {
+        result.alerts.append(Strings::ui(u"Could not read the selected XML file."_s));
+        result.detail = u"the PDF cannot be read: %1"_s.arg(QString::fromUtf8(error.what()));
+        return result;
+    }
+    const std::optional<PdfAttachments::Attachment> xml = PdfAttachments::invoiceXml(attachments);
+    if (!xml) {
+        result.alerts.append(Strings::ui(u"This file does not appear to be a valid e-invoice."_s));
+        result.detail = u"the PDF carries no %1"_s.arg(PdfAttachments::invoiceXmlNames().join(u", "_s));
+        return result;
+    }
+    result = importInvoice(xml->data, profile, invoices);
+    if (!result.invoice)
+        result.detail = u"%1: %2"_s.arg(xml->name, result.detail);
     return result;
 }
 

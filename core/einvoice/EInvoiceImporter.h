@@ -28,4 +28,8 @@ struct Result
 // `invoices` are those the store holds; the new invoice takes the next number after them.
 Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<Invoice>& invoices);
 
+// A chosen file: CII XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice
+// XML is imported like an XML file.
+Result importFile(const QByteArray& bytes, const Profile& profile, const QList<Invoice>& invoices);
+
 } // namespace EInvoiceImporter

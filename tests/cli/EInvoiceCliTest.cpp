@@ -94,3 +94,72 @@ TEST_F(EInvoiceCli, ImportThenExportCsv)
     EXPECT_EQ(ledra({u"csv"_s, u"--status"_s, u"sent"_s, u"-o"_s, csvPath}).exitCode, 64);
     EXPECT_EQ(ledra({u"csv"_s}).exitCode, 64);
 }
+
+TEST_F(EInvoiceCli, HybridPdfCarriesTheSameXmlAndImportsAsAnInvoice)
+{
+    const QString hybrid = m_home.filePath(u"sample-zugferd.pdf"_s);
+    const CliResult written = ledra({u"zugferd"_s, sampleInvoicePath(), u"-o"_s, hybrid});
+    ASSERT_EQ(written.exitCode, 0) << written.err.toStdString();
+    EXPECT_EQ(written.out.trimmed(), hybrid);
+
+    const CliResult listed = ledra({u"attachments"_s, hybrid});
+    EXPECT_EQ(listed.exitCode, 0);
+    EXPECT_TRUE(listed.out.startsWith(u"factur-x.xml  "_s)) << listed.out.toStdString();
+    EXPECT_TRUE(listed.out.contains(u"text/xml, Alternative"_s));
+
+    const CliResult embedded = ledra({u"attachments"_s, hybrid, u"--xml"_s});
+    const CliResult direct = ledra({u"xrechnung"_s, sampleInvoicePath()});
+    ASSERT_EQ(embedded.exitCode, 0);
+    EXPECT_EQ(embedded.out, direct.out);
+
+    const QString folder = m_home.filePath(u"extracted"_s);
+    ASSERT_EQ(ledra({u"attachments"_s, hybrid, u"-x"_s, folder}).exitCode, 0);
+    QFile extracted(folder + u"/factur-x.xml"_s);
+    ASSERT_TRUE(extracted.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QString::fromUtf8(extracted.readAll()), direct.out);
+
+    // Import E-Invoices takes the hybrid PDF like its XML.
+    const CliResult imported = ledra({u"import-einvoice"_s, hybrid});
+    ASSERT_EQ(imported.exitCode, 0) << imported.err.toStdString();
+    EXPECT_TRUE(imported.out.contains(u"imported as"_s)) << imported.out.toStdString();
+    const CliResult shown = ledra({u"invoice"_s, u"list"_s});
+    EXPECT_TRUE(shown.out.contains(u"Becker"_s)) << shown.out.toStdString();
+}
+
+TEST_F(EInvoiceCli, HybridPdfRefusals)
+{
+    // Incomplete invoice: the missing fields and status 2, no rendering, no file.
+    QFile sample(sampleInvoicePath());
+    ASSERT_TRUE(sample.open(QIODevice::ReadOnly));
+    QByteArray json = sample.readAll();
+    json.replace("buchhaltung@becker-soehne.example", ""); // the buyer's electronic address
+    const QString incomplete = m_home.filePath(u"incomplete.json"_s);
+    QFile file(incomplete);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(json);
+    file.close();
+    const QString output = m_home.filePath(u"incomplete.pdf"_s);
+    const CliResult missing = ledra({u"zugferd"_s, incomplete, u"-o"_s, output});
+    EXPECT_EQ(missing.exitCode, 2) << missing.err.toStdString();
+    EXPECT_TRUE(missing.err.contains(u"the e-invoice lacks:"_s));
+    EXPECT_FALSE(QFile::exists(output));
+
+    // A PDF whose trailer and root cannot be found: no file and the export's log lines.
+    const QString broken = m_home.filePath(u"broken.pdf"_s);
+    QFile brokenFile(broken);
+    ASSERT_TRUE(brokenFile.open(QIODevice::WriteOnly));
+    brokenFile.write("%PDF-1.4\n1 0 obj\n<< /Kids [] >>\nendobj\n%%EOF\n");
+    brokenFile.close();
+    const CliResult failed = ledra({u"zugferd"_s, sampleInvoicePath(), u"--pdf"_s, broken, u"-o"_s, output});
+    EXPECT_EQ(failed.exitCode, 1);
+    EXPECT_TRUE(failed.err.contains(u"ZUGFeRD export failed:"_s)) << failed.err.toStdString();
+    EXPECT_TRUE(failed.err.contains(u"Failed to create ZUGFeRD PDF:"_s));
+    EXPECT_FALSE(QFile::exists(output));
+
+    // A PDF without an invoice: attachments says so, the importer refuses it.
+    const CliResult none = ledra({u"attachments"_s, broken, u"--xml"_s});
+    EXPECT_EQ(none.exitCode, 1);
+    const CliResult refused = ledra({u"import-einvoice"_s, broken});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_TRUE(refused.err.contains(u"broken.pdf"_s)) << refused.err.toStdString();
+}
