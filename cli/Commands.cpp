@@ -16,6 +16,7 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeNumberCommand());
     commands.push_back(makeProfileCommand());
     commands.push_back(makeInvoiceCommand());
+    commands.push_back(makeReminderCommand());
     commands.push_back(makeDataDirCommand());
     commands.push_back(makePdfCommand());
     commands.push_back(makeHtmlCommand());

@@ -54,6 +54,8 @@ struct Profile
     bool friendlyReminderEnabled = true;
     double latePaymentInterestRate = 0;
     double latePaymentFee = 40;
+    // Days from a reminder's date to the payment deadline it sets.
+    int reminderDaysToPay = 14;
 
     // A new profile with the presets of a region (language, currency, VAT rate, prefixes).
     static Profile makeNew(const Country& region);

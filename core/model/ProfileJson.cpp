@@ -54,6 +54,7 @@ void write(JsonWriter& w, const Profile& p)
     w.field("friendlyReminderEnabled"_L1, p.friendlyReminderEnabled);
     w.field("latePaymentInterestRate"_L1, p.latePaymentInterestRate);
     w.field("latePaymentFee"_L1, p.latePaymentFee);
+    w.field("reminderDaysToPay"_L1, p.reminderDaysToPay);
     w.endObject();
 }
 
@@ -132,6 +133,7 @@ Profile read(const JsonFieldReader& r, const Country& region)
     r.read("friendlyReminderEnabled"_L1, p.friendlyReminderEnabled);
     r.read("latePaymentInterestRate"_L1, p.latePaymentInterestRate);
     r.read("latePaymentFee"_L1, p.latePaymentFee);
+    r.read("reminderDaysToPay"_L1, p.reminderDaysToPay);
     return p;
 }
 

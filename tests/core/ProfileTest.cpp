@@ -41,6 +41,7 @@ TEST(Profile, MissingKeysTakeNewProfileValuesButVatIsNineteen)
                                           Country{QStringLiteral("AT")});
     EXPECT_EQ(p.vatPercentage, 19);
     EXPECT_EQ(p.latePaymentFee, 40);
+    EXPECT_EQ(p.reminderDaysToPay, 14);
     EXPECT_TRUE(p.friendlyReminderEnabled);
     EXPECT_EQ(p.numberFormat, u"{YYYY}-{NNN}");
     EXPECT_EQ(p.cancellationPrefix, u"STO-");
