@@ -25,6 +25,7 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeXRechnungCommand());
     commands.push_back(makeImportEInvoiceCommand());
     commands.push_back(makeCsvCommand());
+    commands.push_back(makePluginCommand());
     commands.push_back(makeZugferdCommand());
     commands.push_back(makeAttachmentsCommand());
     commands.push_back(makeBenchCommand());

@@ -24,6 +24,7 @@ std::unique_ptr<Command> makeCsvCommand();
 std::unique_ptr<Command> makeZugferdCommand();
 std::unique_ptr<Command> makeAttachmentsCommand();
 std::unique_ptr<Command> makeReminderCommand();
+std::unique_ptr<Command> makePluginCommand();
 
 // Shared by the commands that read record files.
 class CliError : public std::runtime_error

@@ -1,0 +1,83 @@
+#include "PluginUpdateCommands.h"
+
+#include "Commands.h"
+
+#include "plugins/PluginManager.h"
+#include "plugins/forge/PluginUpdater.h"
+#include "storage/InvoiceManager.h" // PluginManager.h's inline store accessors need the full types
+#include "storage/ProfileManager.h"
+
+#include <QEventLoop>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// The command line has no event loop running: spin one until the updater reports.
+template <typename T, typename Start>
+T waitFor(Start start)
+{
+    std::optional<T> result;
+    QEventLoop loop;
+    start([&](T value) {
+        result.emplace(std::move(value));
+        loop.quit();
+    });
+    if (!result)
+        loop.exec();
+    return std::move(*result);
+}
+
+} // namespace
+
+int checkPluginUpdates(PluginManager& manager)
+{
+    if (!manager.checkForUpdatesEnabled())
+        throw CliError(u"update checks are switched off (setting \"%1\")"_s.arg(
+            QLatin1StringView(PluginManager::checkForUpdatesEnabledKey)));
+    PluginUpdater updater(manager);
+    const QList<Plugin> plugins = manager.plugins();
+    const QList<PluginUpdater::CheckResult> results = waitFor<QList<PluginUpdater::CheckResult>>(
+        [&](auto done) { updater.checkForUpdates(plugins, done); });
+    if (results.isEmpty()) {
+        out() << "No installed plugin has a repository link.\n";
+        return ExitCode::ok;
+    }
+
+    QHash<QString, PluginUpdater::CheckResult> byID;
+    for (const PluginUpdater::CheckResult& result : results)
+        byID.insert(result.id, result);
+    bool failed = false;
+    // Answers arrive in any order; print them in the order of the plugin list.
+    for (const Plugin& plugin : plugins) {
+        const auto it = byID.constFind(plugin.id());
+        if (it == byID.constEnd())
+            continue;
+        const QString installed = PluginUpdater::installedVersion(plugin);
+        if (it->error) {
+            err() << "ledra plugin: " << plugin.id() << ": " << *it->error << Qt::endl;
+            failed = true;
+        } else if (it->offeredVersion) {
+            out() << plugin.id() << ": update available: " << (installed.isEmpty() ? u"-"_s : installed)
+                  << " -> " << *it->offeredVersion << '\n';
+        } else {
+            out() << plugin.id() << ": up to date (" << installed << ")\n";
+        }
+    }
+    return failed ? ExitCode::failure : ExitCode::ok;
+}
+
+int updatePlugin(PluginManager& manager, const QString& id)
+{
+    if (!manager.plugin(id))
+        throw CliError(u"%1: no such plugin"_s.arg(id));
+    PluginUpdater updater(manager);
+    const std::optional<QString> error =
+        waitFor<std::optional<QString>>([&](auto done) { updater.update(*manager.plugin(id), done); });
+    if (error)
+        throw CliError(*error);
+    const std::optional<Plugin> updated = manager.plugin(id);
+    out() << id << ": updated to " << (updated ? PluginUpdater::installedVersion(*updated) : QString())
+          << '\n';
+    return ExitCode::ok;
+}
