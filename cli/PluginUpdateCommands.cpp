@@ -4,8 +4,6 @@
 
 #include "plugins/PluginManager.h"
 #include "plugins/forge/PluginUpdater.h"
-#include "storage/InvoiceManager.h" // PluginManager.h's inline store accessors need the full types
-#include "storage/ProfileManager.h"
 
 #include <QEventLoop>
 
@@ -35,7 +33,7 @@ int checkPluginUpdates(PluginManager& manager)
     if (!manager.checkForUpdatesEnabled())
         throw CliError(u"update checks are switched off (setting \"%1\")"_s.arg(
             QLatin1StringView(PluginManager::checkForUpdatesEnabledKey)));
-    PluginUpdater updater(manager);
+    PluginUpdater& updater = manager.updater();
     const QList<Plugin> plugins = manager.plugins();
     const QList<PluginUpdater::CheckResult> results = waitFor<QList<PluginUpdater::CheckResult>>(
         [&](auto done) { updater.checkForUpdates(plugins, done); });
@@ -71,7 +69,7 @@ int updatePlugin(PluginManager& manager, const QString& id)
 {
     if (!manager.plugin(id))
         throw CliError(u"%1: no such plugin"_s.arg(id));
-    PluginUpdater updater(manager);
+    PluginUpdater& updater = manager.updater();
     const std::optional<QString> error =
         waitFor<std::optional<QString>>([&](auto done) { updater.update(*manager.plugin(id), done); });
     if (error)

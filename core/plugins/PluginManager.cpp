@@ -3,6 +3,7 @@
 #include "l10n/Strings.h"
 #include "plugins/PluginArchive.h"
 #include "plugins/PluginCommands.h"
+#include "plugins/forge/PluginUpdater.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
 #include "util/Files.h"
@@ -46,6 +47,11 @@ PluginManager::PluginManager(QSettings& settings, QString appVersion, QString pl
     connect(&m_reloadTimer, &QTimer::timeout, this, &PluginManager::reloadPlugins);
     connect(&m_watcher, &FileWatcherManager::directoryChanged, &m_reloadTimer, qOverload<>(&QTimer::start));
     connect(&m_watcher, &FileWatcherManager::fileChanged, &m_reloadTimer, qOverload<>(&QTimer::start));
+
+    m_updater = std::make_unique<PluginUpdater>(*this);
+    for (auto changed : {&PluginUpdater::availableUpdatesChanged, &PluginUpdater::isCheckingChanged,
+                         &PluginUpdater::checkingIDsChanged, &PluginUpdater::updatingIDsChanged})
+        connect(m_updater.get(), changed, this, &PluginManager::updatesChanged);
 }
 
 PluginManager::PluginManager(QSettings& settings, QString appVersion, QObject* parent)

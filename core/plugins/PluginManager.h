@@ -24,6 +24,8 @@
 // gives each one a script runtime, remembers which are switched off, installs and removes
 // them, and runs the update entry points on their timers and once after start.
 // Lives on the main thread; the static file operations may run on any thread.
+class PluginUpdater;
+
 class PluginManager : public QObject
 {
     Q_OBJECT
@@ -67,6 +69,10 @@ public:
     QList<Plugin> importPlugins() const;
     QList<Plugin> updatePlugins() const;
 
+    // Finds and installs newer versions of the plugins; its changes are re-published as
+    // updatesChanged().
+    PluginUpdater& updater() { return *m_updater; }
+
     // The stores that imports and updates work on; set by the application after start.
     void setStores(InvoiceManager* invoices, ProfileManager* profiles);
     InvoiceManager* invoiceManager() const { return m_invoiceManager; }
@@ -107,6 +113,8 @@ Q_SIGNALS:
     void pluginsChanged();
     void disabledIDsChanged();
     void checkForUpdatesEnabledChanged();
+    // The updater's offers or progress changed.
+    void updatesChanged();
     // A plugin's update entry point ran and changed `changed` invoices.
     void updateFinished(const QString& id, int changed);
 
@@ -133,4 +141,5 @@ private:
     int m_runOnOpenDelayMs = 5000;
     QSet<QString> m_runningUpdaters;
     RuntimeLimits m_runtimeLimits;
+    std::unique_ptr<PluginUpdater> m_updater;
 };
