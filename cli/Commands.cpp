@@ -142,3 +142,23 @@ void writeTotals(JsonWriter& w, const Totals::Summary& summary, const QString& c
     w.field("totalVat"_L1, Totals::round2(summary.totalVat));
     w.field("grossTotal"_L1, Totals::round2(summary.grossTotal));
 }
+
+void ActionCommand::Action::expect(qsizetype count) const
+{
+    expectArguments(name, args, count);
+}
+
+int ActionCommand::run(const QCommandLineParser& parser)
+{
+    QStringList args = parser.positionalArguments();
+    if (args.isEmpty())
+        return usageError(u"no action given"_s);
+    const QString name = args.takeFirst();
+    try {
+        if (const std::optional<int> status = runAction({name, args}, parser))
+            return *status;
+    } catch (const CliError& error) {
+        return fail(error.message());
+    }
+    return usageError(u"unknown action \"%1\""_s.arg(name));
+}

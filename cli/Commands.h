@@ -34,6 +34,28 @@ public:
     QString message() const { return QString::fromStdString(what()); }
 };
 
+// A command whose first argument names what to do ("ledra invoice set ID FIELD VALUE"): the
+// action is split off once, a missing or unknown one is a usage error, and CliError thrown by
+// an action becomes the failure message.
+class ActionCommand : public Command
+{
+protected:
+    struct Action
+    {
+        QString name;
+        QStringList args;
+        bool operator==(QStringView other) const { return name == other; }
+        // Throws CliError unless exactly `count` arguments follow the action.
+        void expect(qsizetype count) const;
+    };
+
+    // Runs the action; nullopt when the command has no action of that name.
+    virtual std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) = 0;
+
+private:
+    int run(const QCommandLineParser& parser) final;
+};
+
 // Reads and decodes an invoice file; the error names the file and what is wrong with it.
 Invoice readInvoiceFile(const QString& path);
 

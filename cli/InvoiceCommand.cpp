@@ -38,7 +38,7 @@ double parseNumber(const QString& option, const QString& text)
     return value;
 }
 
-class InvoiceCommand : public Command
+class InvoiceCommand : public ActionCommand
 {
 public:
     QString name() const override { return u"invoice"_s; }
@@ -71,91 +71,82 @@ protected:
             u"ACTION [ARGS...]"_s);
     }
 
-    int run(const QCommandLineParser& parser) override
+    std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) override
     {
-        QStringList args = parser.positionalArguments();
-        if (args.isEmpty())
-            return usageError(u"no action given"_s);
-        const QString action = args.takeFirst();
         m_json = parser.isSet(u"json"_s);
-        auto expect = [&](qsizetype count) { expectArguments(action, args, count); };
-        try {
-            DataStores& stores = dataStores();
-            InvoiceManager& invoices = stores.invoices();
-            if (action == u"new" || action == u"quote") {
-                expect(0);
-                return created(action == u"new" ? invoices.createInvoice() : invoices.createQuote());
-            }
-            if (action == u"list") {
-                expect(0);
-                return list(parser);
-            }
-            if (action == u"show") {
-                expect(1);
-                return show(stores.find(args[0]));
-            }
-            if (action == u"set") {
-                expect(3);
-                const Invoice& invoice = stores.find(args[0]);
-                Invoice changed;
-                try {
-                    changed =
-                        InvoiceJson::decode(setJsonField(InvoiceJson::encode(invoice), args[1], args[2]));
-                } catch (const JsonDecodeError& error) {
-                    throw CliError(error.message());
-                }
-                return saved(changed);
-            }
-            if (action == u"add-item") {
-                expect(1);
-                return addItem(stores.find(args[0]), parser);
-            }
-            if (action == u"status") {
-                expect(2);
-                const auto status = parseStatus(args[1]);
-                if (!status)
-                    throw CliError(QStringLiteral("unknown status \"%1\" (expected one of: %2)")
-                                       .arg(args[1], rawValueList<Status>()));
-                Invoice changed = stores.find(args[0]);
-                if (changed.status != *status) {
-                    changed.status = *status;
-                    changed.statusUpdateDate = Clock::nowTimestamp();
-                }
-                return saved(changed);
-            }
-            if (action == u"cancel") {
-                expect(1);
-                const Invoice& invoice = stores.find(args[0]);
-                if (invoice.type != InvoiceType::invoice)
-                    throw CliError(u"only an ordinary invoice can be cancelled"_s);
-                return created(*invoices.cancelInvoice(invoice.id));
-            }
-            if (action == u"duplicate") {
-                expect(1);
-                return created(*invoices.duplicateInvoice(stores.find(args[0]).id));
-            }
-            if (action == u"accept") {
-                expect(1);
-                const Invoice& quote = stores.find(args[0]);
-                if (quote.type != InvoiceType::quote)
-                    throw CliError(QStringLiteral("%1 is not a quote").arg(args[0]));
-                return created(*invoices.createInvoiceFromQuote(quote.id));
-            }
-            if (action == u"delete") {
-                expect(1);
-                const Invoice invoice = stores.find(args[0]);
-                const QString warning = InvoiceManager::deletionWarning(invoice);
-                if (!warning.isEmpty() && !parser.isSet(u"force"_s))
-                    throw CliError(warning + u" (use --force to delete it anyway)"_s);
-                if (const auto error = invoices.deleteInvoice(invoice.id))
-                    throw CliError(*error);
-                out() << "Deleted " << number(invoice) << '\n';
-                return ExitCode::ok;
-            }
-        } catch (const CliError& error) {
-            return fail(error.message());
+        DataStores& stores = dataStores();
+        InvoiceManager& invoices = stores.invoices();
+        if (action == u"new" || action == u"quote") {
+            action.expect(0);
+            return created(action == u"new" ? invoices.createInvoice() : invoices.createQuote());
         }
-        return usageError(QStringLiteral("unknown action \"%1\"").arg(action));
+        if (action == u"list") {
+            action.expect(0);
+            return list(parser);
+        }
+        if (action == u"show") {
+            action.expect(1);
+            return show(stores.find(action.args[0]));
+        }
+        if (action == u"set") {
+            action.expect(3);
+            const Invoice& invoice = stores.find(action.args[0]);
+            Invoice changed;
+            try {
+                changed = InvoiceJson::decode(
+                    setJsonField(InvoiceJson::encode(invoice), action.args[1], action.args[2]));
+            } catch (const JsonDecodeError& error) {
+                throw CliError(error.message());
+            }
+            return saved(changed);
+        }
+        if (action == u"add-item") {
+            action.expect(1);
+            return addItem(stores.find(action.args[0]), parser);
+        }
+        if (action == u"status") {
+            action.expect(2);
+            const auto status = parseStatus(action.args[1]);
+            if (!status)
+                throw CliError(QStringLiteral("unknown status \"%1\" (expected one of: %2)")
+                                   .arg(action.args[1], rawValueList<Status>()));
+            Invoice changed = stores.find(action.args[0]);
+            if (changed.status != *status) {
+                changed.status = *status;
+                changed.statusUpdateDate = Clock::nowTimestamp();
+            }
+            return saved(changed);
+        }
+        if (action == u"cancel") {
+            action.expect(1);
+            const Invoice& invoice = stores.find(action.args[0]);
+            if (invoice.type != InvoiceType::invoice)
+                throw CliError(u"only an ordinary invoice can be cancelled"_s);
+            return created(*invoices.cancelInvoice(invoice.id));
+        }
+        if (action == u"duplicate") {
+            action.expect(1);
+            return created(*invoices.duplicateInvoice(stores.find(action.args[0]).id));
+        }
+        if (action == u"accept") {
+            action.expect(1);
+            const Invoice& quote = stores.find(action.args[0]);
+            if (quote.type != InvoiceType::quote)
+                throw CliError(QStringLiteral("%1 is not a quote").arg(action.args[0]));
+            return created(*invoices.createInvoiceFromQuote(quote.id));
+        }
+        if (action == u"delete") {
+            action.expect(1);
+            const Invoice invoice = stores.find(action.args[0]);
+            const QString warning = InvoiceManager::deletionWarning(invoice);
+            if (!warning.isEmpty() && !parser.isSet(u"force"_s))
+                throw CliError(warning + u" (use --force to delete it anyway)"_s);
+            if (const auto error = invoices.deleteInvoice(invoice.id))
+                throw CliError(*error);
+            out() << "Deleted " << number(invoice) << '\n';
+            return ExitCode::ok;
+        }
+        return std::nullopt;
     }
 
 private:

@@ -8,7 +8,7 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
-class ProfileCommand : public Command
+class ProfileCommand : public ActionCommand
 {
 public:
     QString name() const override { return u"profile"_s; }
@@ -29,68 +29,59 @@ protected:
             u"ACTION [ARGS...]"_s);
     }
 
-    int run(const QCommandLineParser& parser) override
+    std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) override
     {
-        QStringList args = parser.positionalArguments();
-        if (args.isEmpty())
-            return usageError(u"no action given"_s);
-        const QString action = args.takeFirst();
         const bool json = parser.isSet(u"json"_s);
-        auto expect = [&](qsizetype count) { expectArguments(action, args, count); };
-        try {
-            ProfileManager& profiles = dataStores().profiles();
-            if (action == u"list") {
-                expect(0);
-                return list(profiles, json);
-            }
-            if (action == u"show") {
-                expect(0);
-                return show(*profiles.activeProfile(), json);
-            }
-            if (action == u"new") {
-                expect(1);
-                check(profiles.createProfile(args[0]));
-                out() << "Created profile \"" << args[0].trimmed() << "\"\n";
-                return ExitCode::ok;
-            }
-            if (action == u"rename") {
-                expect(2);
-                check(profiles.renameProfile(named(profiles, args[0]).id, args[1]));
-                out() << "Renamed \"" << args[0] << "\" to \"" << args[1].trimmed() << "\"\n";
-                return ExitCode::ok;
-            }
-            if (action == u"delete") {
-                expect(1);
-                check(profiles.deleteProfile(named(profiles, args[0]).id));
-                out() << "Deleted profile \"" << args[0]
-                      << "\"; active: " << profiles.activeProfile()->displayName() << '\n';
-                return ExitCode::ok;
-            }
-            if (action == u"use") {
-                expect(1);
-                profiles.setActiveProfile(named(profiles, args[0]).id);
-                out() << "Active profile: " << profiles.activeProfile()->displayName() << '\n';
-                return ExitCode::ok;
-            }
-            if (action == u"set") {
-                expect(2);
-                const Profile& active = *profiles.activeProfile();
-                Profile changed;
-                try {
-                    changed =
-                        ProfileJson::decode(setJsonField(ProfileJson::encode(active), args[0], args[1]));
-                } catch (const JsonDecodeError& error) {
-                    throw CliError(error.message());
-                }
-                changed.profileName = active.profileName;
-                check(profiles.saveProfile(changed));
-                out() << args[0] << " = " << args[1] << '\n';
-                return ExitCode::ok;
-            }
-        } catch (const CliError& error) {
-            return fail(error.message());
+        ProfileManager& profiles = dataStores().profiles();
+        if (action == u"list") {
+            action.expect(0);
+            return list(profiles, json);
         }
-        return usageError(QStringLiteral("unknown action \"%1\"").arg(action));
+        if (action == u"show") {
+            action.expect(0);
+            return show(*profiles.activeProfile(), json);
+        }
+        if (action == u"new") {
+            action.expect(1);
+            check(profiles.createProfile(action.args[0]));
+            out() << "Created profile \"" << action.args[0].trimmed() << "\"\n";
+            return ExitCode::ok;
+        }
+        if (action == u"rename") {
+            action.expect(2);
+            check(profiles.renameProfile(named(profiles, action.args[0]).id, action.args[1]));
+            out() << "Renamed \"" << action.args[0] << "\" to \"" << action.args[1].trimmed() << "\"\n";
+            return ExitCode::ok;
+        }
+        if (action == u"delete") {
+            action.expect(1);
+            check(profiles.deleteProfile(named(profiles, action.args[0]).id));
+            out() << "Deleted profile \"" << action.args[0]
+                  << "\"; active: " << profiles.activeProfile()->displayName() << '\n';
+            return ExitCode::ok;
+        }
+        if (action == u"use") {
+            action.expect(1);
+            profiles.setActiveProfile(named(profiles, action.args[0]).id);
+            out() << "Active profile: " << profiles.activeProfile()->displayName() << '\n';
+            return ExitCode::ok;
+        }
+        if (action == u"set") {
+            action.expect(2);
+            const Profile& active = *profiles.activeProfile();
+            Profile changed;
+            try {
+                changed = ProfileJson::decode(
+                    setJsonField(ProfileJson::encode(active), action.args[0], action.args[1]));
+            } catch (const JsonDecodeError& error) {
+                throw CliError(error.message());
+            }
+            changed.profileName = active.profileName;
+            check(profiles.saveProfile(changed));
+            out() << action.args[0] << " = " << action.args[1] << '\n';
+            return ExitCode::ok;
+        }
+        return std::nullopt;
     }
 
 private:

@@ -32,7 +32,7 @@ QString isoDate(Timestamp moment)
     return moment.localDate().toString(Qt::ISODate);
 }
 
-class ReminderCommand : public Command
+class ReminderCommand : public ActionCommand
 {
 public:
     QString name() const override { return u"reminder"_s; }
@@ -58,48 +58,40 @@ protected:
             u"ACTION [ARGS...]"_s);
     }
 
-    int run(const QCommandLineParser& parser) override
+    std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) override
     {
-        QStringList args = parser.positionalArguments();
-        if (args.isEmpty())
-            return usageError(u"no action given"_s);
-        const QString action = args.takeFirst();
         m_json = parser.isSet(u"json"_s);
-        auto expect = [&](qsizetype count) { expectArguments(action, args, count); };
-        try {
-            if (action == u"new") {
-                expect(1);
-                return create(dataStores().find(args[0]), parser.isSet(u"force"_s));
-            }
-            if (action == u"list") {
-                if (args.size() > 1)
-                    throw CliError(u"list takes at most 1 argument(s)"_s);
-                return list(args.isEmpty() ? std::nullopt : std::optional(dataStores().find(args[0]).id));
-            }
-            if (action == u"show") {
-                expect(1);
-                return show(find(args[0]));
-            }
-            if (action == u"set") {
-                expect(3);
-                return set(find(args[0]), args[1], args[2]);
-            }
-            if (action == u"pdf") {
-                expect(1);
-                return pdf(find(args[0]), parser.value(u"output"_s));
-            }
-            if (action == u"delete") {
-                expect(1);
-                const Reminder reminder = find(args[0]);
-                if (const auto error = reminders().deleteReminder(reminder.id))
-                    throw CliError(*error);
-                out() << "Deleted " << describe(reminder) << '\n';
-                return ExitCode::ok;
-            }
-        } catch (const CliError& error) {
-            return fail(error.message());
+        if (action == u"new") {
+            action.expect(1);
+            return create(dataStores().find(action.args[0]), parser.isSet(u"force"_s));
         }
-        return usageError(QStringLiteral("unknown action \"%1\"").arg(action));
+        if (action == u"list") {
+            if (action.args.size() > 1)
+                throw CliError(u"list takes at most 1 argument(s)"_s);
+            return list(action.args.isEmpty() ? std::nullopt
+                                              : std::optional(dataStores().find(action.args[0]).id));
+        }
+        if (action == u"show") {
+            action.expect(1);
+            return show(find(action.args[0]));
+        }
+        if (action == u"set") {
+            action.expect(3);
+            return set(find(action.args[0]), action.args[1], action.args[2]);
+        }
+        if (action == u"pdf") {
+            action.expect(1);
+            return pdf(find(action.args[0]), parser.value(u"output"_s));
+        }
+        if (action == u"delete") {
+            action.expect(1);
+            const Reminder reminder = find(action.args[0]);
+            if (const auto error = reminders().deleteReminder(reminder.id))
+                throw CliError(*error);
+            out() << "Deleted " << describe(reminder) << '\n';
+            return ExitCode::ok;
+        }
+        return std::nullopt;
     }
 
 private:
