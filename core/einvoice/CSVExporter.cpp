@@ -146,7 +146,7 @@ QString CSVExporter::text(const QList<Invoice>& invoices, const QList<Column>& c
         for (const Column column : columns) {
             switch (column) {
             case Column::name:
-                cells.append(u'"' + QString(invoice.name).replace(u';', u' ') + u'"');
+                cells.append(quoted(QString(invoice.name).replace(u';', u' ')));
                 break;
             case Column::address:
                 cells.append(quoted(addressOf(invoice)));

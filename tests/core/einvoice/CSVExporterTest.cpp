@@ -40,7 +40,7 @@ TEST(CSVExporter, ColumnsCellsQuotingAndSumRow)
     first.addressPostcode = u"20457"_s;
     first.addressCity = u"Hamburg"_s;
     first.addressCountry = {u"DE"_s};
-    Invoice second = recipient(u"Jana"_s, {{3, 19.99, 7}});
+    Invoice second = recipient(u"Jana \"JB\""_s, {{3, 19.99, 7}});
     second.status = Status::paid;
     const Profile profile = Profile::makeNew(Country{u"DE"_s});
 
@@ -52,7 +52,7 @@ TEST(CSVExporter, ColumnsCellsQuotingAndSumRow)
         u"Name;Address;Invoice Number;Net;VAT;Gross;Status"_s,
         u"\"Becker  Söhne\";\"Hafenstraße \"\"12\"\"\n20457 Hamburg\nDE\";RE-007;1.000,00;190,00;1.190,00;"_s +
             labelText(Status::draft),
-        u"\"Jana\";\"\";RE-007;59,97;4,20;64,17;"_s + labelText(Status::paid),
+        u"\"Jana \"\"JB\"\"\";\"\";RE-007;59,97;4,20;64,17;"_s + labelText(Status::paid),
         u"Sum:;;;1.059,97;194,20;1.254,17;"_s,
     };
     EXPECT_EQ(csv, expected.join(u'\n'));
