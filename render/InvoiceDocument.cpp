@@ -130,16 +130,18 @@ QString InvoiceDocument::inlineMarkdown(const QString& text)
     return out;
 }
 
-QString InvoiceDocument::noteHtml(const QString& text)
+QString InvoiceDocument::linesHtml(const QStringList& lines, const QString& lineClass,
+                                   const std::optional<QList<int>>& shown)
 {
-    if (text.trimmed().isEmpty())
-        return {};
-    QString html = u"<div class=\"note\">"_s;
-    for (const QString& line : text.split(u'\n')) {
-        const QString content = line.trimmed().isEmpty() ? u"&nbsp;"_s : inlineMarkdown(line);
-        html += u"<div class=\"note-line\">"_s + content + u"</div>"_s;
+    QString html;
+    for (int n = 0; n < lines.size(); ++n) {
+        if (!inBlocks(shown, n))
+            continue;
+        const QString& line = lines[n];
+        html += u"<div class=\""_s + lineClass + u"\">"_s +
+                (line.trimmed().isEmpty() ? u"&nbsp;"_s : inlineMarkdown(line)) + u"</div>"_s;
     }
-    return html + u"</div>"_s;
+    return html;
 }
 
 QString InvoiceDocument::formatGeometry(double value)
@@ -648,18 +650,9 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     v[u"marginal-note"_s] = inlineMarkdown(i.marginalNote).replace(u'\n', u"<br>"_s);
 
     QString note;
-    bool pageHasNote = false;
     if (notes > 0) {
-        const QStringList noteLines = i.note.split(u'\n');
-        for (int n = 0; n < notes; ++n) {
-            if (!inBlocks(blocks, n))
-                continue;
-            pageHasNote = true;
-            const QString& line = noteLines[n];
-            note += u"<div class=\"note-line\">"_s +
-                    (line.trimmed().isEmpty() ? u"&nbsp;"_s : inlineMarkdown(line)) + u"</div>"_s;
-        }
-        if (pageHasNote)
+        note = linesHtml(i.note.split(u'\n'), u"note-line"_s, blocks);
+        if (!note.isEmpty())
             note = u"<div class=\"note\">"_s + note + u"</div>"_s;
     }
     v[u"note"_s] = note;
@@ -700,7 +693,7 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
         content.replace(u"{{"_s + key + u"}}"_s, v.value(key));
 
     QStringList classes{pageKindClass(kind)};
-    if (pageHasNote)
+    if (!note.isEmpty())
         classes << u"page-has-note"_s;
     if (!pageHasRows)
         classes << u"no-items-table"_s;

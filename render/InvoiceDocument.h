@@ -50,8 +50,10 @@ public:
     static QString escape(const QString& text);
     // Escaped text with **strong** and *emphasis*.
     static QString inlineMarkdown(const QString& text);
-    // Each line a "note-line" inside a "note"; an empty line keeps its height.
-    static QString noteHtml(const QString& text);
+    // One <div class="LINE-CLASS"> per entry of `lines` whose index `shown` accepts (all
+    // without a list), markdown applied, a blank line kept as a space; empty when none is shown.
+    static QString linesHtml(const QStringList& lines, const QString& lineClass,
+                             const std::optional<QList<int>>& shown = std::nullopt);
     // Page geometry: rounded to thousandths, whole numbers without a point.
     static QString formatGeometry(double value);
     // "1.234,50 €" in German, "€1,234.50" in English.

@@ -49,14 +49,7 @@ QString ReminderDocument::render(PageKind kind, const std::optional<QList<int>>&
     v[u"amount"_s] = formatAmount(ReminderVariables::amountDue(i), i.currency.code, lang);
     v[u"headline"_s] = escape(m_reminder.title(lang));
 
-    QString body;
-    for (int n = 0; n < m_lines.size(); ++n) {
-        if (blocks && !blocks->contains(n))
-            continue;
-        const QString& line = m_lines[n];
-        body += u"<div class=\"reminder-line\">"_s +
-                (line.trimmed().isEmpty() ? u"&nbsp;"_s : inlineMarkdown(line)) + u"</div>\n"_s;
-    }
+    const QString body = linesHtml(m_lines, u"reminder-line"_s, blocks);
 
     // Placeholders first, user text last: "{{...}}" left in a text stays literal.
     content = InvoiceDocument::fill(content, v);

@@ -64,11 +64,14 @@ TEST(DocumentContent, TextIsEscapedAndMarkedUp)
 {
     EXPECT_EQ(InvoiceDocument::inlineMarkdown(QStringLiteral("a **b** & *c* <i>")),
               QStringLiteral("a <strong>b</strong> &amp; <em>c</em> &lt;i&gt;"));
-    EXPECT_EQ(
-        InvoiceDocument::noteHtml(QStringLiteral("one\n\nthree")),
-        QStringLiteral(
-            "<div class=\"note\"><div class=\"note-line\">one</div><div class=\"note-line\">&nbsp;</div>"
-            "<div class=\"note-line\">three</div></div>"));
+    const QStringList lines{QStringLiteral("one"), QString(), QStringLiteral("**three**")};
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("note-line")),
+              QStringLiteral("<div class=\"note-line\">one</div><div class=\"note-line\">&nbsp;</div>"
+                             "<div class=\"note-line\"><strong>three</strong></div>"));
+    // A page shows only its own lines.
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{2}),
+              QStringLiteral("<div class=\"x\"><strong>three</strong></div>"));
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{}), QString());
 
     Invoice invoice = sampleInvoice();
     invoice.name = QStringLiteral("<script>alert(1)</script> {{logo}}");
