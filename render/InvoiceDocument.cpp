@@ -323,7 +323,11 @@ QHash<QString, QString> InvoiceDocument::styleValues() const
 QString InvoiceDocument::styleSheet() const
 {
     QString error;
-    const QString css = loadTemplate(u"Template.css"_s, &error);
+    return filledStyleSheet(loadTemplate(u"Template.css"_s, &error));
+}
+
+QString InvoiceDocument::filledStyleSheet(const QString& css) const
+{
     QHash<QString, QString> values = styleValues();
     QString filled = fill(css, values);
     // "{{line}}" brings a placeholder of its own.
@@ -405,7 +409,7 @@ QString InvoiceDocument::shell(const QString& content, const QString& bodyClasse
     if (css.isEmpty())
         return {};
     page.replace(u"<link rel=\"stylesheet\" href=\"Template.css\">"_s,
-                 u"<style>\n"_s + styleSheet() + u"\n</style>"_s);
+                 u"<style>\n"_s + filledStyleSheet(css) + u"\n</style>"_s);
     page.replace(u"{{custom-css}}"_s, m_styling.css.value_or(QString()));
 
     const Profile& p = m_profile;

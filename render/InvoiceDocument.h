@@ -43,6 +43,8 @@ public:
 
     // "Template.css" with every style placeholder filled.
     QString styleSheet() const;
+    // The same for a style sheet already loaded.
+    QString filledStyleSheet(const QString& css) const;
     // The style placeholders and their values (without "{{" "}}").
     QHash<QString, QString> styleValues() const;
 
