@@ -4,29 +4,9 @@
 
 #include "plugins/PluginManager.h"
 #include "plugins/forge/PluginUpdater.h"
-
-#include <QEventLoop>
+#include "util/WaitFor.h"
 
 using namespace Qt::Literals::StringLiterals;
-
-namespace {
-
-// The command line has no event loop running: spin one until the updater reports.
-template <typename T, typename Start>
-T waitFor(Start start)
-{
-    std::optional<T> result;
-    QEventLoop loop;
-    start([&](T value) {
-        result.emplace(std::move(value));
-        loop.quit();
-    });
-    if (!result)
-        loop.exec();
-    return std::move(*result);
-}
-
-} // namespace
 
 int checkPluginUpdates(PluginManager& manager)
 {
@@ -35,7 +15,7 @@ int checkPluginUpdates(PluginManager& manager)
             QLatin1StringView(PluginManager::checkForUpdatesEnabledKey)));
     PluginUpdater& updater = manager.updater();
     const QList<Plugin> plugins = manager.plugins();
-    const QList<PluginUpdater::CheckResult> results = waitFor<QList<PluginUpdater::CheckResult>>(
+    const QList<PluginUpdater::CheckResult> results = *waitForReport<QList<PluginUpdater::CheckResult>>(
         [&](auto done) { updater.checkForUpdates(plugins, done); });
     if (results.isEmpty()) {
         out() << "No installed plugin has a repository link.\n";
@@ -71,7 +51,7 @@ int updatePlugin(PluginManager& manager, const QString& id)
         throw CliError(u"%1: no such plugin"_s.arg(id));
     PluginUpdater& updater = manager.updater();
     const std::optional<QString> error =
-        waitFor<std::optional<QString>>([&](auto done) { updater.update(*manager.plugin(id), done); });
+        *waitForReport<std::optional<QString>>([&](auto done) { updater.update(*manager.plugin(id), done); });
     if (error)
         throw CliError(*error);
     const std::optional<Plugin> updated = manager.plugin(id);

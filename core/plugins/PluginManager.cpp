@@ -233,34 +233,28 @@ void PluginManager::setCheckForUpdatesEnabled(bool enabled)
     Q_EMIT checkForUpdatesEnabledChanged();
 }
 
-QList<Plugin> PluginManager::exportPlugins() const
+QList<Plugin> PluginManager::pluginsWhere(const std::function<bool(const PluginRuntime&)>& accepts) const
 {
     QList<Plugin> result;
     for (const Plugin& plugin : m_plugins)
-        if (const PluginRuntime* r = runtime(plugin.id());
-            r && isEnabled(plugin.id()) && (r->hasExportInvoice() || r->hasExportInvoices()))
+        if (const PluginRuntime* r = runtime(plugin.id()); r && isEnabled(plugin.id()) && accepts(*r))
             result.append(plugin);
     return result;
+}
+
+QList<Plugin> PluginManager::exportPlugins() const
+{
+    return pluginsWhere([](const PluginRuntime& r) { return r.hasExportInvoice() || r.hasExportInvoices(); });
 }
 
 QList<Plugin> PluginManager::importPlugins() const
 {
-    QList<Plugin> result;
-    for (const Plugin& plugin : m_plugins)
-        if (const PluginRuntime* r = runtime(plugin.id());
-            r && isEnabled(plugin.id()) && r->hasImportInvoices())
-            result.append(plugin);
-    return result;
+    return pluginsWhere([](const PluginRuntime& r) { return r.hasImportInvoices(); });
 }
 
 QList<Plugin> PluginManager::updatePlugins() const
 {
-    QList<Plugin> result;
-    for (const Plugin& plugin : m_plugins)
-        if (const PluginRuntime* r = runtime(plugin.id());
-            r && isEnabled(plugin.id()) && r->hasUpdateInvoices())
-            result.append(plugin);
-    return result;
+    return pluginsWhere([](const PluginRuntime& r) { return r.hasUpdateInvoices(); });
 }
 
 void PluginManager::setStores(InvoiceManager* invoices, ProfileManager* profiles)
@@ -409,8 +403,6 @@ void PluginManager::uninstall(const Plugin& plugin)
     if (QFileInfo(directory).absolutePath() != pluginsDirectory())
         throw PluginError(
             Strings::ui(u"%1 is not in the plugins folder.").arg(QDir::toNativeSeparators(directory)));
-    m_runtimes.erase(plugin.id());
-    m_timers.erase(plugin.id());
     PluginArchive::removeFolder(directory);
     reloadPlugins();
 }

@@ -16,6 +16,7 @@
 #include <QString>
 #include <QTimer>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -119,6 +120,8 @@ Q_SIGNALS:
     void updateFinished(const QString& id, int changed);
 
 private:
+    // The enabled plugins whose runtime `accepts`, in the order of plugins().
+    QList<Plugin> pluginsWhere(const std::function<bool(const PluginRuntime&)>& accepts) const;
     void rebuildTimers();
     void watchFolder();
     void runOnOpen();

@@ -4,7 +4,6 @@
 #include "plugins/forge/ForgeSession.h"
 #include "plugins/forge/Provider.h"
 
-#include <QEventLoop>
 #include <QHash>
 #include <QObject>
 
@@ -54,19 +53,3 @@ private:
     QHash<QString, Forge> m_hostCache;
     QHash<QString, QList<ForgeCallback<Forge>>> m_pendingDetections;
 };
-
-// For callers without an event loop of their own (the command line): starts an operation,
-// runs a local event loop until it reports, and returns its result.
-template <typename T, typename Start>
-ForgeResult<T> waitForResult(Start&& start)
-{
-    std::optional<ForgeResult<T>> result;
-    QEventLoop loop;
-    start([&](ForgeResult<T> outcome) {
-        result.emplace(std::move(outcome));
-        loop.quit();
-    });
-    if (!result)
-        loop.exec();
-    return std::move(*result);
-}

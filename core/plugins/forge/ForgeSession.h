@@ -40,7 +40,6 @@ public:
     // The time without any data after which a request is given up.
     void setTimeout(int milliseconds) { m_timeoutMs = milliseconds; }
     void setDownloadLimit(qint64 bytes) { m_downloadLimit = bytes; }
-    qint64 downloadLimit() const { return m_downloadLimit; }
 
     // A request with the program's user agent and the session's timeout and redirect rules.
     QNetworkRequest request(const QUrl& url) const;

@@ -3,6 +3,7 @@
 #include "l10n/Strings.h"
 #include "plugins/forge/ForgeClient.h"
 #include "util/Clock.h"
+#include "util/WaitFor.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -16,7 +17,7 @@ namespace {
 template <typename T, typename Start>
 ForgeResult<T> run(Start start)
 {
-    return waitForResult<T>(start);
+    return waitForReport<ForgeResult<T>>(start, 15000).value();
 }
 
 Repository repositoryAt(const ForgeTestServer& server, Forge forge, const QString& path)

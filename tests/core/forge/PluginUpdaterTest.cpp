@@ -4,6 +4,7 @@
 #include "plugins/forge/PluginUpdater.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
+#include "util/WaitFor.h"
 
 #include <QDir>
 #include <QFile>
@@ -21,19 +22,11 @@ using Response = ForgeTestServer::Response;
 
 namespace {
 
-// Starts an operation that reports through a callback and waits for its report.
+// Waits for an operation's report; a missing one fails the test.
 template <typename T, typename Start>
 T waitFor(Start start)
 {
-    std::optional<T> result;
-    QEventLoop loop;
-    QTimer::singleShot(15000, &loop, &QEventLoop::quit);
-    start([&](T value) {
-        result.emplace(std::move(value));
-        loop.quit();
-    });
-    if (!result)
-        loop.exec();
+    std::optional<T> result = waitForReport<T>(start, 15000);
     EXPECT_TRUE(result) << "no report within 15 seconds";
     return result.value_or(T{});
 }
