@@ -1,6 +1,7 @@
 #include "einvoice/PdfAttachments.h"
 
 #include <qpdf/QPDF.hh>
+#include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFEFStreamObjectHelper.hh>
 #include <qpdf/QPDFEmbeddedFileDocumentHelper.hh>
 #include <qpdf/QPDFFileSpecObjectHelper.hh>
@@ -13,7 +14,12 @@ QList<Attachment> list(const QByteArray& pdf)
 {
     QPDF document;
     document.setSuppressWarnings(true);
-    document.processMemoryFile("attachments.pdf", pdf.constData(), size_t(pdf.size()));
+    try {
+        document.processMemoryFile("attachments.pdf", pdf.constData(), size_t(pdf.size()));
+    } catch (const QPDFExc& error) {
+        // The reason alone: callers name the file, not our in-memory stand-in.
+        throw std::runtime_error(error.getMessageDetail());
+    }
     QList<Attachment> attachments;
     QPDFEmbeddedFileDocumentHelper files(document);
     for (const auto& [key, fileSpec] : files.getEmbeddedFiles()) {
