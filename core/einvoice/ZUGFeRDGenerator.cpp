@@ -69,6 +69,8 @@ QByteArray normalisedBase(const QByteArray& input)
     // One classic cross-reference table, so that the update's table can point back to it.
     writer.setObjectStreamMode(qpdf_o_disable);
     writer.setDeterministicID(true);
+    // PDF/A wants an end-of-line marker before every "endstream", outside the /Length bytes.
+    writer.setNewlineBeforeEndstream(true);
     // Associated files (/AF) belong to PDF 1.7, the base of PDF/A-3.
     writer.setMinimumPDFVersion("1.7");
     writer.write();

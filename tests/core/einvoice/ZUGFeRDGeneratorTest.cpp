@@ -185,6 +185,41 @@ TEST(ZUGFeRDGenerator, AppendsAnIncrementalUpdateAfterTheNormalisedFile)
     }
 }
 
+// ISO 19005-3 6.1.7.1 (veraPDF rules 6.1.7.1-1 and -2): each stream's data is followed by an
+// end-of-line marker before "endstream", also for the compressed streams of the base file.
+TEST(ZUGFeRDGenerator, EveryStreamEndsWithAnEndOfLineBeforeEndstream)
+{
+    const QByteArray base = basePdf({}, [](QPDF& pdf) {
+        // Content that does not end in a newline, as the web engine's compressed pages do.
+        QPDFObjectHandle page = QPDFPageDocumentHelper(pdf).getAllPages().front().getObjectHandle();
+        page.replaceKey("/Contents", QPDFObjectHandle::newStream(&pdf, "0 0 1 rg 10 10 50 50 re f"));
+    });
+    const QByteArray output = hybrid(base);
+    ASSERT_FALSE(output.isEmpty());
+    int streams = 0;
+    for (qsizetype at = output.indexOf("endstream"); at >= 0; at = output.indexOf("endstream", at + 1)) {
+        ++streams;
+        EXPECT_TRUE(output[at - 1] == '\n' || output[at - 1] == '\r') << "endstream at byte " << at;
+    }
+    EXPECT_GE(streams, 4) << "the page content and the three streams of the update";
+
+    // The data between "stream" + EOL and the EOL before "endstream" is exactly /Length bytes.
+    Opened opened = open(output);
+    for (QPDFObjectHandle object : opened.pdf->getAllObjects()) {
+        if (!object.isStream())
+            continue;
+        const qint64 length = object.getDict().getKey("/Length").getIntValue();
+        const QByteArray head = '\n' + QByteArray::number(object.getObjectID()) + " 0 obj\n";
+        const qsizetype start = output.lastIndexOf(head);
+        ASSERT_GE(start, 0);
+        qsizetype data = output.indexOf("stream", start) + 6;
+        data += output.mid(data, 2) == "\r\n" ? 2 : 1;
+        const QByteArray after = output.mid(data + length, 11);
+        EXPECT_TRUE(after == "\nendstream\n" || after.startsWith("\r\nendstream"))
+            << "object " << object.getObjectID() << ": " << after.toStdString();
+    }
+}
+
 TEST(ZUGFeRDGenerator, EmbedsTheXmlAsTheAlternativeRepresentation)
 {
     // Non-ASCII text: /Length counts the UTF-8 bytes, not characters.
