@@ -3,6 +3,7 @@
 #include "DataStores.h"
 #include "model/InvoiceJson.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 
@@ -44,6 +45,31 @@ Invoice readInvoiceFile(const QString& path)
     }
 }
 
+namespace {
+
+// Invoices live side by side in their profile's folder, so a file's neighbours are the
+// invoices it may refer to.
+QList<Invoice> invoicesBeside(const QString& path)
+{
+    QList<Invoice> invoices;
+    const QDir folder = QFileInfo(path).absoluteDir();
+    for (const QString& name : folder.entryList({u"*.json"_s}, QDir::Files)) {
+        try {
+            invoices.append(readInvoiceFile(folder.filePath(name)));
+        } catch (const CliError&) {
+            // Not an invoice (a reminder, a broken file): not one that is referred to.
+        }
+    }
+    return invoices;
+}
+
+bool refersToOthers(const Invoice& invoice)
+{
+    return invoice.cancelledInvoiceId || invoice.quoteId;
+}
+
+} // namespace
+
 InvoiceContext resolveInvoice(const QString& argument)
 {
     const bool isFile = QFileInfo(argument).isFile();
@@ -51,9 +77,13 @@ InvoiceContext resolveInvoice(const QString& argument)
         throw CliError(QStringLiteral("%1: no such invoice file").arg(argument));
     if (!isFile) {
         DataStores& stores = dataStores();
-        return {stores.find(argument), stores.activeProfile(), stores.profiles().activeProfileFolder()};
+        const Invoice& invoice = stores.find(argument);
+        return {invoice, stores.activeProfile(), stores.profiles().activeProfileFolder(),
+                refersToOthers(invoice) ? stores.invoices().invoices() : QList<Invoice>()};
     }
-    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew(), std::nullopt};
+    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew(), std::nullopt, {}};
+    if (refersToOthers(context.invoice))
+        context.related = invoicesBeside(argument);
     // Outside a data folder the invoice's own sender snapshot stands in for its profile.
     const Invoice& invoice = context.invoice;
     Profile& profile = context.profile;

@@ -66,6 +66,9 @@ struct InvoiceContext
     Profile profile;
     // The profile's folder (styling, logo, CSS) when the invoice came from the data folder.
     std::optional<QString> profileFolder;
+    // The invoices beside it, for a document that names the invoice it cancels or the quote it
+    // came from; empty when the invoice refers to none.
+    QList<Invoice> related;
 };
 
 // An INVOICE argument as users give it: a path to an invoice JSON file, or an id, an

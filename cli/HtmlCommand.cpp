@@ -45,7 +45,7 @@ protected:
         }
         const InvoiceContext& context = inputs.context;
         const Styling& styling = inputs.styling;
-        const InvoiceDocument document(context.invoice, context.profile, styling);
+        const InvoiceDocument document(context.invoice, context.profile, styling, context.related);
         out() << document.render(*kind, std::nullopt);
         out().flush();
         return ExitCode::ok;

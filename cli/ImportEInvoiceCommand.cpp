@@ -21,7 +21,8 @@ public:
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addPositionalArgument(u"FILE"_s, u"E-invoice XML files or hybrid PDFs (Factur-X, ZUGFeRD)."_s, u"FILE..."_s);
+        parser.addPositionalArgument(u"FILE"_s, u"E-invoice XML files or hybrid PDFs (Factur-X, ZUGFeRD)."_s,
+                                     u"FILE..."_s);
     }
 
     int run(const QCommandLineParser& parser) override

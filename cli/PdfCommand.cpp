@@ -42,7 +42,7 @@ protected:
         if (output.isEmpty())
             output = defaultOutputPath(arguments[0], context, u".pdf"_s);
         const std::optional<QByteArray> pdf =
-            DocumentExport::invoicePdf(context.invoice, context.profile, styling);
+            DocumentExport::invoicePdf(context.invoice, context.profile, styling, context.related);
         if (!pdf)
             return fail(u"%1: the PDF could not be created"_s.arg(arguments[0]));
         QSaveFile file(output);

@@ -62,7 +62,8 @@ protected:
             if (!pdf)
                 return fail(u"%1: cannot read the file: %2"_s.arg(parser.value(u"pdf"_s), readError));
         } else {
-            pdf = DocumentExport::invoicePdf(context.invoice, context.profile, inputs.styling);
+            pdf =
+                DocumentExport::invoicePdf(context.invoice, context.profile, inputs.styling, context.related);
         }
         if (!pdf) {
             qCWarning(lcEInvoice) << "Failed to create PDF for ZUGFeRD export";

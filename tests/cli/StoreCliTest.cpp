@@ -5,6 +5,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -167,4 +168,37 @@ TEST_F(StoreCli, PdfExportAndImportThroughTheDataFolder)
     EXPECT_EQ(again.exitCode, 1);
     EXPECT_TRUE(again.err.contains(u"There is already another version of this invoice"_qs))
         << again.err.toStdString();
+}
+
+TEST_F(StoreCli, CancellationDocumentsNameTheCancelledInvoice)
+{
+    ASSERT_EQ(ledra({u"invoice"_qs, u"new"_qs}).exitCode, 0);
+    ASSERT_EQ(ledra({u"invoice"_qs, u"add-item"_qs, u"2025-001"_qs, u"--description"_qs, u"Design"_qs,
+                     u"--price"_qs, u"100"_qs})
+                  .exitCode,
+              0);
+    ASSERT_EQ(ledra({u"invoice"_qs, u"status"_qs, u"2025-001"_qs, u"sent"_qs}).exitCode, 0);
+    ASSERT_EQ(ledra({u"invoice"_qs, u"cancel"_qs, u"2025-001"_qs}).exitCode, 0);
+
+    for (const auto& [language, label] :
+         {std::pair{u"en"_qs, u"Original Invoice"_qs}, std::pair{u"de"_qs, u"Ursprüngliche Rechnung"_qs}}) {
+        ASSERT_EQ(ledra({u"invoice"_qs, u"set"_qs, u"STO-2025-001"_qs, u"language"_qs, language}).exitCode,
+                  0);
+        const CliResult html = ledra({u"html"_qs, u"STO-2025-001"_qs});
+        ASSERT_EQ(html.exitCode, 0) << html.err.toStdString();
+        EXPECT_TRUE(html.out.contains(label + u"</th><td>2025-001"_qs)) << language.toStdString();
+    }
+
+    // The same through an invoice file, whose neighbours are the profile's invoices, and in the PDF.
+    QString cancellation;
+    for (const QJsonValue& entry : list({u"--status"_qs, u"draft"_qs}))
+        cancellation =
+            invoicesFolder() + u"/2025-03-14-"_qs + entry[u"id"_qs].toString().left(6) + u".json"_qs;
+    ASSERT_TRUE(QFile::exists(cancellation));
+    const QString pdf = m_home.filePath(u"cancellation.pdf"_qs);
+    const CliResult written = ledra({u"pdf"_qs, cancellation, u"-o"_qs, pdf});
+    ASSERT_EQ(written.exitCode, 0) << written.err.toStdString();
+    const CliResult text = runLedra(u"pdftotext"_qs, {u"-layout"_qs, pdf, u"-"_qs});
+    EXPECT_TRUE(text.out.contains(QRegularExpression(u"Ursprüngliche Rechnung\\s+2025-001"_qs)))
+        << text.out.toStdString();
 }
