@@ -202,3 +202,23 @@ TEST_F(StoreCli, CancellationDocumentsNameTheCancelledInvoice)
     EXPECT_TRUE(text.out.contains(QRegularExpression(u"Ursprüngliche Rechnung\\s+2025-001"_qs)))
         << text.out.toStdString();
 }
+
+// Servers, containers and CI often run with a locale that names no region.
+TEST_F(StoreCli, ALocaleWithoutRegionGivesGermanDefaultsAndA4)
+{
+    m_environment.remove(u"LEDRA_REGION"_qs);
+    m_environment.remove(u"LANGUAGE"_qs);
+    m_environment.insert(u"LANG"_qs, u"C.UTF-8"_qs);
+    m_environment.insert(u"LC_ALL"_qs, u"C.UTF-8"_qs);
+    ASSERT_EQ(ledra({u"invoice"_qs, u"new"_qs}).exitCode, 0);
+    const CliResult profile = ledra({u"profile"_qs, u"show"_qs});
+    EXPECT_TRUE(profile.out.contains(u"German, currency EUR, VAT 19 %"_qs)) << profile.out.toStdString();
+    EXPECT_TRUE(profile.out.contains(u"cancellations STO-"_qs));
+
+    const QString pdf = m_home.filePath(u"invoice.pdf"_qs);
+    const CliResult written = ledra({u"pdf"_qs, u"2025-001"_qs, u"-o"_qs, pdf});
+    ASSERT_EQ(written.exitCode, 0) << written.err.toStdString();
+    QFile file(pdf);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    EXPECT_TRUE(file.readAll().contains("/MediaBox [ 0 0 595 842 ]"));
+}

@@ -1,4 +1,5 @@
 #include "model/ProfileJson.h"
+#include "model/Region.h"
 
 #include "support/TestSupport.h"
 
@@ -33,6 +34,20 @@ TEST(Profile, NewProfileDefaultsFollowTheRegion)
     EXPECT_EQ(fresh.latePaymentFee, 40);
     EXPECT_TRUE(fresh.friendlyReminderEnabled);
     EXPECT_EQ(fresh.resetNumberFrequency, NumberResetFrequency::year);
+}
+
+TEST(Profile, SystemRegionIsASupportedCountryOrGermany)
+{
+    const QByteArray saved = qgetenv("LEDRA_REGION");
+    for (const auto& [given, expected] : {std::pair{"ca", "CA"}, std::pair{"PH", "PH"}, std::pair{"XX", "DE"},
+                                          std::pair{"001", "DE"}, std::pair{"Deutschland", "DE"}}) {
+        qputenv("LEDRA_REGION", given);
+        EXPECT_EQ(Region::system().code, QLatin1StringView(expected)) << given;
+    }
+    qputenv("LEDRA_REGION", saved);
+    EXPECT_TRUE(Region::isSupported(Country{QStringLiteral("AT")}));
+    EXPECT_FALSE(Region::isSupported(Country{QStringLiteral("EU")}));
+    EXPECT_GT(Region::supportedCountries().size(), 200);
 }
 
 TEST(Profile, MissingKeysTakeNewProfileValuesButVatIsNineteen)
