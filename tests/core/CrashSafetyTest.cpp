@@ -10,6 +10,7 @@
 #include <QThread>
 
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -18,7 +19,8 @@ const char* childFolderVariable = "LEDRA_CRASH_CHILD_FOLDER";
 } // namespace
 
 // Run as a child process by the test below: saves the invoices of a data folder over and
-// over, changing their dates so that files are renamed too, until it is killed.
+// over, changing their dates so that files are renamed too, until it is killed. A line on
+// standard output after each round of saves tells the parent that saving is under way.
 TEST(CrashChild, SaveForever)
 {
     const QString home = qEnvironmentVariable(childFolderVariable);
@@ -36,6 +38,8 @@ TEST(CrashChild, SaveForever)
             invoice.note = QStringLiteral("round %1 ").arg(round).repeated(int(round % 50) + 1);
             invoices.saveInvoice(invoice);
         }
+        std::printf("saved round %llu\n", static_cast<unsigned long long>(round));
+        std::fflush(stdout);
     }
 }
 
@@ -64,8 +68,12 @@ TEST_F(CrashSafety, KilledWhileSavingLosesNoInvoice)
         child.setProcessEnvironment(environment);
         child.start(QCoreApplication::applicationFilePath(), {u"--gtest_filter=CrashChild.SaveForever"_qs});
         ASSERT_TRUE(child.waitForStarted());
-        // Let it load and get into the loop, then kill it at a random moment.
-        QThread::msleep(30 + QRandomGenerator::global()->bounded(60));
+        // Wait until it has saved once, however slow this build is, then kill it at a random
+        // moment of a later round.
+        QByteArray output;
+        while (!(output += child.readAllStandardOutput()).contains("saved round"))
+            ASSERT_TRUE(child.waitForReadyRead(120000)) << "the child never reported a save";
+        QThread::msleep(QRandomGenerator::global()->bounded(40));
         ::kill(pid_t(child.processId()), SIGKILL);
         child.waitForFinished();
 
