@@ -58,12 +58,24 @@ void normaliseAnnotations(QPDF& pdf)
     }
 }
 
+// PDF/A wants the glyph mapping of every embedded TrueType CID font spelled out. Some
+// producers (cairo) leave it to the default, which is Identity: saying so changes nothing.
+void nameCidToGidMaps(QPDF& pdf)
+{
+    for (QPDFObjectHandle object : pdf.getAllObjects()) {
+        if (object.isDictionary() && object.getKey("/Type").isNameAndEquals("/Font") &&
+            object.getKey("/Subtype").isNameAndEquals("/CIDFontType2") && !object.hasKey("/CIDToGIDMap"))
+            object.replaceKey("/CIDToGIDMap", QPDFObjectHandle::newName("/Identity"));
+    }
+}
+
 QByteArray normalisedBase(const QByteArray& input)
 {
     QPDF pdf;
     pdf.setSuppressWarnings(true);
     pdf.processMemoryFile("invoice.pdf", input.constData(), size_t(input.size()));
     normaliseAnnotations(pdf);
+    nameCidToGidMaps(pdf);
     QPDFWriter writer(pdf);
     writer.setOutputMemory();
     // One classic cross-reference table, so that the update's table can point back to it.

@@ -326,6 +326,33 @@ TEST(ZUGFeRDGenerator, DeclaresPdfA3BWithMatchingMetadataAndSrgbIntent)
     EXPECT_TRUE(output->startsWith("%PDF-1.7\n%"));
 }
 
+// veraPDF rule 6.2.11.3.2-1: an embedded CIDFontType2 names its CIDToGIDMap.
+TEST(ZUGFeRDGenerator, SpellsOutTheDefaultGlyphMapOfTrueTypeCidFonts)
+{
+    const QByteArray base = basePdf({}, [](QPDF& pdf) {
+        QPDFObjectHandle page = QPDFPageDocumentHelper(pdf).getAllPages().front().getObjectHandle();
+        const auto font = [&](const char* extra) {
+            return pdf.makeIndirectObject(QPDFObjectHandle::parse(
+                std::string("<< /Type /Font /Subtype /CIDFontType2 /BaseFont /ABCDEF+Serif "
+                            "/CIDSystemInfo << /Registry (Adobe) /Ordering (Identity) /Supplement 0 >> ") +
+                extra + " >>"));
+        };
+        QPDFObjectHandle fonts = QPDFObjectHandle::newDictionary();
+        fonts.replaceKey("/F1", font(""));
+        fonts.replaceKey("/F2", font("/CIDToGIDMap /Custom"));
+        page.getKey("/Resources").replaceKey("/Font", fonts);
+    });
+    Opened opened = open(hybrid(base));
+    QPDFObjectHandle fonts = QPDFPageDocumentHelper(*opened.pdf)
+                                 .getAllPages()
+                                 .front()
+                                 .getObjectHandle()
+                                 .getKey("/Resources")
+                                 .getKey("/Font");
+    EXPECT_EQ(fonts.getKey("/F1").getKey("/CIDToGIDMap").getName(), "/Identity");
+    EXPECT_EQ(fonts.getKey("/F2").getKey("/CIDToGIDMap").getName(), "/Custom") << "a given map stays";
+}
+
 TEST(ZUGFeRDGenerator, MakesEveryAnnotationPrintableWithAnAppearance)
 {
     const QByteArray output = hybrid(basePdf({

@@ -1,4 +1,4 @@
-// The core tests run inside a Qt event loop so that timers and file watchers work.
+// Tests of core run inside a Qt event loop so that timers and file watchers work.
 #include <QCoreApplication>
 
 #include <gtest/gtest.h>

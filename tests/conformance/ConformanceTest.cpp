@@ -1,0 +1,312 @@
+// Writes a varied set of invoices through the `ledra` command as a user would, and has the
+// official e-invoice validators judge every XRechnung XML and every hybrid PDF: the CII D16B
+// schema, the EN 16931 and XRechnung 3.0 rules, and veraPDF's PDF/A-3B rules. The validators
+// live beside the repository (../shared/validation); without them the tests are skipped.
+
+#include "numbering/NumberFormat.h"
+#include "storage/InvoiceManager.h"
+#include "storage/ProfileManager.h"
+#include "support/CliRunner.h"
+#include "support/TestSupport.h"
+#include "util/Files.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iostream>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QString validationFolder()
+{
+    const QString fromEnvironment = qEnvironmentVariable("LEDRA_VALIDATION_DIR");
+    return fromEnvironment.isEmpty() ? QStringLiteral(LEDRA_VALIDATION_DIR) : fromEnvironment;
+}
+
+struct Verdict
+{
+    int exitCode = -1;
+    QStringList errors;   // failed rules, one line each
+    QStringList warnings; // listed, never fatal
+    QStringList results;  // one "RESULT FILE ..." line per file
+};
+
+// One validator run over many files (one JVM start for all of them); started at once so
+// that two validators can work side by side.
+class Validation
+{
+public:
+    Validation(const QString& tool, const QStringList& files)
+    {
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        m_process.start(validationFolder() + u'/' + tool, files);
+    }
+
+    Verdict verdict()
+    {
+        m_process.waitForFinished(-1);
+        Verdict verdict;
+        verdict.exitCode = m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
+        for (const QString& line : QString::fromUtf8(m_process.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
+            if (line.startsWith(u"RESULT "_s))
+                verdict.results.append(line);
+            else if (line.contains(u" WARNING "_s))
+                verdict.warnings.append(line);
+            else if (line.contains(u" ERROR "_s) || line.startsWith(u"FAIL "_s))
+                verdict.errors.append(line);
+        }
+        return verdict;
+    }
+
+private:
+    QProcess m_process;
+};
+
+QByteArray sha256(const QString& path)
+{
+    return QCryptographicHash::hash(Files::read(path).value_or(QByteArray()), QCryptographicHash::Sha256);
+}
+
+InvoiceItem item(const QString& description, double quantity, Unit unit, double price, double vat)
+{
+    InvoiceItem line = InvoiceItem::makeNew();
+    line.item = description;
+    line.quantity = quantity;
+    line.unit = unit;
+    line.unitPrice = price;
+    line.vatPercentage = vat;
+    return line;
+}
+
+class Conformance : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        if (!QFileInfo(validationFolder() + u"/validate-pdf"_s).isExecutable())
+            GTEST_SKIP()
+                << "the official validators are not at " << validationFolder().toStdString()
+                << " (they come with ../shared, which CI has; set LEDRA_VALIDATION_DIR to use others)";
+        m_environment = QProcessEnvironment::systemEnvironment();
+        m_environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
+        m_environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
+        m_environment.insert(u"LEDRA_REGION"_s, u"DE"_s);
+        m_environment.insert(u"LEDRA_NOW"_s, u"2025-03-14T09:30:00+01:00"_s);
+        m_environment.insert(u"LEDRA_TIMEZONE"_s, u"Europe/Berlin"_s);
+        QDir().mkpath(outputFolder());
+    }
+
+    CliResult ledra(const QStringList& arguments)
+    {
+        return runLedra(QStringLiteral(LEDRA_CLI), arguments, m_environment);
+    }
+
+    QString outputFolder() const { return m_home.filePath(u"out"_s); }
+    QString dataFolder() const { return m_home.filePath(u"data/Ledra/Data"_s); }
+
+    // Creates the invoices in the data folder through the stores, the way the program does.
+    // Returns the displayed number of each, with the file stem it is exported under.
+    QList<std::pair<QString, QString>> writeInvoiceSet()
+    {
+        ScopedClock clock(TestSupport::berlin(u"2025-03-14T09:30:00"_s));
+        QSettings settings(m_home.filePath(u"config/Ledra/Ledra.conf"_s), QSettings::IniFormat);
+        ProfileManager profiles(settings, dataFolder(), Country{u"DE"_s});
+        profiles.load();
+        Profile sender = *profiles.activeProfile();
+        sender.name = u"Mira Lindqvist"_s;
+        sender.businessName = u"Lindqvist Design"_s;
+        sender.addressLineOne = u"Gartenweg 3"_s;
+        sender.addressPostcode = u"10115"_s;
+        sender.addressCity = u"Berlin"_s;
+        sender.email = u"mira@lindqvist.example"_s;
+        sender.phone = u"+49 30 1234567"_s;
+        sender.website = u"lindqvist.example"_s;
+        sender.iban = u"DE89 3704 0044 0532 0130 00"_s;
+        sender.bic = u"COBADEFFXXX"_s;
+        sender.taxNumber = u"30/123/45678"_s;
+        sender.vatNumber = u"DE123456789"_s;
+        EXPECT_FALSE(profiles.saveProfile(sender));
+        // The profile's documents carry a logo; its styling is written on first use.
+        QFile::copy(TestSupport::dataPath(u"render/logo.svg"_s),
+                    *profiles.activeProfileFolder() + u"/logo.svg"_s);
+
+        InvoiceManager invoices(profiles);
+        invoices.loadInvoices();
+        QList<std::pair<QString, QString>> set;
+        auto add = [&](const QString& stem, InvoiceType type, const std::function<void(Invoice&)>& fill) {
+            Invoice invoice = type == InvoiceType::quote ? invoices.createQuote() : invoices.createInvoice();
+            invoice.name = u"Jana Becker"_s;
+            invoice.businessName = u"Becker & Söhne GmbH"_s;
+            invoice.addressLineOne = u"Hafenstraße 12"_s;
+            invoice.addressPostcode = u"20457"_s;
+            invoice.addressCity = u"Hamburg"_s;
+            invoice.addressCountry = Country{u"DE"_s};
+            invoice.email = u"buchhaltung@becker.example"_s;
+            invoice.serviceDateStart = TestSupport::berlinTimestamp(u"2025-03-01T10:00"_s);
+            invoice.serviceDateEnd = TestSupport::berlinTimestamp(u"2025-03-13T10:00"_s);
+            invoice.items = {item(u"Redesign of the product catalogue"_s, 12.5, Unit::hour, 85, 19),
+                             item(u"Image licences"_s, 1, Unit::lumpSum, 240, 19),
+                             item(u"Printed proof copies"_s, 3, Unit::piece, 19.99, 7)};
+            fill(invoice);
+            EXPECT_FALSE(invoices.saveInvoice(invoice));
+            set.append({NumberFormat::displayNumber(invoice, sender), stem});
+            return invoice;
+        };
+        const Invoice plain = add(u"plain"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.reference = u"PO-2025-0042"_s;
+            i.note = u"Thank you for the **good** work together."_s;
+            i.status = Status::sent;
+        });
+        add(u"percentage-discount-three-rates"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.items.append(item(u"Workshop for the in-house team"_s, 1, Unit::day, 480, 0));
+            i.vatExemptionReason = VATExemptionReason::educationalServices;
+            i.discountPercentage = 5;
+        });
+        add(u"fixed-discount"_s, InvoiceType::invoice, [](Invoice& i) { i.discountAmount = 68.12; });
+        add(u"gross-prices"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.grossPrices = true;
+            i.discountPercentage = 3;
+            i.items.append(item(u"Train ticket"_s, 1, Unit::piece, 119.9, 7));
+        });
+        for (VATExemptionReason reason :
+             {VATExemptionReason::reverseCharge, VATExemptionReason::smallBusiness,
+              VATExemptionReason::educationalServices, VATExemptionReason::medicalServices,
+              VATExemptionReason::insuranceFinancial, VATExemptionReason::residentialRental}) {
+            add(u"exempt-"_s + rawValue(reason), InvoiceType::invoice, [reason](Invoice& i) {
+                i.vatExemptionReason = reason;
+                for (InvoiceItem& line : i.items)
+                    line.vatPercentage = 0;
+                i.language = Language::english;
+            });
+        }
+        add(u"special-characters-and-long-texts"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.name = u"Zoë O'Brien-Müller"_s;
+            i.businessName = u"\"Ähnlich & Söhne\" <Straßenbau> GmbH"_s;
+            i.addressLineTwo = u"c/o Büro 4 ½ – Hinterhaus"_s;
+            i.reference = u"PO #42 & <urgent>"_s;
+            i.items[0].item = u"Konzept, Entwurf & Reinzeichnung „Frühjahr“ — 3 Varianten à 2 Runden (inkl. "
+                              u"Abstimmung < 1 h) "_s.repeated(6);
+            i.items[1].item = u"Lizenz für Bilder: © Fotografin; Nutzung ≥ 2 Jahre; *alle* Medien"_s;
+            i.note = u"Bitte überweisen Sie den Betrag & geben Sie die **Rechnungsnummer** an.\n\n"_s +
+                     u"Zahlbar ohne Abzug. "_s.repeated(30);
+            i.marginalNote = u"Öffnungszeiten: Mo–Fr 9–17 Uhr"_s;
+        });
+        add(u"sixty-lines"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.items.clear();
+            for (int n = 1; n <= 60; ++n)
+                i.items.append(item(u"Position %1: Wartung und Pflege"_s.arg(n), n % 7 + 0.25, Unit::hour,
+                                    10 + n * 1.37, n % 3 == 0 ? 7 : 19));
+            i.discountPercentage = 2.5;
+        });
+        add(u"one-line"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.items = {item(u"Consulting"_s, 1, Unit::day, 960, 19)};
+            i.serviceDateEnd.reset();
+            i.language = Language::english;
+            i.currency = Currency{u"USD"_s};
+        });
+        add(u"quote"_s, InvoiceType::quote, [](Invoice& i) { i.note = u"Valid for 30 days."_s; });
+
+        // The cancellation of the first invoice, made as the program makes it.
+        const std::optional<Invoice> cancellation = invoices.cancelInvoice(plain.id);
+        EXPECT_TRUE(cancellation);
+        if (cancellation)
+            set.append({NumberFormat::displayNumber(*cancellation, sender), u"cancellation"_s});
+        return set;
+    }
+
+    QTemporaryDir m_home;
+    QProcessEnvironment m_environment;
+};
+
+} // namespace
+
+TEST_F(Conformance, EveryDocumentPassesTheOfficialValidators)
+{
+    const QList<std::pair<QString, QString>> set = writeInvoiceSet();
+    ASSERT_EQ(set.size(), 15);
+
+    // US Letter pages come from a styling folder of their own.
+    const QString letter = m_home.filePath(u"letter"_s);
+    QDir().mkpath(letter);
+    ASSERT_EQ(
+        ledra({u"styling"_s, u"set"_s, u"pageFormat"_s, u"usLetter"_s, u"--profile-dir"_s, letter}).exitCode,
+        0);
+
+    QStringList xmlFiles;
+    QStringList pdfFiles;
+    QHash<QString, QString> xmlOf; // hybrid -> the XML written for the same invoice
+    for (const auto& [number, stem] : set) {
+        const QString xml = outputFolder() + u'/' + stem + u".xml"_s;
+        CliResult result = ledra({u"xrechnung"_s, number, u"-o"_s, xml});
+        ASSERT_EQ(result.exitCode, 0) << stem.toStdString() << ": " << result.err.toStdString();
+        xmlFiles.append(xml);
+
+        QStringList arguments{u"zugferd"_s, number, u"-o"_s, outputFolder() + u'/' + stem + u".pdf"_s};
+        if (stem == u"one-line" || stem == u"sixty-lines")
+            arguments += {u"--profile-dir"_s, letter};
+        result = ledra(arguments);
+        ASSERT_EQ(result.exitCode, 0) << stem.toStdString() << ": " << result.err.toStdString();
+        pdfFiles.append(arguments[3]);
+        xmlOf.insert(arguments[3], xml);
+    }
+
+    // Reading hybrids, ours and other software's, never changes them: listing and extracting
+    // the attachment and importing the e-invoice leave every byte in place.
+    const QString base = outputFolder() + u"/base.pdf"_s;
+    const QString cairo = outputFolder() + u"/cairo.pdf"_s;
+    const QString foreign = outputFolder() + u"/foreign-hybrid.pdf"_s;
+    ASSERT_EQ(ledra({u"pdf"_s, set.first().first, u"-o"_s, base}).exitCode, 0);
+    if (!QStandardPaths::findExecutable(u"pdftocairo"_s).isEmpty()) {
+        // A hybrid whose pages another program wrote (cairo), and one made entirely by qpdf.
+        ASSERT_EQ(runLedra(u"pdftocairo"_s, {u"-pdf"_s, base, cairo}).exitCode, 0);
+        const QString onCairo = outputFolder() + u"/cairo-zugferd.pdf"_s;
+        const CliResult result =
+            ledra({u"zugferd"_s, set.first().first, u"--pdf"_s, cairo, u"-o"_s, onCairo});
+        ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+        pdfFiles.append(onCairo);
+        xmlOf.insert(onCairo, xmlFiles.first());
+        ASSERT_EQ(
+            runLedra(u"qpdf"_s, {cairo, u"--add-attachment"_s, xmlFiles.first(), u"--key=factur-x.xml"_s,
+                                 u"--filename=factur-x.xml"_s, u"--mimetype=text/xml"_s, u"--"_s, foreign})
+                .exitCode,
+            0);
+        xmlOf.insert(foreign, xmlFiles.first());
+    }
+    QStringList read = pdfFiles;
+    if (QFileInfo::exists(foreign))
+        read.append(foreign);
+    for (const QString& pdf : read) {
+        const QByteArray before = sha256(pdf);
+        const QString extracted = pdf + u".extracted.xml"_s;
+        EXPECT_EQ(ledra({u"attachments"_s, pdf}).exitCode, 0) << pdf.toStdString();
+        EXPECT_EQ(ledra({u"attachments"_s, pdf, u"--xml"_s, u"-o"_s, extracted}).exitCode, 0);
+        const CliResult imported = ledra({u"import-einvoice"_s, pdf});
+        EXPECT_EQ(imported.exitCode, 0) << pdf.toStdString() << ": " << imported.err.toStdString();
+        EXPECT_EQ(sha256(pdf), before) << pdf.toStdString() << " changed by reading it";
+        // The hybrid carries the very XML that `ledra xrechnung` writes (validate-pdf checks it).
+        EXPECT_EQ(sha256(extracted), sha256(xmlOf.value(pdf))) << pdf.toStdString();
+    }
+
+    Validation xmlValidation(u"validate-xml"_s, xmlFiles);
+    Validation pdfValidation(u"validate-pdf"_s, pdfFiles);
+    const Verdict xml = xmlValidation.verdict();
+    const Verdict pdf = pdfValidation.verdict();
+    for (const QString& warning : xml.warnings + pdf.warnings)
+        std::cout << "warning: " << warning.toStdString() << '\n';
+    EXPECT_EQ(xml.results.size(), xmlFiles.size());
+    EXPECT_EQ(pdf.results.size(), pdfFiles.size());
+    EXPECT_TRUE(xml.errors.isEmpty()) << xml.errors.join(u'\n').toStdString();
+    EXPECT_TRUE(pdf.errors.isEmpty()) << pdf.errors.join(u'\n').toStdString();
+    EXPECT_EQ(xml.exitCode, 0) << xml.results.join(u'\n').toStdString();
+    EXPECT_EQ(pdf.exitCode, 0) << pdf.results.join(u'\n').toStdString();
+}
