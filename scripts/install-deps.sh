@@ -57,3 +57,10 @@ if command -v npm >/dev/null 2>&1; then
     npm install --prefix "$font_cache" --no-save --no-package-lock --no-audit --no-fund --loglevel=error \
         @fontsource/source-serif-4@5.3.1 @fontsource/ia-writer-duo@5.2.5 >/dev/null
 fi
+
+# The official e-invoice validators beside the repository (CI has them) install their own
+# packages on first use; doing it here keeps that out of the test run.
+validation="$(dirname "$0")/../../shared/validation"
+if [ -x "$validation/setup.sh" ]; then
+    "$validation/setup.sh" >/dev/null
+fi
