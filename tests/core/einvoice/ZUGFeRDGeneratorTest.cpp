@@ -342,7 +342,8 @@ TEST(ZUGFeRDGenerator, SpellsOutTheDefaultGlyphMapOfTrueTypeCidFonts)
         fonts.replaceKey("/F2", font("/CIDToGIDMap /Custom"));
         page.getKey("/Resources").replaceKey("/Font", fonts);
     });
-    Opened opened = open(hybrid(base));
+    const QByteArray output = hybrid(base); // qpdf reads from these bytes as it goes
+    Opened opened = open(output);
     QPDFObjectHandle fonts = QPDFPageDocumentHelper(*opened.pdf)
                                  .getAllPages()
                                  .front()
