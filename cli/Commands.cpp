@@ -1,8 +1,5 @@
 #include "Commands.h"
 
-#include "DataStores.h"
-#include "model/InvoiceJson.h"
-
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -33,88 +30,43 @@ std::vector<std::unique_ptr<Command>> allCommands()
     return commands;
 }
 
-Invoice readInvoiceFile(const QString& path)
+Workspace& workspace()
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        throw CliError(QStringLiteral("%1: cannot read the file: %2").arg(path, file.errorString()));
-    try {
-        return InvoiceJson::decode(file.readAll());
-    } catch (const JsonDecodeError& error) {
-        throw CliError(QStringLiteral("%1: not a valid invoice: %2").arg(path, error.message()));
-    }
+    static const std::unique_ptr<QSettings> settings = Workspace::userSettings();
+    static Workspace data(*settings, ProfileManager::defaultDataFolderPath());
+    return data;
 }
 
-namespace {
-
-// Invoices live side by side in their profile's folder, so a file's neighbours are the
-// invoices it may refer to.
-QList<Invoice> invoicesBeside(const QString& path)
+void addDocumentOptions(QCommandLineParser& parser)
 {
-    QList<Invoice> invoices;
-    const QDir folder = QFileInfo(path).absoluteDir();
-    for (const QString& name : folder.entryList({u"*.json"_s}, QDir::Files)) {
-        try {
-            invoices.append(readInvoiceFile(folder.filePath(name)));
-        } catch (const CliError&) {
-            // Not an invoice (a reminder, a broken file): not one that is referred to.
-        }
-    }
-    return invoices;
+    parser.addOption({u"profile-dir"_s,
+                      u"The profile folder whose styling.json, logo and CSS are used (default: the invoice's "
+                      u"profile)."_s,
+                      u"DIR"_s});
+    parser.addPositionalArgument(u"INVOICE"_s, u"An invoice file, or an invoice of the active profile."_s);
 }
 
-bool refersToOthers(const Invoice& invoice)
+DocumentSource documentSource(const QCommandLineParser& parser, const QString& argument)
 {
-    return invoice.cancelledInvoiceId || invoice.quoteId;
+    DocumentSource source = DocumentSource::resolve(argument, workspace);
+    if (parser.isSet(u"profile-dir"_s))
+        source.useStylingOf(parser.value(u"profile-dir"_s));
+    return source;
 }
 
-} // namespace
-
-InvoiceContext resolveInvoice(const QString& argument)
+QString defaultOutputPath(const QString& argument, const DocumentSource& source, const QString& ending)
 {
-    const bool isFile = QFileInfo(argument).isFile();
-    if (!isFile && (argument.endsWith(u".json"_s) || argument.contains(u'/')))
-        throw CliError(QStringLiteral("%1: no such invoice file").arg(argument));
-    if (!isFile) {
-        DataStores& stores = dataStores();
-        const Invoice& invoice = stores.find(argument);
-        return {invoice, stores.activeProfile(), stores.profiles().activeProfileFolder(),
-                refersToOthers(invoice) ? stores.invoices().invoices() : QList<Invoice>()};
-    }
-    InvoiceContext context{readInvoiceFile(argument), Profile::makeNew(), std::nullopt, {}};
-    if (refersToOthers(context.invoice))
-        context.related = invoicesBeside(argument);
-    // Outside a data folder the invoice's own sender snapshot stands in for its profile.
-    const Invoice& invoice = context.invoice;
-    Profile& profile = context.profile;
-    profile.name = invoice.senderName;
-    profile.businessName = invoice.senderBusinessName;
-    profile.addressLineOne = invoice.senderAddressLineOne;
-    profile.addressLineTwo = invoice.senderAddressLineTwo;
-    profile.addressPostcode = invoice.senderAddressPostcode;
-    profile.addressCity = invoice.senderAddressCity;
-    profile.addressState = invoice.senderAddressState;
-    profile.addressCountry = invoice.senderAddressCountry;
-    profile.email = invoice.senderEmail;
-    profile.phone = invoice.senderPhone;
-    profile.website = invoice.senderWeb;
-    profile.iban = invoice.senderIban;
-    profile.bic = invoice.senderBic;
-    profile.taxNumber = invoice.senderTaxNumber;
-    profile.vatNumber = invoice.senderVatNumber;
-    if (invoice.language)
-        profile.language = *invoice.language;
-    return context;
+    const QFileInfo input(argument);
+    if (input.isFile())
+        return input.path() + u'/' + input.completeBaseName() + ending;
+    return source.invoice.id.toString(QUuid::WithoutBraces).toUpper() + ending;
 }
 
-std::optional<QString> stylingFolder(const QCommandLineParser& parser, const InvoiceContext& context)
+void printMissingFields(const QString& command, const IncompleteEInvoice& incomplete)
 {
-    if (!parser.isSet(QStringLiteral("profile-dir")))
-        return context.profileFolder;
-    const QString folder = parser.value(QStringLiteral("profile-dir"));
-    if (!QFileInfo(folder).isDir())
-        throw CliError(QStringLiteral("%1: no such profile folder").arg(folder));
-    return folder;
+    err() << "ledra " << command << ": " << incomplete.subject() << ": the e-invoice lacks:\n";
+    for (const QString& field : incomplete.texts())
+        err() << "  " << field << '\n';
 }
 
 void expectArguments(const QString& action, const QStringList& arguments, qsizetype count)
@@ -187,7 +139,7 @@ int ActionCommand::run(const QCommandLineParser& parser)
     try {
         if (const std::optional<int> status = runAction({name, args}, parser))
             return *status;
-    } catch (const CliError& error) {
+    } catch (const TaskError& error) {
         return fail(error.message());
     }
     return usageError(u"unknown action \"%1\""_s.arg(name));

@@ -5,6 +5,9 @@
 #include "calc/Totals.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
+#include "tasks/DocumentSource.h"
+#include "tasks/TaskError.h"
+#include "tasks/Workspace.h"
 #include "util/JsonWriter.h"
 
 std::unique_ptr<Command> makeTotalsCommand();
@@ -26,16 +29,16 @@ std::unique_ptr<Command> makeAttachmentsCommand();
 std::unique_ptr<Command> makeReminderCommand();
 std::unique_ptr<Command> makePluginCommand();
 
-// Shared by the commands that read record files.
-class CliError : public std::runtime_error
+// A wrong argument or a refused action; like every task failure, its message is shown as it
+// stands.
+class CliError : public TaskError
 {
 public:
-    explicit CliError(const QString& message) : std::runtime_error(message.toStdString()) {}
-    QString message() const { return QString::fromStdString(what()); }
+    using TaskError::TaskError;
 };
 
 // A command whose first argument names what to do ("ledra invoice set ID FIELD VALUE"): the
-// action is split off once, a missing or unknown one is a usage error, and CliError thrown by
+// action is split off once, a missing or unknown one is a usage error, and TaskError thrown by
 // an action becomes the failure message.
 class ActionCommand : public Command
 {
@@ -56,29 +59,21 @@ private:
     int run(const QCommandLineParser& parser) final;
 };
 
-// Reads and decodes an invoice file; the error names the file and what is wrong with it.
-Invoice readInvoiceFile(const QString& path);
+// The user's data folder, opened on first use so that commands that don't touch it never
+// create it.
+Workspace& workspace();
 
-// What a command needs to issue a document: the invoice and the profile it belongs to.
-struct InvoiceContext
-{
-    Invoice invoice;
-    Profile profile;
-    // The profile's folder (styling, logo, CSS) when the invoice came from the data folder.
-    std::optional<QString> profileFolder;
-    // The invoices beside it, for a document that names the invoice it cancels or the quote it
-    // came from; empty when the invoice refers to none.
-    QList<Invoice> related;
-};
+// The INVOICE argument of the document commands with --profile-dir: an invoice file, or an
+// invoice of the active profile, styled by its profile or by the named folder.
+void addDocumentOptions(QCommandLineParser& parser);
+DocumentSource documentSource(const QCommandLineParser& parser, const QString& argument);
 
-// An INVOICE argument as users give it: a path to an invoice JSON file, or an id, an
-// unambiguous id prefix or the displayed number of an invoice of the active profile.
-// Throws CliError naming the argument and the problem.
-InvoiceContext resolveInvoice(const QString& argument);
+// Where a document is written without -o: beside an invoice file, with its name, or in the
+// current folder under the invoice's id. `ending` follows the base name ("-zugferd.pdf").
+QString defaultOutputPath(const QString& argument, const DocumentSource& source, const QString& ending);
 
-// The profile folder whose styling a document uses: --profile-dir when given, else the
-// folder of the invoice's profile in the data folder. Throws CliError for a missing folder.
-std::optional<QString> stylingFolder(const QCommandLineParser& parser, const InvoiceContext& context);
+// "ARG: the e-invoice lacks:" and one missing field per line, on stderr.
+void printMissingFields(const QString& command, const IncompleteEInvoice& incomplete);
 
 // For commands with actions ("profile rename OLD NEW"): throws CliError unless `arguments`
 // holds exactly `count` values.

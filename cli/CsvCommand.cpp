@@ -1,7 +1,6 @@
 #include "Commands.h"
 
-#include "DataStores.h"
-#include "einvoice/CSVExporter.h"
+#include "tasks/CsvTasks.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -52,20 +51,15 @@ protected:
                 return usageError(u"--status must be one of %1"_s.arg(rawValueList<Status>()));
         }
         try {
-            DataStores& stores = dataStores();
+            Workspace& stores = workspace();
             QList<Invoice> selected;
             for (const Invoice& invoice : stores.invoices().invoices())
                 if (!status || invoice.status == *status)
                     selected.append(invoice);
-            // Oldest first, as a bookkeeping list reads.
-            std::stable_sort(selected.begin(), selected.end(), [](const Invoice& a, const Invoice& b) {
-                return a.date != b.date ? a.date < b.date : a.number < b.number;
-            });
             const QString path = parser.value(u"output"_s);
-            if (const auto error = CSVExporter::write(path, selected, columns, stores.activeProfile()))
-                return fail(u"%1: %2"_s.arg(path, *error));
+            CsvTasks::write(path, selected, columns, stores.activeProfile());
             out() << path << ": " << selected.size() << " invoices\n";
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         }
         return ExitCode::ok;

@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -27,7 +26,7 @@ protected:
         const QStringList args = parser.positionalArguments();
         if (args.size() > 1 || (parser.isSet(u"reset"_s) && !args.isEmpty()))
             return usageError(u"give either a PATH or --reset"_s);
-        ProfileManager& profiles = dataStores().profiles();
+        ProfileManager& profiles = workspace().profiles();
         std::optional<QString> error;
         if (parser.isSet(u"reset"_s))
             error = profiles.resetDataFolder();

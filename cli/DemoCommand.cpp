@@ -50,7 +50,7 @@ protected:
             printInvoice(invoice, profile);
             if (!parser.isSet(QStringLiteral("no-pdf")))
                 writePdf(invoice, profile, parser.value(QStringLiteral("output-dir")));
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         } catch (const JsonDecodeError& error) {
             return fail(error.message());

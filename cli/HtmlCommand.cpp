@@ -1,10 +1,6 @@
 #include "Commands.h"
-#include "DocumentInputs.h"
 
-#include "render/InvoiceDocument.h"
-#include "render/StylingManager.h"
-
-#include <QFileInfo>
+#include "tasks/DocumentTasks.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,7 +21,7 @@ protected:
     {
         parser.addOption(
             {u"page-kind"_s, u"single (default), first, middle or last."_s, u"K"_s, u"single"_s});
-        addDocumentInputOptions(parser);
+        addDocumentOptions(parser);
     }
 
     int run(const QCommandLineParser& parser) override
@@ -37,16 +33,11 @@ protected:
         if (!kind)
             return usageError(
                 u"unknown page kind '%1' (single, first, middle, last)"_s.arg(parser.value(u"page-kind"_s)));
-        DocumentInputs inputs;
         try {
-            inputs = documentInputs(parser, arguments[0]);
-        } catch (const CliError& error) {
+            out() << DocumentTasks::invoiceHtml(documentSource(parser, arguments[0]), *kind);
+        } catch (const TaskError& error) {
             return fail(error.message());
         }
-        const InvoiceContext& context = inputs.context;
-        const Styling& styling = inputs.styling;
-        const InvoiceDocument document(context.invoice, context.profile, styling, context.related);
-        out() << document.render(*kind, std::nullopt);
         out().flush();
         return ExitCode::ok;
     }

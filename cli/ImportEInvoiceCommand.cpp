@@ -1,9 +1,7 @@
 #include "Commands.h"
 
-#include "DataStores.h"
-#include "einvoice/EInvoiceImporter.h"
 #include "numbering/NumberFormat.h"
-#include "util/Files.h"
+#include "tasks/ImportTasks.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -32,33 +30,21 @@ protected:
             return usageError(u"no e-invoice file given"_s);
         int status = ExitCode::ok;
         try {
-            DataStores& stores = dataStores();
-            InvoiceManager& invoices = stores.invoices();
+            Workspace& stores = workspace();
             // One line per file: the new invoice, or why the file was refused; the others go on.
-            for (const QString& path : files) {
-                QString readError;
-                const std::optional<QByteArray> bytes = Files::read(path, &readError);
-                if (!bytes) {
-                    status = fail(u"%1: cannot read the file: %2"_s.arg(path, readError));
-                    continue;
-                }
-                const EInvoiceImporter::Result result =
-                    EInvoiceImporter::importFile(*bytes, stores.activeProfile(), invoices.invoices());
+            for (const ImportResult& result :
+                 ImportTasks::importEInvoices(stores.invoices(), stores.activeProfile(), files)) {
                 if (!result.invoice) {
-                    status = fail(u"%1: %2 (%3)"_s.arg(path, result.alerts.join(u' '), result.detail));
+                    status = fail(u"%1: %2"_s.arg(result.file, result.problem));
                     continue;
                 }
-                if (const auto error = invoices.saveInvoice(*result.invoice)) {
-                    status = fail(u"%1: the invoice could not be saved: %2"_s.arg(path, *error));
-                    continue;
-                }
-                out() << path << ": imported as "
+                out() << result.file << ": imported as "
                       << NumberFormat::displayNumber(*result.invoice, stores.activeProfile()) << " ("
                       << result.invoice->id.toString(QUuid::WithoutBraces).toUpper() << ")\n";
-                for (const QString& alert : result.alerts)
-                    out() << "  " << QString(alert).replace(u'\n', u"\n  "_s) << '\n';
+                for (const QString& note : result.notes)
+                    out() << "  " << QString(note).replace(u'\n', u"\n  "_s) << '\n';
             }
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         }
         return status;

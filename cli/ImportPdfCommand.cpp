@@ -1,7 +1,6 @@
 #include "Commands.h"
-#include "DataStores.h"
 
-#include "render/InvoicePdfData.h"
+#include "tasks/ImportTasks.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -32,21 +31,18 @@ protected:
 private:
     int importIntoDataFolder(const QStringList& files)
     {
-        InvoiceManager& store = dataStores().invoices();
-        QSet<QUuid> existing;
-        for (const Invoice& invoice : store.invoices())
-            existing.insert(invoice.id);
         int status = ExitCode::ok;
-        for (const InvoicePdfData::ImportOutcome& outcome : InvoicePdfData::importFiles(files, existing)) {
-            if (!outcome.invoice) {
-                status = fail(outcome.duplicate ? outcome.file + u": "_s + outcome.problem : outcome.problem);
-                continue;
+        try {
+            InvoiceManager& store = workspace().invoices();
+            for (const ImportResult& result : ImportTasks::importPdfs(store, files)) {
+                if (!result.invoice) {
+                    status = fail(result.duplicate ? result.file + u": "_s + result.problem : result.problem);
+                    continue;
+                }
+                out() << result.file << " -> " << *store.filePath(result.invoice->id) << '\n';
             }
-            if (const auto error = store.saveInvoice(*outcome.invoice)) {
-                status = fail(outcome.file + u": "_s + *error);
-                continue;
-            }
-            out() << outcome.file << " -> " << *store.filePath(outcome.invoice->id) << '\n';
+        } catch (const TaskError& error) {
+            return fail(error.message());
         }
         return status;
     }

@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 #include "JsonEdit.h"
 
 #include "model/InvoiceJson.h"
@@ -74,7 +73,7 @@ protected:
     std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) override
     {
         m_json = parser.isSet(u"json"_s);
-        DataStores& stores = dataStores();
+        Workspace& stores = workspace();
         InvoiceManager& invoices = stores.invoices();
         if (action == u"new" || action == u"quote") {
             action.expect(0);
@@ -152,7 +151,7 @@ protected:
 private:
     static QString number(const Invoice& invoice)
     {
-        return NumberFormat::displayNumber(invoice, dataStores().activeProfile());
+        return NumberFormat::displayNumber(invoice, workspace().activeProfile());
     }
 
     static QString recipient(const Invoice& invoice)
@@ -173,14 +172,14 @@ private:
 
     int saved(const Invoice& invoice)
     {
-        if (const auto error = dataStores().invoices().saveInvoice(invoice))
+        if (const auto error = workspace().invoices().saveInvoice(invoice))
             throw CliError(*error);
         return m_json ? created(invoice) : (out() << "Saved " << number(invoice) << '\n', ExitCode::ok);
     }
 
     int addItem(Invoice invoice, const QCommandLineParser& parser)
     {
-        const Profile& profile = dataStores().activeProfile();
+        const Profile& profile = workspace().activeProfile();
         InvoiceItem item = InvoiceItem::makeNew();
         item.item = parser.value(u"description"_s);
         if (parser.isSet(u"unit"_s)) {
@@ -215,7 +214,7 @@ private:
                                    .arg(parser.value(u"status"_s), rawValueList<Status>()));
         }
         QList<Invoice> shown;
-        for (const Invoice& invoice : dataStores().invoices().invoices()) {
+        for (const Invoice& invoice : workspace().invoices().invoices()) {
             if (status && invoice.status != *status)
                 continue;
             if (parser.isSet(u"overdue"_s) && !invoice.isOverdue())

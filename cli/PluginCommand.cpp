@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 #include "PluginUpdateCommands.h"
 
 #include "l10n/Strings.h"
@@ -181,13 +180,13 @@ int exportInvoices(PluginContext& context, const QStringList& arguments)
     Profile profile;
     if (arguments.size() > 1) {
         for (const QString& argument : arguments.mid(1)) {
-            InvoiceContext resolved = resolveInvoice(argument);
+            DocumentSource resolved = DocumentSource::resolve(argument, workspace);
             if (invoices.isEmpty())
                 profile = resolved.profile;
             invoices.append(resolved.invoice);
         }
     } else {
-        DataStores& stores = dataStores();
+        Workspace& stores = workspace();
         profile = stores.activeProfile();
         invoices = stores.invoices().invoices();
         std::sort(invoices.begin(), invoices.end(), [](const Invoice& a, const Invoice& b) {
@@ -225,7 +224,7 @@ int importInvoices(PluginContext& context, const QStringList& arguments)
     if (decoder.hasError())
         throw CliError(u"%1: not UTF-8 text"_s.arg(arguments[1]));
 
-    DataStores& stores = dataStores();
+    Workspace& stores = workspace();
     const auto patches = runtime.importInvoices(text, stores.activeProfile());
     if (!patches)
         throw CliError(
@@ -245,7 +244,7 @@ int updateInvoices(PluginContext& context, const QStringList& arguments)
     const PluginRuntime& runtime = usableRuntime(context.manager, plugin);
     if (!runtime.hasUpdateInvoices())
         throw CliError(u"%1: the plugin does not update invoices"_s.arg(plugin.id()));
-    DataStores& stores = dataStores();
+    Workspace& stores = workspace();
     context.manager.setStores(&stores.invoices(), &stores.profiles());
     const auto changed = context.manager.runUpdate(plugin.id());
     if (!changed)
@@ -320,7 +319,7 @@ protected:
             manager.reloadPlugins();
             PluginContext context{parser, manager};
             return action->run(context, arguments);
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         } catch (const PluginError& error) {
             return fail(error.message());

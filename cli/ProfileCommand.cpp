@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 #include "JsonEdit.h"
 
 #include "model/ProfileJson.h"
@@ -32,7 +31,7 @@ protected:
     std::optional<int> runAction(const Action& action, const QCommandLineParser& parser) override
     {
         const bool json = parser.isSet(u"json"_s);
-        ProfileManager& profiles = dataStores().profiles();
+        ProfileManager& profiles = workspace().profiles();
         if (action == u"list") {
             action.expect(0);
             return list(profiles, json);

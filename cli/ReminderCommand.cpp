@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 #include "JsonEdit.h"
 
 #include "l10n/Strings.h"
@@ -7,13 +6,10 @@
 #include "reminders/ReminderJson.h"
 #include "reminders/ReminderManager.h"
 #include "reminders/ReminderVariable.h"
-#include "render/PDFRenderer.h"
-#include "render/ReminderDocument.h"
-#include "render/StylingManager.h"
+#include "tasks/DocumentTasks.h"
 
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 #include <algorithm>
 #include <tuple>
@@ -63,13 +59,13 @@ protected:
         m_json = parser.isSet(u"json"_s);
         if (action == u"new") {
             action.expect(1);
-            return create(dataStores().find(action.args[0]), parser.isSet(u"force"_s));
+            return create(workspace().find(action.args[0]), parser.isSet(u"force"_s));
         }
         if (action == u"list") {
             if (action.args.size() > 1)
                 throw CliError(u"list takes at most 1 argument(s)"_s);
             return list(action.args.isEmpty() ? std::nullopt
-                                              : std::optional(dataStores().find(action.args[0]).id));
+                                              : std::optional(workspace().find(action.args[0]).id));
         }
         if (action == u"show") {
             action.expect(1);
@@ -97,22 +93,21 @@ protected:
 private:
     ReminderManager& reminders()
     {
-        if (!m_reminders) {
-            DataStores& stores = dataStores();
-            m_reminders = std::make_unique<ReminderManager>(stores.profiles(), stores.invoices());
-            m_reminders->loadReminders();
+        ReminderManager& store = workspace().reminders();
+        if (!m_reportedLoadErrors) {
             // Broken files are skipped, never silently: say which and why.
-            for (const QString& problem : m_reminders->loadErrors())
+            for (const QString& problem : store.loadErrors())
                 err() << "ledra reminder: skipped " << problem << '\n';
+            m_reportedLoadErrors = true;
         }
-        return *m_reminders;
+        return store;
     }
 
-    static const Profile& profile() { return dataStores().activeProfile(); }
+    static const Profile& profile() { return workspace().activeProfile(); }
 
     static const Invoice& invoiceOf(const Reminder& reminder)
     {
-        const Invoice* invoice = dataStores().invoices().invoice(reminder.invoiceId);
+        const Invoice* invoice = workspace().invoices().invoice(reminder.invoiceId);
         if (!invoice)
             throw CliError(u"reminder %1 belongs to invoice %2, which is not in profile \"%3\""_s.arg(
                 shortId(reminder.id), reminder.invoiceId.toString(QUuid::WithoutBraces).toUpper(),
@@ -122,7 +117,7 @@ private:
 
     static QString invoiceNumber(const Reminder& reminder)
     {
-        const Invoice* invoice = dataStores().invoices().invoice(reminder.invoiceId);
+        const Invoice* invoice = workspace().invoices().invoice(reminder.invoiceId);
         return invoice ? NumberFormat::displayNumber(*invoice, profile()) : u"(missing invoice)"_s;
     }
 
@@ -265,30 +260,18 @@ private:
 
     int pdf(const Reminder& reminder, QString output)
     {
-        const Invoice& invoice = invoiceOf(reminder);
-        const Profile& p = profile();
-        Styling styling = Styling::makeNew(p.addressCountry);
-        if (const auto folder = dataStores().profiles().activeProfileFolder()) {
-            const StylingManager manager(*folder);
-            if (manager.styling())
-                styling = *manager.styling();
-        }
         if (output.isEmpty()) {
             const QString file = reminders().filePath(reminder.id).value_or(shortId(reminder.id));
             output = QFileInfo(file).completeBaseName() + u".pdf"_s;
         }
-        const auto document = std::make_shared<ReminderDocument>(reminder, invoice, p, styling);
-        const std::optional<QByteArray> pdf = PDFRenderer::renderNow(document);
-        if (!pdf)
-            throw CliError(u"reminder %1: the PDF could not be created"_s.arg(shortId(reminder.id)));
-        QSaveFile file(output);
-        if (!file.open(QIODevice::WriteOnly) || file.write(*pdf) < 0 || !file.commit())
-            throw CliError(u"%1: cannot write the file: %2"_s.arg(output, file.errorString()));
+        const QByteArray pdf =
+            DocumentTasks::reminderPdf(reminder, DocumentSource::of(workspace(), invoiceOf(reminder)));
+        DocumentTasks::writeFile(output, pdf);
         out() << output << Qt::endl;
         return ExitCode::ok;
     }
 
-    std::unique_ptr<ReminderManager> m_reminders;
+    bool m_reportedLoadErrors = false;
     bool m_json = false;
 };
 

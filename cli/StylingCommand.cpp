@@ -1,5 +1,4 @@
 #include "Commands.h"
-#include "DataStores.h"
 
 #include "render/StylingManager.h"
 #include "util/JsonReader.h"
@@ -66,7 +65,7 @@ protected:
         // The active profile's folder unless another is named.
         const QString folder = parser.isSet(u"profile-dir"_s)
                                    ? parser.value(u"profile-dir"_s)
-                                   : dataStores().profiles().activeProfileFolder().value_or(QString());
+                                   : workspace().profiles().activeProfileFolder().value_or(QString());
         if (!QFileInfo(folder).isDir())
             return fail(u"%1: no such profile folder"_s.arg(folder));
         StylingManager manager(folder);

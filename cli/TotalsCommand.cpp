@@ -36,7 +36,7 @@ protected:
             Invoice invoice;
             try {
                 invoice = readInvoiceFile(path);
-            } catch (const CliError& error) {
+            } catch (const TaskError& error) {
                 // Go on with the other files; the exit status tells that one failed.
                 status = fail(error.message());
                 continue;

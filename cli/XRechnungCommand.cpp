@@ -1,7 +1,6 @@
 #include "Commands.h"
-#include "EInvoiceXml.h"
 
-#include "util/Files.h"
+#include "tasks/DocumentTasks.h"
 
 #include <cstdio>
 
@@ -31,24 +30,22 @@ protected:
         const QStringList arguments = parser.positionalArguments();
         if (arguments.size() != 1)
             return usageError(u"expected exactly one INVOICE"_s);
-        std::optional<QByteArray> xml;
         try {
-            xml = eInvoiceXml(arguments.first(), resolveInvoice(arguments.first()));
+            const QByteArray xml =
+                DocumentTasks::eInvoiceXml(DocumentSource::resolve(arguments.first(), workspace));
+            if (!parser.isSet(u"output"_s)) {
+                out().flush();
+                std::fwrite(xml.constData(), 1, std::size_t(xml.size()), stdout);
+                return ExitCode::ok;
+            }
+            DocumentTasks::writeFile(parser.value(u"output"_s), xml);
         } catch (const IncompleteEInvoice& incomplete) {
             // An incomplete e-invoice would be refused by its receiver: say what is missing instead.
             printMissingFields(name(), incomplete);
             return ExitCode::incomplete;
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         }
-        if (!parser.isSet(u"output"_s)) {
-            out().flush();
-            std::fwrite(xml->constData(), 1, std::size_t(xml->size()), stdout);
-            return ExitCode::ok;
-        }
-        const QString path = parser.value(u"output"_s);
-        if (const auto error = Files::writeAtomically(path, *xml))
-            return fail(u"%1: %2"_s.arg(path, *error));
         return ExitCode::ok;
     }
 };

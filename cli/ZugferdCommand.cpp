@@ -1,9 +1,7 @@
 #include "Commands.h"
-#include "DocumentInputs.h"
-#include "EInvoiceXml.h"
 
 #include "einvoice/ZUGFeRDGenerator.h"
-#include "render/DocumentExport.h"
+#include "tasks/DocumentTasks.h"
 #include "util/Files.h"
 
 using namespace Qt::Literals::StringLiterals;
@@ -30,7 +28,7 @@ protected:
                           u"Use this PDF of the invoice instead of rendering it (for example one made by "
                           u"another program)."_s,
                           u"FILE"_s});
-        addDocumentInputOptions(parser);
+        addDocumentOptions(parser);
     }
 
     int run(const QCommandLineParser& parser) override
@@ -38,50 +36,32 @@ protected:
         const QStringList arguments = parser.positionalArguments();
         if (arguments.size() != 1)
             return usageError(u"give exactly one invoice"_s);
-        DocumentInputs inputs;
-        QByteArray xml;
         try {
-            inputs = documentInputs(parser, arguments[0]);
+            const DocumentSource source = documentSource(parser, arguments[0]);
             // Checked before rendering: an incomplete invoice gets its list at once.
-            xml = eInvoiceXml(arguments[0], inputs.context);
+            const QByteArray xml = DocumentTasks::eInvoiceXml(source);
+            QString output = parser.value(u"output"_s);
+            if (output.isEmpty())
+                output = defaultOutputPath(arguments[0], source, u"-zugferd.pdf"_s);
+            QByteArray pdf;
+            if (parser.isSet(u"pdf"_s)) {
+                QString readError;
+                const auto bytes = Files::read(parser.value(u"pdf"_s), &readError);
+                if (!bytes)
+                    return fail(u"%1: cannot read the file: %2"_s.arg(parser.value(u"pdf"_s), readError));
+                pdf = *bytes;
+            } else {
+                pdf = DocumentTasks::invoicePdf(source);
+            }
+            DocumentTasks::writeFile(output, DocumentTasks::hybridPdf(source, pdf, xml));
+            qCInfo(lcEInvoice).noquote() << "ZUGFeRD PDF saved to" << output;
+            out() << output << Qt::endl;
         } catch (const IncompleteEInvoice& incomplete) {
             printMissingFields(name(), incomplete);
             return ExitCode::incomplete;
-        } catch (const CliError& error) {
+        } catch (const TaskError& error) {
             return fail(error.message());
         }
-        const InvoiceContext& context = inputs.context;
-        QString output = parser.value(u"output"_s);
-        if (output.isEmpty())
-            output = defaultOutputPath(arguments[0], context, u"-zugferd.pdf"_s);
-
-        std::optional<QByteArray> pdf;
-        if (parser.isSet(u"pdf"_s)) {
-            QString readError;
-            pdf = Files::read(parser.value(u"pdf"_s), &readError);
-            if (!pdf)
-                return fail(u"%1: cannot read the file: %2"_s.arg(parser.value(u"pdf"_s), readError));
-        } else {
-            pdf =
-                DocumentExport::invoicePdf(context.invoice, context.profile, inputs.styling, context.related);
-        }
-        if (!pdf) {
-            qCWarning(lcEInvoice) << "Failed to create PDF for ZUGFeRD export";
-            return fail(
-                u"%1: Failed to create ZUGFeRD PDF: the PDF could not be rendered"_s.arg(arguments[0]));
-        }
-        ZUGFeRDGenerator generator;
-        const std::optional<QByteArray> hybrid = generator.create(*pdf, xml);
-        if (!hybrid) {
-            qCWarning(lcEInvoice).noquote() << "ZUGFeRD export failed:" << generator.errorString();
-            return fail(u"%1: Failed to create ZUGFeRD PDF: %2"_s.arg(arguments[0], generator.errorString()));
-        }
-        if (const auto error = Files::writeAtomically(output, *hybrid)) {
-            qCWarning(lcEInvoice).noquote() << "ZUGFeRD export failed:" << *error;
-            return fail(u"%1: Failed to create ZUGFeRD PDF: %2"_s.arg(output, *error));
-        }
-        qCInfo(lcEInvoice).noquote() << "ZUGFeRD PDF saved to" << output;
-        out() << output << Qt::endl;
         return ExitCode::ok;
     }
 };

@@ -6,12 +6,9 @@
 #include <QLoggingCategory>
 
 // Commands that print documents need a GUI application with Qt WebEngine set up.
-#if __has_include("render/RenderEnvironment.h")
 #include "render/RenderEnvironment.h"
 
 #include <QGuiApplication>
-#define LEDRA_WITH_RENDER 1
-#endif
 
 namespace {
 
@@ -30,12 +27,8 @@ void printOverview()
 
 int main(int argc, char* argv[])
 {
-#ifdef LEDRA_WITH_RENDER
     RenderEnvironment::prepare();
     QGuiApplication app(argc, argv);
-#else
-    QCoreApplication app(argc, argv);
-#endif
     // Data in ~/.local/share/Ledra, settings in ~/.config/Ledra (no organisation folder).
     QCoreApplication::setApplicationName(QStringLiteral("Ledra"));
     // Store activity ("Loaded 12 invoices") is for debugging; warnings about broken files stay on.

@@ -16,4 +16,15 @@ std::optional<QByteArray> invoicePdf(const Invoice& invoice, const Profile& prof
     return InvoicePdfData::embed(*pdf, invoice);
 }
 
+void invoicePdfAsync(const Invoice& invoice, const Profile& profile, const Styling& styling,
+                     const QList<Invoice>& invoices,
+                     std::function<void(std::optional<QByteArray>)> completion)
+{
+    auto document = std::make_shared<InvoiceDocument>(invoice, profile, styling, invoices);
+    PDFRenderer::paginateAndRender(
+        document, [invoice, completion = std::move(completion)](std::optional<QByteArray> pdf) {
+            completion(pdf ? std::optional(InvoicePdfData::embed(*pdf, invoice)) : std::nullopt);
+        });
+}
+
 } // namespace DocumentExport

@@ -123,6 +123,14 @@ void PDFRenderer::pagePrinted(const QByteArray& pdf)
     QTimer::singleShot(0, this, [this] { startNext(); });
 }
 
+void PDFRenderer::paginateAndRender(std::shared_ptr<const PaginatedDocument> document, Completion completion)
+{
+    DocumentPaginator::shared().paginate(
+        document, [document, completion = std::move(completion)](QList<PageBlocks> pages) mutable {
+            shared().render(std::move(document), std::move(pages), std::move(completion));
+        });
+}
+
 QList<PageBlocks> PDFRenderer::paginateNow(std::shared_ptr<const PaginatedDocument> document)
 {
     QEventLoop loop;

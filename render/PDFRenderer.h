@@ -29,6 +29,10 @@ public:
     void render(std::shared_ptr<const PaginatedDocument> document, QList<PageBlocks> pages,
                 Completion completion);
 
+    // Paginates, then prints; the completion runs on the main thread. For the desktop program,
+    // which must not wait.
+    static void paginateAndRender(std::shared_ptr<const PaginatedDocument> document, Completion completion);
+
     // Paginates and prints, waiting in a local event loop: for the command line and tests.
     static std::optional<QByteArray> renderNow(std::shared_ptr<const PaginatedDocument> document);
     static QList<PageBlocks> paginateNow(std::shared_ptr<const PaginatedDocument> document);

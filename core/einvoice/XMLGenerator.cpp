@@ -267,12 +267,20 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     return (u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"_s + doc.serialize()).toUtf8();
 }
 
-QStringList XMLGenerator::missingFields(const Invoice& invoice)
+QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
 {
-    QStringList missing;
+    QList<MissingField> missing;
     auto require = [&](bool present, const char* key) {
-        if (!present)
-            missing.append(Strings::ui(QString::fromUtf8(key)));
+        if (!present) {
+            const QString english = QString::fromUtf8(key);
+            missing.append({english, Strings::ui(english), std::nullopt});
+        }
+    };
+    auto requireItem = [&](bool present, const char* key, qsizetype index) {
+        if (!present) {
+            const QString english = QString::fromUtf8(key);
+            missing.append({english, Strings::ui(english) + QString::number(index + 1), int(index)});
+        }
     };
     static const QRegularExpression countryCode(u"^[A-Z]{2}$"_s);
     static const QRegularExpression currencyCode(u"^[A-Z]{3}$"_s);
@@ -297,18 +305,22 @@ QStringList XMLGenerator::missingFields(const Invoice& invoice)
     require(countryCode.match(invoice.addressCountry.code).hasMatch(), "Recipient country");
     require(currencyCode.match(invoice.currency.code).hasMatch(), "Currency");
     require(!invoice.items.isEmpty(), "At least one invoice item");
-    for (qsizetype i = 0; i < invoice.items.size(); ++i) {
-        if (invoice.items[i].item.isEmpty())
-            missing.append(Strings::ui(u"Description for item "_s) + QString::number(i + 1));
-    }
-    for (qsizetype i = 0; i < invoice.items.size(); ++i) {
-        if (invoice.items[i].vatPercentage < 0)
-            missing.append(Strings::ui(u"VAT rate for item "_s) + QString::number(i + 1));
-    }
+    for (qsizetype i = 0; i < invoice.items.size(); ++i)
+        requireItem(!invoice.items[i].item.isEmpty(), "Description for item ", i);
+    for (qsizetype i = 0; i < invoice.items.size(); ++i)
+        requireItem(invoice.items[i].vatPercentage >= 0, "VAT rate for item ", i);
     const bool hasExemptLine = std::any_of(invoice.items.begin(), invoice.items.end(),
                                            [](const InvoiceItem& item) { return item.vatPercentage == 0; });
     require(!hasExemptLine || invoice.vatExemptionReason != VATExemptionReason::none, "VAT exemption reason");
     return missing;
+}
+
+QStringList XMLGenerator::missingFields(const Invoice& invoice)
+{
+    QStringList texts;
+    for (const MissingField& field : missingFieldList(invoice))
+        texts.append(field.text);
+    return texts;
 }
 
 QString XMLGenerator::unitCode(Unit unit)

@@ -11,6 +11,18 @@
 
 class XMLElement;
 
+// One thing an e-invoice needs that the invoice lacks. `key` is the English text key of the
+// field ("Recipient email"), so that an editor can take the user to it; `item` is the 0-based
+// line of the per-line entries.
+struct MissingField
+{
+    QString key;
+    QString text; // in the interface language
+    std::optional<int> item;
+
+    friend bool operator==(const MissingField&, const MissingField&) = default;
+};
+
 // Writes an invoice as an XRechnung 3.0 e-invoice in the UN/CEFACT CII syntax. The document
 // is the template resource with the invoice's values set by path and the lines, VAT groups,
 // discount allowances and the cancelled invoice's reference put in as fragments.
@@ -25,8 +37,10 @@ public:
     static std::optional<QByteArray> generate(const QByteArray& templateXml, const Invoice& invoice,
                                               const Profile& profile, const QList<Invoice>& invoices);
 
-    // What the invoice lacks for a valid e-invoice, in the interface language; empty when it
-    // can be exported.
+    // What the invoice lacks for a valid e-invoice, in the order of the form; empty when it can
+    // be exported.
+    static QList<MissingField> missingFieldList(const Invoice& invoice);
+    // The same as texts in the interface language.
     static QStringList missingFields(const Invoice& invoice);
 
     // UN/ECE Recommendation 20 codes; unknown codes read back as pieces.

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "reminders/Reminder.h"
+#include "render/PaginatedDocument.h"
+#include "tasks/DocumentSource.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+// Issuing documents: the invoice PDF, the XRechnung XML with its required-field check, the
+// hybrid ZUGFeRD PDF and the reminder letter. Failures throw TaskError (IncompleteEInvoice
+// for a missing field) with the message the user sees.
+namespace DocumentTasks {
+
+// The invoice's PDF with its record inside. Waits in a local event loop.
+QByteArray invoicePdf(const DocumentSource& source);
+// The same without waiting; `done` gets the PDF or the error message.
+void invoicePdfAsync(const DocumentSource& source,
+                     std::function<void(std::optional<QByteArray> pdf, QString error)> done);
+
+// Throws IncompleteEInvoice, before any work, when the invoice lacks what an e-invoice needs.
+void checkEInvoice(const DocumentSource& source);
+// The XRechnung CII XML (after checkEInvoice()).
+QByteArray eInvoiceXml(const DocumentSource& source);
+// The hybrid PDF/A-3 of an invoice PDF with the XML inside.
+QByteArray hybridPdf(const DocumentSource& source, const QByteArray& pdf, const QByteArray& xml);
+
+// The HTML of one page of the invoice document, as the PDF renderer loads it.
+QString invoiceHtml(const DocumentSource& source, PageKind kind);
+
+// The reminder letter as PDF. Waits in a local event loop.
+QByteArray reminderPdf(const Reminder& reminder, const DocumentSource& invoiceSource);
+
+// Writes the whole file atomically; throws TaskError naming the file.
+void writeFile(const QString& path, const QByteArray& bytes);
+
+enum class Kind
+{
+    pdf,
+    xrechnung,
+    zugferd
+};
+// The name a save dialog suggests: "Invoice 2025-001.pdf", "Rechnung 2025-001.xml" …, in the
+// document's language, with characters that file systems refuse replaced.
+QString suggestedFileName(const Invoice& invoice, const Profile& profile, Kind kind);
+
+} // namespace DocumentTasks
