@@ -205,7 +205,8 @@ QHash<QString, QString> InvoiceDocument::styleValues() const
 {
     const Styling& s = m_styling;
     const PageSize size = pageSize(s.pageFormat);
-    const bool dark = m_scheme == ColorScheme::dark && m_profile.invoiceDarkMode;
+    // Whether a dark desktop gets a dark preview is the caller's decision (the user's setting).
+    const bool dark = m_scheme == ColorScheme::dark;
     QHash<QString, QString> v;
     v[u"page-width"_s] = formatGeometry(size.widthRem);
     v[u"page-height"_s] = formatGeometry(size.heightRem);

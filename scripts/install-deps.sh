@@ -17,6 +17,9 @@ APT_PACKAGES=(
     libxml2-utils
     # documents: HTML layout and PDF printing, PDF reading and writing, the sRGB output intent
     qt6-webengine-dev libqpdf-dev liblcms2-dev
+    # the desktop program: SVG icons, the X11 platform plugin, Qt's own dialog texts in German,
+    # country and currency names
+    qt6-svg-dev qt6-qpa-plugins qt6-translations-l10n iso-codes
     # plugins: scripts and their zip archives
     libjavascriptcoregtk-4.1-dev libzip-dev
     # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)

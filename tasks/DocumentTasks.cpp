@@ -79,6 +79,17 @@ QByteArray reminderPdf(const Reminder& reminder, const DocumentSource& invoiceSo
     return *pdf;
 }
 
+void reminderPdfAsync(const Reminder& reminder, const DocumentSource& invoiceSource,
+                      std::function<void(std::optional<QByteArray> pdf, QString error)> done)
+{
+    const auto document = std::make_shared<ReminderDocument>(reminder, invoiceSource.invoice,
+                                                             invoiceSource.profile, invoiceSource.styling);
+    PDFRenderer::paginateAndRender(
+        document, [subject = invoiceSource.subject, done = std::move(done)](std::optional<QByteArray> pdf) {
+            done(pdf, pdf ? QString() : u"%1: the reminder PDF could not be created"_s.arg(subject));
+        });
+}
+
 void writeFile(const QString& path, const QByteArray& bytes)
 {
     if (const auto error = Files::writeAtomically(path, bytes))

@@ -33,6 +33,9 @@ QString invoiceHtml(const DocumentSource& source, PageKind kind);
 
 // The reminder letter as PDF. Waits in a local event loop.
 QByteArray reminderPdf(const Reminder& reminder, const DocumentSource& invoiceSource);
+// The same without waiting.
+void reminderPdfAsync(const Reminder& reminder, const DocumentSource& invoiceSource,
+                      std::function<void(std::optional<QByteArray> pdf, QString error)> done);
 
 // Writes the whole file atomically; throws TaskError naming the file.
 void writeFile(const QString& path, const QByteArray& bytes);

@@ -17,6 +17,11 @@ Workspace::Workspace(QSettings& settings, const QString& defaultDataFolder, QObj
     m_invoices->loadInvoices();
     m_shownProfile = activeProfile().id;
     connect(m_profiles.get(), &ProfileManager::activeProfileChanged, this, &Workspace::followActiveProfile);
+    // The data moved to another folder: the same profile, read from its new place.
+    connect(m_profiles.get(), &ProfileManager::customDataPathChanged, this, [this] {
+        m_shownProfile = QUuid();
+        followActiveProfile();
+    });
 }
 
 Workspace::~Workspace() = default;

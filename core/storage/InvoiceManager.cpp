@@ -190,6 +190,7 @@ std::optional<Invoice> InvoiceManager::loadInvoice(const QUuid& id)
         m_stamps.insert(QFileInfo(*path).fileName(), stampOf(*path));
         replaceOrAppend(invoice);
         Q_EMIT invoicesChanged();
+        Q_EMIT invoiceChanged(invoice.id);
         return invoice;
     } catch (const JsonDecodeError& error) {
         qCWarning(lcStorage).noquote()
@@ -310,6 +311,7 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
 
     replaceOrAppend(invoice);
     Q_EMIT invoicesChanged();
+    Q_EMIT invoiceChanged(invoice.id);
     Q_EMIT invoiceSaved(invoice.id);
     if (onInvoiceUpdated)
         onInvoiceUpdated(invoice);
@@ -356,13 +358,17 @@ Invoice InvoiceManager::newFromProfile(InvoiceType type) const
 
 Invoice& InvoiceManager::storeNew(Invoice invoice)
 {
-    saveInvoice(invoice); // a failure is logged; the new record still opens in the editor
+    // A failed save is logged; the new record still opens in the editor, which saves it again.
+    if (saveInvoice(invoice)) {
+        m_invoices.append(invoice);
+        Q_EMIT invoicesChanged();
+        Q_EMIT invoiceChanged(invoice.id);
+    }
     m_newlyCreatedInvoiceId = invoice.id;
     Q_EMIT newlyCreatedInvoiceIdChanged();
     for (Invoice& i : m_invoices)
         if (i.id == invoice.id)
             return i;
-    m_invoices.append(invoice);
     return m_invoices.last();
 }
 
@@ -510,6 +516,7 @@ std::optional<QString> InvoiceManager::deleteInvoice(const QUuid& id)
     m_fileNames.remove(id);
     m_invoices.removeIf([&](const Invoice& i) { return i.id == id; });
     Q_EMIT invoicesChanged();
+    Q_EMIT invoiceRemoved(id);
     return std::nullopt;
 }
 

@@ -77,7 +77,11 @@ public:
     bool changedOnDisk(const QUuid& id) const;
 
 Q_SIGNALS:
+    // The list changed in any way. Views that show single rows follow the finer signals below:
+    // one record added or replaced, one removed, or everything reread (refreshTrigger).
     void invoicesChanged();
+    void invoiceChanged(const QUuid& id);
+    void invoiceRemoved(const QUuid& id);
     void refreshTriggerChanged(int refreshTrigger);
     void newlyCreatedInvoiceIdChanged();
     void invoiceSaved(const QUuid& id);

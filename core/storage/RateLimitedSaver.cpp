@@ -35,3 +35,9 @@ void RateLimitedSaver::runScheduled()
     if (m_latestAction)
         m_latestAction();
 }
+
+void RateLimitedSaver::flush()
+{
+    m_workItem.stop();
+    runScheduled();
+}

@@ -19,6 +19,8 @@ public:
 
     void request(std::function<void()> action);
     bool hasPendingRequest() const { return m_hasPendingRequest; }
+    // Runs a pending request now (before the window closes or another record opens).
+    void flush();
 
 private:
     void runScheduled();

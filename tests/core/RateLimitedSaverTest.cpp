@@ -48,3 +48,20 @@ TEST_F(RateLimitedSaverTest, DestroyingTheSaverDropsThePendingRun)
     spin(400);
     EXPECT_EQ(runs, 1);
 }
+
+TEST_F(RateLimitedSaverTest, FlushRunsThePendingRequestOnceAndNothingElse)
+{
+    int runs = 0;
+    int last = 0;
+    RateLimitedSaver saver(500ms);
+    saver.flush();
+    EXPECT_EQ(runs, 0) << "nothing pending, nothing run";
+    saver.request([&] { ++runs, last = 1; });
+    saver.request([&] { ++runs, last = 2; });
+    saver.flush();
+    EXPECT_EQ(runs, 2);
+    EXPECT_EQ(last, 2);
+    EXPECT_FALSE(saver.hasPendingRequest());
+    spin(700);
+    EXPECT_EQ(runs, 2) << "the scheduled run was taken by the flush";
+}

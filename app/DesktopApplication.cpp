@@ -1,0 +1,228 @@
+#include "DesktopApplication.h"
+
+#include "AppSettings.h"
+#include "AppText.h"
+#include "Icons.h"
+#include "InvoiceListView.h"
+#include "MainWindow.h"
+#include "PreviewWidget.h"
+#include "ProfileDialog.h"
+#include "render/RenderEnvironment.h"
+#include "storage/ProfileManager.h"
+#include "tasks/SampleData.h"
+#include "tasks/Workspace.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QLibraryInfo>
+#include <QLineEdit>
+#include <QLoggingCategory>
+#include <QPushButton>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QTranslator>
+
+#include <cstdio>
+#include <memory>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+void setUpApplication()
+{
+    QApplication::setApplicationName(u"Ledra"_s);
+    QApplication::setApplicationDisplayName(u"Ledra"_s);
+    QApplication::setApplicationVersion(QStringLiteral(LEDRA_VERSION));
+    QApplication::setDesktopFileName(u"com.varnhelm.Ledra"_s);
+    QApplication::setWindowIcon(Icons::application());
+    if (qEnvironmentVariableIsEmpty("LEDRA_VERBOSE"))
+        QLoggingCategory::setFilterRules(u"ledra.*.info=false"_s);
+}
+
+// A home of its own for --demo and the screenshots: the user's data is never touched.
+std::unique_ptr<QTemporaryDir> useTemporaryHome()
+{
+    auto home = std::make_unique<QTemporaryDir>(QDir::tempPath() + u"/ledra-demo-XXXXXX"_s);
+    qputenv("XDG_DATA_HOME", QFile::encodeName(home->filePath(u"data"_s)));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->filePath(u"config"_s)));
+    return home;
+}
+
+QPalette darkPalette()
+{
+    QPalette p;
+    const QColor window(0x2B, 0x2B, 0x2E);
+    const QColor base(0x1F, 0x1F, 0x22);
+    const QColor text(0xE8, 0xE8, 0xEA);
+    p.setColor(QPalette::Window, window);
+    p.setColor(QPalette::WindowText, text);
+    p.setColor(QPalette::Base, base);
+    p.setColor(QPalette::AlternateBase, window);
+    p.setColor(QPalette::Text, text);
+    p.setColor(QPalette::Button, window);
+    p.setColor(QPalette::ButtonText, text);
+    p.setColor(QPalette::ToolTipBase, base);
+    p.setColor(QPalette::ToolTipText, text);
+    p.setColor(QPalette::PlaceholderText, QColor(0x9A, 0x9A, 0xA0));
+    p.setColor(QPalette::Highlight, QColor(0x3D, 0x7E, 0xD6));
+    p.setColor(QPalette::HighlightedText, Qt::white);
+    p.setColor(QPalette::Link, QColor(0x6C, 0xAE, 0xF5));
+    p.setColor(QPalette::Mid, QColor(0x44, 0x44, 0x48));
+    p.setColor(QPalette::Disabled, QPalette::Text, QColor(0x77, 0x77, 0x7C));
+    p.setColor(QPalette::Disabled, QPalette::WindowText, QColor(0x77, 0x77, 0x7C));
+    p.setColor(QPalette::Disabled, QPalette::ButtonText, QColor(0x77, 0x77, 0x7C));
+    return p;
+}
+
+// Runs the event loop until the preview has drawn its pages (or the time is up).
+void waitForPreview(MainWindow& window)
+{
+    const int before = window.preview()->renderedCount();
+    QDeadlineTimer deadline(15000);
+    while (window.preview()->renderedCount() == before && !deadline.hasExpired())
+        QApplication::processEvents(QEventLoop::AllEvents, 50);
+    // The frames swap in after their fonts; give the compositor a moment.
+    QDeadlineTimer settle(400);
+    while (!settle.hasExpired())
+        QApplication::processEvents(QEventLoop::AllEvents, 20);
+}
+
+bool savePicture(QWidget& widget, const QString& path)
+{
+    const bool saved = widget.grab().save(path);
+    std::printf("%s%s\n", qPrintable(path), saved ? "" : "  (could not be written)");
+    return saved;
+}
+
+} // namespace
+
+namespace DesktopApplication {
+
+void applyInterfaceLanguage(const QSettings& settings)
+{
+    Strings::setInterfaceLanguage(AppSettings::interfaceLanguage(settings));
+    const Language language = Strings::interfaceLanguage();
+    // Numbers and dates in the fields read as they do in the documents of that language.
+    QLocale::setDefault(language == Language::german ? QLocale(QLocale::German, QLocale::Germany)
+                                                     : QLocale(QLocale::English, QLocale::UnitedStates));
+    static QTranslator* qtTexts = nullptr;
+    if (qtTexts) {
+        QApplication::removeTranslator(qtTexts);
+        delete qtTexts;
+        qtTexts = nullptr;
+    }
+    if (language == Language::german) {
+        // The buttons of Qt's own dialogs ("Cancel", "Save") from Debian's Qt translations.
+        qtTexts = new QTranslator;
+        if (qtTexts->load(QLocale(QLocale::German), u"qtbase"_s, u"_"_s,
+                          QLibraryInfo::path(QLibraryInfo::TranslationsPath)))
+            QApplication::installTranslator(qtTexts);
+    }
+}
+
+int writeScreenshots(const QString& folder)
+{
+    QDir().mkpath(folder);
+    QApplication::setStyle(QStyleFactory::create(u"Fusion"_s));
+    const QPalette light = QApplication::style()->standardPalette();
+    int failures = 0;
+    struct Shot
+    {
+        QString name;
+        Language language;
+        bool dark;
+        bool sample;
+    };
+    const QList<Shot> shots{{u"main-en-light"_s, Language::english, false, true},
+                            {u"main-de-light"_s, Language::german, false, true},
+                            {u"main-en-dark"_s, Language::english, true, true},
+                            {u"main-de-dark"_s, Language::german, true, true},
+                            {u"first-start-en"_s, Language::english, false, false}};
+    for (const Shot& shot : shots) {
+        const auto home = useTemporaryHome();
+        QApplication::setPalette(shot.dark ? darkPalette() : light);
+        const std::unique_ptr<QSettings> settings = Workspace::userSettings();
+        settings->setValue(AppSettings::interfaceLanguageKey, rawValue(shot.language));
+        settings->setValue(AppSettings::invoiceDarkModeKey, shot.dark);
+        applyInterfaceLanguage(*settings);
+        Workspace workspace(*settings, ProfileManager::defaultDataFolderPath());
+        if (shot.sample)
+            SampleData::populate(workspace);
+        MainWindow window(workspace, *settings);
+        window.resize(1440, 900);
+        window.show();
+        if (shot.sample) {
+            window.searchField()->clear();
+            // An open invoice of the recent ones, with a few lines to show.
+            window.list()->setCurrentIndex(window.list()->model()->index(2, 0));
+            waitForPreview(window);
+        } else {
+            QDeadlineTimer settle(800);
+            while (!settle.hasExpired())
+                QApplication::processEvents(QEventLoop::AllEvents, 20);
+        }
+        failures += savePicture(window, QDir(folder).filePath(shot.name + u".png"_s)) ? 0 : 1;
+        if (!shot.sample) {
+            ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);
+            onboarding.show();
+            QApplication::processEvents();
+            failures +=
+                savePicture(onboarding, QDir(folder).filePath(u"onboarding-welcome-en.png"_s)) ? 0 : 1;
+            if (auto* next = onboarding.findChild<QPushButton*>(u"next"_s))
+                next->click();
+            QApplication::processEvents();
+            failures += savePicture(onboarding, QDir(folder).filePath(u"onboarding-sender-en.png"_s)) ? 0 : 1;
+        }
+        window.close();
+    }
+    return failures == 0 ? 0 : 1;
+}
+
+int run(int argc, char* argv[])
+{
+    RenderEnvironment::prepare();
+    // --demo decides where the data lives before anything reads the paths.
+    std::unique_ptr<QTemporaryDir> demoHome;
+    for (int i = 1; i < argc; ++i)
+        if (qstrcmp(argv[i], "--demo") == 0)
+            demoHome = useTemporaryHome();
+    QApplication app(argc, argv);
+    setUpApplication();
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(u"Ledra: invoices, quotes and e-invoices."_s);
+    parser.addHelpOption();
+    parser.addVersionOption();
+    parser.addOption(
+        {u"demo"_s, u"Open a sample data folder in a temporary place (your own data is not touched)."_s});
+    parser.addOption({u"screenshots"_s, u"Write pictures of the window into DIR and quit."_s, u"DIR"_s});
+    parser.addPositionalArgument(u"FILE"_s, u"PDF files or e-invoices to import."_s, u"[FILE...]"_s);
+    parser.process(app);
+
+    if (parser.isSet(u"screenshots"_s))
+        return writeScreenshots(parser.value(u"screenshots"_s));
+
+    const std::unique_ptr<QSettings> settings = Workspace::userSettings();
+    applyInterfaceLanguage(*settings);
+    Workspace workspace(*settings, ProfileManager::defaultDataFolderPath());
+    if (demoHome) {
+        SampleData::populate(workspace);
+        settings->setValue(AppSettings::onboardingDoneKey, true);
+    }
+    MainWindow window(workspace, *settings);
+    window.show();
+    const QStringList files = parser.positionalArguments();
+    QTimer::singleShot(0, &window, [&window, files] {
+        window.offerOnboarding();
+        if (!files.isEmpty())
+            window.openFiles(files);
+    });
+    return app.exec();
+}
+
+} // namespace DesktopApplication

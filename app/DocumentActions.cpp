@@ -1,0 +1,311 @@
+#include "DocumentActions.h"
+
+#include "AppText.h"
+#include "ImportReportDialog.h"
+#include "MessageBar.h"
+#include "numbering/NumberFormat.h"
+#include "reminders/Reminder.h"
+#include "tasks/CsvTasks.h"
+#include "tasks/DocumentTasks.h"
+#include "tasks/TaskError.h"
+#include "tasks/Workspace.h"
+
+#include <QCheckBox>
+#include <QDir>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QGridLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QSettings>
+#include <QStandardPaths>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+constexpr char lastFolderKey[] = "lastExportFolder";
+
+// The save dialog of CSV exports, with the columns to include beneath it.
+std::optional<std::pair<QString, QList<CSVExporter::Column>>> askCsvFile(QWidget* parent,
+                                                                         const QString& suggested)
+{
+    QFileDialog dialog(parent, ui(u"Export CSV"), suggested, ui(u"CSV Files (*.csv)"));
+    dialog.setAcceptMode(QFileDialog::AcceptSave);
+    dialog.setDefaultSuffix(u"csv"_s);
+    // The platform's dialog cannot take extra controls; Qt's own can.
+    dialog.setOption(QFileDialog::DontUseNativeDialog);
+    auto* columns = new QWidget(&dialog);
+    auto* row = new QHBoxLayout(columns);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->addWidget(new QLabel(ui(u"Include:")));
+    QList<std::pair<CSVExporter::Column, QCheckBox*>> boxes;
+    for (const CSVExporter::Column column : CSVExporter::allColumns()) {
+        auto* box = new QCheckBox(CSVExporter::title(column));
+        box->setChecked(true);
+        row->addWidget(box);
+        boxes.append({column, box});
+    }
+    row->addStretch();
+    if (auto* grid = qobject_cast<QGridLayout*>(dialog.layout()))
+        grid->addWidget(columns, grid->rowCount(), 0, 1, grid->columnCount());
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return std::nullopt;
+    QList<CSVExporter::Column> chosen;
+    for (const auto& [column, box] : boxes)
+        if (box->isChecked())
+            chosen.append(column);
+    if (chosen.isEmpty())
+        chosen = CSVExporter::allColumns();
+    return std::pair{dialog.selectedFiles().first(), chosen};
+}
+
+} // namespace
+
+DocumentActions::DocumentActions(Workspace& workspace, QSettings& settings, MessageBar& messages,
+                                 QWidget* window)
+    : QObject(window), m_workspace(workspace), m_settings(settings), m_messages(messages), m_window(window)
+{
+    chooseSaveFile = [this](const QString& title, const QString& suggested, const QString& filter) {
+        return QFileDialog::getSaveFileName(m_window, title, suggested, filter);
+    };
+    chooseOpenFiles = [this](const QString& title, const QString& folder, const QString& filter) {
+        return QFileDialog::getOpenFileNames(m_window, title, folder, filter);
+    };
+    chooseCsvFile = [this](const QString& suggested) { return askCsvFile(m_window, suggested); };
+}
+
+QString DocumentActions::lastFolder() const
+{
+    const QString folder = m_settings.value(lastFolderKey).toString();
+    if (!folder.isEmpty() && QFileInfo(folder).isDir())
+        return folder;
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    return documents.isEmpty() ? QDir::homePath() : documents;
+}
+
+void DocumentActions::rememberFolder(const QString& path)
+{
+    m_settings.setValue(lastFolderKey, QFileInfo(path).absolutePath());
+}
+
+QString DocumentActions::suggestedPath(const QString& fileName) const
+{
+    return QDir(lastFolder()).filePath(fileName);
+}
+
+void DocumentActions::written(const QString& path, const QString& what)
+{
+    rememberFolder(path);
+    Q_EMIT status(ui(u"%1 saved to %2").arg(what, QDir::toNativeSeparators(path)), path);
+}
+
+void DocumentActions::failed(const QString& title, const QString& error)
+{
+    m_messages.show(MessageBar::Kind::error, title + u"\n"_s + error);
+    Q_EMIT status(title);
+}
+
+bool DocumentActions::checkEInvoice(const Invoice& invoice)
+{
+    try {
+        DocumentTasks::checkEInvoice(DocumentSource::of(m_workspace, invoice));
+        return true;
+    } catch (const IncompleteEInvoice& incomplete) {
+        const QList<MissingField>& missing = incomplete.missing();
+        m_messages.show(MessageBar::Kind::warning,
+                        ui(u"This invoice cannot be sent as an e-invoice yet. Missing: %1.")
+                            .arg(incomplete.texts().join(u", "_s)));
+        const MissingField first = missing.first();
+        m_messages.addAction(ui(u"Go to %1").arg(first.text),
+                             [this, first] { Q_EMIT showField(first.key, first.item); });
+        return false;
+    }
+}
+
+void DocumentActions::exportPdf(const Invoice& invoice)
+{
+    const Profile& profile = m_workspace.activeProfile();
+    const QString path = chooseSaveFile(
+        ui(u"Export PDF"),
+        suggestedPath(DocumentTasks::suggestedFileName(invoice, profile, DocumentTasks::Kind::pdf)),
+        ui(u"PDF Documents (*.pdf)"));
+    if (path.isEmpty())
+        return;
+    ++m_busy;
+    Q_EMIT status(ui(u"Creating the PDF…"));
+    DocumentTasks::invoicePdfAsync(DocumentSource::of(m_workspace, invoice),
+                                   [this, path](std::optional<QByteArray> pdf, const QString& error) {
+                                       --m_busy;
+                                       try {
+                                           if (!pdf)
+                                               throw TaskError(error);
+                                           DocumentTasks::writeFile(path, *pdf);
+                                           written(path, ui(u"PDF"));
+                                       } catch (const TaskError& failure) {
+                                           failed(ui(u"Export Failed"), failure.message());
+                                       }
+                                       Q_EMIT finished();
+                                   });
+}
+
+void DocumentActions::exportXRechnung(const Invoice& invoice)
+{
+    if (!checkEInvoice(invoice))
+        return;
+    const Profile& profile = m_workspace.activeProfile();
+    const QString path = chooseSaveFile(
+        ui(u"Export as XRechnung"),
+        suggestedPath(DocumentTasks::suggestedFileName(invoice, profile, DocumentTasks::Kind::xrechnung)),
+        ui(u"XRechnung (*.xml)"));
+    if (path.isEmpty())
+        return;
+    try {
+        DocumentTasks::writeFile(path, DocumentTasks::eInvoiceXml(DocumentSource::of(m_workspace, invoice)));
+        written(path, ui(u"XRechnung"));
+    } catch (const TaskError& failure) {
+        failed(ui(u"Export Failed"), failure.message());
+    }
+    Q_EMIT finished();
+}
+
+void DocumentActions::exportZugferd(const Invoice& invoice)
+{
+    if (!checkEInvoice(invoice))
+        return;
+    const Profile& profile = m_workspace.activeProfile();
+    const QString path = chooseSaveFile(
+        ui(u"Export as ZUGFeRD PDF"),
+        suggestedPath(DocumentTasks::suggestedFileName(invoice, profile, DocumentTasks::Kind::zugferd)),
+        ui(u"PDF Documents (*.pdf)"));
+    if (path.isEmpty())
+        return;
+    const DocumentSource source = DocumentSource::of(m_workspace, invoice);
+    ++m_busy;
+    Q_EMIT status(ui(u"Creating the ZUGFeRD PDF…"));
+    DocumentTasks::invoicePdfAsync(
+        source, [this, path, source](std::optional<QByteArray> pdf, const QString& error) {
+            --m_busy;
+            try {
+                if (!pdf) {
+                    qWarning("Failed to create PDF for ZUGFeRD export");
+                    throw TaskError(error);
+                }
+                const QByteArray hybrid =
+                    DocumentTasks::hybridPdf(source, *pdf, DocumentTasks::eInvoiceXml(source));
+                DocumentTasks::writeFile(path, hybrid);
+                qInfo("ZUGFeRD PDF saved to %s", qPrintable(path));
+                written(path, ui(u"ZUGFeRD PDF"));
+            } catch (const TaskError& failure) {
+                failed(ui(u"ZUGFeRD Export Failed"), failure.message());
+            }
+            Q_EMIT finished();
+        });
+}
+
+void DocumentActions::exportCsv(const QList<Invoice>& invoices)
+{
+    const auto choice = chooseCsvFile(suggestedPath(CsvTasks::suggestedFileName()));
+    if (!choice)
+        return;
+    const auto& [path, columns] = *choice;
+    try {
+        CsvTasks::write(path, invoices, columns, m_workspace.activeProfile());
+        written(path, ui(u"CSV file"));
+    } catch (const TaskError& failure) {
+        failed(ui(u"Export Failed"), failure.message());
+    }
+    Q_EMIT finished();
+}
+
+void DocumentActions::exportReminder(const Invoice& invoice)
+{
+    ReminderManager& reminders = m_workspace.reminders();
+    QString error;
+    const std::optional<Reminder> next = reminders.nextReminder(invoice.id, &error);
+    if (!next) {
+        failed(ui(u"The payment reminder could not be created"), error);
+        return;
+    }
+    const Profile& profile = m_workspace.activeProfile();
+    QString name = Strings::text(Reminder::titleKey(next->number), invoice.documentLanguage(profile)) + u' ' +
+                   NumberFormat::displayNumber(invoice, profile) + u".pdf"_s;
+    name.replace(u'/', u'-');
+    const QString path =
+        chooseSaveFile(ui(u"Create Payment Reminder"), suggestedPath(name), ui(u"PDF Documents (*.pdf)"));
+    if (path.isEmpty())
+        return;
+    Reminder created;
+    if (const auto saveError = reminders.createReminder(invoice.id, &created)) {
+        failed(ui(u"The payment reminder could not be created"), *saveError);
+        return;
+    }
+    ++m_busy;
+    Q_EMIT status(ui(u"Creating the payment reminder…"));
+    DocumentTasks::reminderPdfAsync(created, DocumentSource::of(m_workspace, invoice),
+                                    [this, path](std::optional<QByteArray> pdf, const QString& renderError) {
+                                        --m_busy;
+                                        try {
+                                            if (!pdf)
+                                                throw TaskError(renderError);
+                                            DocumentTasks::writeFile(path, *pdf);
+                                            written(path, ui(u"Payment reminder"));
+                                        } catch (const TaskError& failure) {
+                                            failed(ui(u"Export Failed"), failure.message());
+                                        }
+                                        Q_EMIT finished();
+                                    });
+}
+
+void DocumentActions::importPdfs()
+{
+    const QStringList files = chooseOpenFiles(ui(u"Import PDF"), lastFolder(), ui(u"PDF Documents (*.pdf)"));
+    if (files.isEmpty())
+        return;
+    rememberFolder(files.first());
+    reportImport(ImportTasks::importPdfs(m_workspace.invoices(), files));
+}
+
+void DocumentActions::importEInvoices()
+{
+    const QStringList files =
+        chooseOpenFiles(ui(u"Select E-Invoices"), lastFolder(), ui(u"E-Invoices (*.xml *.pdf)"));
+    if (files.isEmpty())
+        return;
+    rememberFolder(files.first());
+    reportImport(ImportTasks::importEInvoices(m_workspace.invoices(), m_workspace.activeProfile(), files));
+}
+
+void DocumentActions::importFiles(const QStringList& files)
+{
+    if (files.isEmpty())
+        return;
+    reportImport(ImportTasks::importDropped(m_workspace.invoices(), m_workspace.activeProfile(), files));
+}
+
+void DocumentActions::reportImport(const QList<ImportResult>& results)
+{
+    QList<QUuid> added;
+    int refused = 0;
+    bool notes = false;
+    for (const ImportResult& result : results) {
+        if (result.invoice)
+            added.append(result.invoice->id);
+        else
+            ++refused;
+        notes = notes || !result.notes.isEmpty();
+    }
+    if (!added.isEmpty())
+        Q_EMIT imported(added);
+    if (results.size() == 1 && refused == 0 && !notes) {
+        Q_EMIT status(ui(u"Imported %1").arg(QFileInfo(results.first().file).fileName()));
+        return;
+    }
+    if (refused > 0)
+        m_messages.show(MessageBar::Kind::warning,
+                        ui(u"%1 of %2 files imported.").arg(added.size()).arg(results.size()));
+    else
+        m_messages.show(MessageBar::Kind::information, ui(u"%1 files imported.").arg(added.size()));
+    auto* report = new ImportReportDialog(m_workspace.activeProfile(), results, m_window);
+    report->open();
+}

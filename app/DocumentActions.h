@@ -1,0 +1,78 @@
+#pragma once
+
+#include "einvoice/CSVExporter.h"
+#include "model/Invoice.h"
+#include "tasks/ImportTasks.h"
+
+#include <QObject>
+#include <QStringList>
+
+#include <functional>
+#include <optional>
+
+class MessageBar;
+class QSettings;
+class QWidget;
+class Workspace;
+
+// The window's export and import commands: they ask for files, hand the work to the task
+// layer, and report in the message bar and status line. File choices go through replaceable
+// functions, so that tests drive the commands without native dialogs.
+class DocumentActions : public QObject
+{
+    Q_OBJECT
+public:
+    // Returns the chosen path, or an empty string when the user cancelled.
+    using SaveChooser =
+        std::function<QString(const QString& title, const QString& suggestedPath, const QString& filter)>;
+    using OpenChooser =
+        std::function<QStringList(const QString& title, const QString& folder, const QString& filter)>;
+    // The CSV columns to write, asked with the save dialog; nothing when cancelled.
+    using CsvChooser = std::function<std::optional<std::pair<QString, QList<CSVExporter::Column>>>(
+        const QString& suggestedPath)>;
+
+    DocumentActions(Workspace& workspace, QSettings& settings, MessageBar& messages, QWidget* window);
+
+    SaveChooser chooseSaveFile;
+    OpenChooser chooseOpenFiles;
+    CsvChooser chooseCsvFile;
+
+    void exportPdf(const Invoice& invoice);
+    void exportXRechnung(const Invoice& invoice);
+    void exportZugferd(const Invoice& invoice);
+    void exportCsv(const QList<Invoice>& invoices);
+    // Creates the next payment reminder of the chain and writes its letter.
+    void exportReminder(const Invoice& invoice);
+
+    void importPdfs();
+    void importEInvoices();
+    // Files dropped on the window or given on the command line.
+    void importFiles(const QStringList& files);
+
+    bool isBusy() const { return m_busy > 0; }
+
+Q_SIGNALS:
+    // Shown in the status line; `path` makes it a link that opens the file's folder.
+    void status(const QString& text, const QString& path = {});
+    // A missing field of an e-invoice the user wants to go to.
+    void showField(const QString& key, std::optional<int> item);
+    // Invoices added by an import; the window selects the last one.
+    void imported(const QList<QUuid>& ids);
+    // An export finished (written or failed); for tests and the busy indicator.
+    void finished();
+
+private:
+    QString lastFolder() const;
+    void rememberFolder(const QString& path);
+    QString suggestedPath(const QString& fileName) const;
+    bool checkEInvoice(const Invoice& invoice);
+    void reportImport(const QList<ImportResult>& results);
+    void written(const QString& path, const QString& what);
+    void failed(const QString& title, const QString& error);
+
+    Workspace& m_workspace;
+    QSettings& m_settings;
+    MessageBar& m_messages;
+    QWidget* m_window;
+    int m_busy = 0;
+};

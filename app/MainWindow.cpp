@@ -1,0 +1,1072 @@
+#include "MainWindow.h"
+
+#include "AppSettings.h"
+#include "AppText.h"
+#include "DocumentActions.h"
+#include "FilterSidebar.h"
+#include "Icons.h"
+#include "InvoiceEditor.h"
+#include "InvoiceFilterModel.h"
+#include "InvoiceListView.h"
+#include "MessageBar.h"
+#include "PreferencesDialog.h"
+#include "PreviewWidget.h"
+#include "ProfileDialog.h"
+#include "numbering/NumberFormat.h"
+#include "render/InvoiceDocument.h"
+#include "storage/RateLimitedSaver.h"
+#include "tasks/ImportTasks.h"
+#include "tasks/Workspace.h"
+#include "util/Clock.h"
+
+#include <QAction>
+#include <QActionGroup>
+#include <QApplication>
+#include <QCloseEvent>
+#include <QComboBox>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QInputDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMenuBar>
+#include <QMessageBox>
+#include <QMimeData>
+#include <QPushButton>
+#include <QScreen>
+#include <QSettings>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QStyleHints>
+#include <QTableView>
+#include <QTimer>
+#include <QToolBar>
+#include <QToolButton>
+#include <QUndoGroup>
+#include <QUndoStack>
+#include <QUrl>
+#include <QVBoxLayout>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+enum ExportKind
+{
+    exportPdfKind,
+    exportXRechnungKind,
+    exportZugferdKind
+};
+
+bool isDarkPalette(const QPalette& palette)
+{
+    return palette.color(QPalette::Window).lightness() < 128;
+}
+
+QIcon themeIcon(const QString& name)
+{
+    return Icons::named(name);
+}
+
+} // namespace
+
+MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* parent)
+    : QMainWindow(parent), m_workspace(workspace), m_settings(settings)
+{
+    setObjectName(u"mainWindow"_s);
+    setAcceptDrops(true);
+    setUnifiedTitleAndToolBarOnMac(true);
+    m_listModel = new InvoiceListModel(workspace.invoices(), workspace.profiles(), this);
+    m_filter = new InvoiceFilterModel(this);
+    m_filter->setSourceModel(m_listModel);
+    m_undoGroup = new QUndoGroup(this);
+    m_saver = std::make_unique<RateLimitedSaver>();
+    m_fileWatcher = std::make_unique<InvoiceFileWatcher>(workspace.invoices());
+
+    setCentralWidget(createCentralArea());
+    m_documents = new DocumentActions(workspace, settings, *m_messages, this);
+    createActions();
+    createMenus();
+    createToolBar();
+
+    m_saveState = new QLabel(this);
+    m_statusText = new QLabel(this);
+    m_statusText->setObjectName(u"statusText"_s);
+    m_statusText->setTextFormat(Qt::RichText);
+    connect(m_statusText, &QLabel::linkActivated, this, [](const QString& link) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(link).absolutePath()));
+    });
+    statusBar()->addWidget(m_statusText, 1);
+    statusBar()->addPermanentWidget(m_saveState);
+
+    connect(m_documents, &DocumentActions::status, this, &MainWindow::setStatusText);
+    connect(m_documents, &DocumentActions::showField, m_editor, &InvoiceEditor::focusField);
+    connect(m_documents, &DocumentActions::imported, this,
+            [this](const QList<QUuid>& ids) { reveal(ids.last()); });
+
+    connect(m_editor, &InvoiceEditor::edited, this, &MainWindow::onEdited);
+    connect(m_list->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+            &MainWindow::onCurrentRowChanged);
+    connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+            &MainWindow::updateActions);
+    connect(m_list, &InvoiceListView::newInvoiceRequested, this,
+            [this] { newInvoice(InvoiceType::invoice); });
+    connect(m_sidebar, &FilterSidebar::categoryChanged, this, [this](InvoiceCategory category) {
+        m_filter->setCategory(category);
+        const bool quotes = category == InvoiceCategory::quotes;
+        m_list->setEmptyTexts(quotes ? ui(u"No Quotes") : ui(u"No Invoices Here"),
+                              ui(u"Drop PDFs or e-invoices here to import them."), true);
+        if (m_listModel->rowCount() == 0)
+            m_list->setEmptyTexts(ui(u"No Invoices Yet"), ui(u"Drop PDFs or e-invoices here to import them."),
+                                  true);
+    });
+    connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
+        m_filter->setSearchText(text);
+        if (!text.isEmpty())
+            m_list->setEmptyTexts(ui(u"No Matches"), ui(u"No invoice matches “%1”.").arg(text), false);
+    });
+
+    InvoiceManager& invoices = workspace.invoices();
+    connect(&invoices, &InvoiceManager::newlyCreatedInvoiceIdChanged, this, &MainWindow::showNewlyCreated);
+    connect(&invoices, &InvoiceManager::invoiceRemoved, this, &MainWindow::onInvoiceRemoved);
+    connect(&invoices, &InvoiceManager::refreshTriggerChanged, this, &MainWindow::onStoreReloaded);
+    connect(m_fileWatcher.get(), &InvoiceFileWatcher::invoiceUpdated, this,
+            &MainWindow::onInvoiceChangedOnDisk);
+    connect(&workspace.profiles(), &ProfileManager::profilesChanged, this, [this] {
+        rebuildProfileMenu();
+        if (const Profile* profile = m_workspace.profiles().activeProfile())
+            m_editor->setProfile(*profile);
+        updatePreview();
+    });
+    connect(&workspace, &Workspace::activeProfileSwitched, this, [this] {
+        m_undoStacks.clear();
+        qDeleteAll(m_undoGroup->stacks());
+        openInvoice(std::nullopt);
+        m_editor->setProfile(m_workspace.activeProfile());
+        rebuildProfileMenu();
+        updateWindowTitle();
+    });
+    connect(&workspace.styling(), &StylingManager::stylingChanged, this, &MainWindow::updatePreview);
+    // A day later, some invoices are overdue that were not: the list and filters follow.
+    auto* daily = new QTimer(this);
+    daily->setInterval(std::chrono::minutes(30));
+    connect(daily, &QTimer::timeout, this, [this, day = Clock::today()]() mutable {
+        if (Clock::today() != day) {
+            day = Clock::today();
+            m_listModel->reload();
+        }
+    });
+    daily->start();
+
+    m_editor->setProfile(workspace.activeProfile());
+    rebuildProfileMenu();
+    restoreState();
+    updateWindowTitle();
+    updateActions();
+}
+
+MainWindow::~MainWindow()
+{
+    saveNow();
+}
+
+QWidget* MainWindow::createCentralArea()
+{
+    m_sidebar = new FilterSidebar(*m_listModel);
+    m_list = new InvoiceListView;
+    m_list->setModel(m_filter);
+    m_list->sortByColumn(InvoiceListModel::dateColumn, Qt::DescendingOrder);
+
+    m_messages = new MessageBar;
+    m_editor = new InvoiceEditor;
+    auto* editorPane = new QWidget;
+    auto* editorLayout = new QVBoxLayout(editorPane);
+    editorLayout->setContentsMargins(8, 8, 0, 0);
+    editorLayout->setSpacing(6);
+    editorLayout->addWidget(m_messages);
+    editorLayout->addWidget(m_editor, 1);
+
+    m_preview = new PreviewWidget;
+    m_detailSplitter = new QSplitter(Qt::Horizontal);
+    m_detailSplitter->setObjectName(u"detailSplitter"_s);
+    m_detailSplitter->addWidget(editorPane);
+    m_detailSplitter->addWidget(m_preview);
+    m_detailSplitter->setStretchFactor(0, 3);
+    m_detailSplitter->setStretchFactor(1, 2);
+
+    m_splitter = new QSplitter(Qt::Horizontal);
+    m_splitter->setObjectName(u"mainSplitter"_s);
+    m_splitter->addWidget(m_sidebar);
+    m_splitter->addWidget(m_list);
+    m_splitter->addWidget(m_detailSplitter);
+    m_splitter->setStretchFactor(0, 0);
+    m_splitter->setStretchFactor(1, 2);
+    m_splitter->setStretchFactor(2, 5);
+    m_splitter->setCollapsible(1, false);
+    return m_splitter;
+}
+
+void MainWindow::createActions()
+{
+    auto add = [this](const QString& name, const QString& text, const QKeySequence& shortcut = {},
+                      const QString& icon = {}) {
+        auto* action = new QAction(text, this);
+        action->setObjectName(name);
+        if (!shortcut.isEmpty())
+            action->setShortcut(shortcut);
+        if (!icon.isEmpty())
+            action->setIcon(themeIcon(icon));
+        m_actions.insert(name, action);
+        return action;
+    };
+    connect(add(u"newInvoice"_s, ui(u"New Invoice"), QKeySequence::New, u"document-new"_s),
+            &QAction::triggered, this, [this] { newInvoice(InvoiceType::invoice); });
+    connect(add(u"newQuote"_s, ui(u"New Quote"), QKeySequence(u"Ctrl+Shift+N"_s)), &QAction::triggered, this,
+            [this] { newInvoice(InvoiceType::quote); });
+    connect(add(u"duplicate"_s, ui(u"Duplicate"), QKeySequence(u"Ctrl+D"_s), u"edit-copy"_s),
+            &QAction::triggered, this, &MainWindow::duplicateInvoice);
+    connect(add(u"cancelInvoice"_s, ui(u"Create Cancellation Invoice")), &QAction::triggered, this,
+            &MainWindow::cancelInvoice);
+    connect(add(u"convertQuote"_s, ui(u"Convert Quote to Invoice")), &QAction::triggered, this,
+            &MainWindow::convertQuote);
+    auto* statusGroup = new QActionGroup(this);
+    for (const auto& [name, status, key] : {std::tuple{u"markDraft"_s, Status::draft, u"Mark as Draft"},
+                                            std::tuple{u"markSent"_s, Status::sent, u"Mark as Sent"},
+                                            std::tuple{u"markPaid"_s, Status::paid, u"Mark as Paid"}}) {
+        QAction* action = add(name, ui(key));
+        action->setCheckable(true);
+        statusGroup->addAction(action);
+        connect(action, &QAction::triggered, this, [this, status = status] { setStatus(status); });
+    }
+    QAction* remove = add(u"delete"_s, ui(u"Delete Invoice…"), QKeySequence::Delete, u"edit-delete"_s);
+    // Delete acts on the list only; in a text field the key deletes text.
+    remove->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    m_list->addAction(remove);
+    connect(remove, &QAction::triggered, this, &MainWindow::deleteInvoices);
+
+    connect(add(u"exportPdf"_s, ui(u"Export PDF…"), QKeySequence(u"Ctrl+E"_s), u"document-export"_s),
+            &QAction::triggered, this, [this] { exportCurrent(exportPdfKind); });
+    connect(add(u"exportXRechnung"_s, ui(u"Export as XRechnung…"), QKeySequence(u"Ctrl+Shift+E"_s)),
+            &QAction::triggered, this, [this] { exportCurrent(exportXRechnungKind); });
+    connect(add(u"exportZugferd"_s, ui(u"Export as ZUGFeRD PDF…"), QKeySequence(u"Ctrl+Alt+E"_s)),
+            &QAction::triggered, this, [this] { exportCurrent(exportZugferdKind); });
+    connect(add(u"exportCsv"_s, ui(u"Export CSV…")), &QAction::triggered, this, &MainWindow::exportCsv);
+    connect(add(u"importPdf"_s, ui(u"Import PDF…"), {}, u"document-import"_s), &QAction::triggered,
+            m_documents, &DocumentActions::importPdfs);
+    connect(add(u"importEInvoices"_s, ui(u"Import E-Invoices…")), &QAction::triggered, m_documents,
+            &DocumentActions::importEInvoices);
+    connect(add(u"createReminder"_s, ui(u"Create Payment Reminder")), &QAction::triggered, this,
+            &MainWindow::createReminder);
+    connect(add(u"openDataFolder"_s, ui(u"Open Data Folder")), &QAction::triggered, this,
+            &MainWindow::openDataFolder);
+    QAction* preferences =
+        add(u"preferences"_s, ui(u"Preferences…"), QKeySequence(u"Ctrl+,"_s), u"preferences-system"_s);
+    preferences->setMenuRole(QAction::PreferencesRole);
+    connect(preferences, &QAction::triggered, this, &MainWindow::showPreferences);
+    QAction* quit = add(u"quit"_s, ui(u"Quit"), QKeySequence::Quit, u"application-exit"_s);
+    quit->setMenuRole(QAction::QuitRole);
+    connect(quit, &QAction::triggered, this, &QWidget::close);
+
+    QAction* undo = m_undoGroup->createUndoAction(this, ui(u"Undo"));
+    undo->setObjectName(u"undo"_s);
+    undo->setShortcut(QKeySequence::Undo);
+    undo->setIcon(themeIcon(u"edit-undo"_s));
+    m_actions.insert(u"undo"_s, undo);
+    QAction* redo = m_undoGroup->createRedoAction(this, ui(u"Redo"));
+    redo->setObjectName(u"redo"_s);
+    redo->setShortcut(QKeySequence::Redo);
+    redo->setIcon(themeIcon(u"edit-redo"_s));
+    m_actions.insert(u"redo"_s, redo);
+
+    QTableView* items = m_editor->itemsView();
+    QAction* copy = add(u"copyItem"_s, ui(u"Copy Item"), QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetShortcut);
+    items->addAction(copy);
+    connect(copy, &QAction::triggered, this, &MainWindow::copyItem);
+    QAction* paste = add(u"pasteItem"_s, ui(u"Paste Item"), QKeySequence::Paste);
+    paste->setShortcutContext(Qt::WidgetShortcut);
+    items->addAction(paste);
+    connect(paste, &QAction::triggered, this, &MainWindow::pasteItem);
+    connect(add(u"addItem"_s, ui(u"Add Item"), QKeySequence(u"Ctrl+Return"_s), u"list-add"_s),
+            &QAction::triggered, m_editor, &InvoiceEditor::addItem);
+    QAction* removeItem = add(u"removeItem"_s, ui(u"Remove Item"), QKeySequence::Delete, u"list-remove"_s);
+    removeItem->setShortcutContext(Qt::WidgetShortcut);
+    items->addAction(removeItem);
+    connect(removeItem, &QAction::triggered, m_editor, &InvoiceEditor::removeSelectedItems);
+    connect(add(u"moveItemUp"_s, ui(u"Move Item Up"), QKeySequence(u"Alt+Up"_s)), &QAction::triggered, this,
+            [this] { m_editor->moveCurrentItem(-1); });
+    connect(add(u"moveItemDown"_s, ui(u"Move Item Down"), QKeySequence(u"Alt+Down"_s)), &QAction::triggered,
+            this, [this] { m_editor->moveCurrentItem(1); });
+    connect(add(u"editNumber"_s, ui(u"Edit Number"), QKeySequence(u"F2"_s)), &QAction::triggered, m_editor,
+            &InvoiceEditor::focusNumber);
+    connect(add(u"find"_s, ui(u"Find…"), QKeySequence::Find, u"edit-find"_s), &QAction::triggered, this,
+            [this] {
+                m_search->setFocus(Qt::ShortcutFocusReason);
+                m_search->selectAll();
+            });
+
+    QAction* sidebar = add(u"showSidebar"_s, ui(u"Show Filters"));
+    sidebar->setCheckable(true);
+    sidebar->setChecked(true);
+    connect(sidebar, &QAction::toggled, m_sidebar, &QWidget::setVisible);
+    QAction* preview = add(u"showPreview"_s, ui(u"Show Preview"), QKeySequence(u"Ctrl+Shift+P"_s));
+    preview->setCheckable(true);
+    preview->setChecked(true);
+    connect(preview, &QAction::toggled, m_preview, &QWidget::setVisible);
+    QAction* dark = add(u"previewDarkMode"_s, ui(u"Dark Preview in Dark Mode"));
+    dark->setCheckable(true);
+    dark->setChecked(AppSettings::invoiceDarkMode(m_settings));
+    connect(dark, &QAction::toggled, this, [this](bool on) {
+        m_settings.setValue(AppSettings::invoiceDarkModeKey, on);
+        updatePreview();
+    });
+    connect(add(u"zoomIn"_s, ui(u"Zoom In"), QKeySequence::ZoomIn), &QAction::triggered, m_preview,
+            &PreviewWidget::zoomIn);
+    connect(add(u"zoomOut"_s, ui(u"Zoom Out"), QKeySequence::ZoomOut), &QAction::triggered, m_preview,
+            &PreviewWidget::zoomOut);
+    connect(add(u"zoomFit"_s, ui(u"Fit Page Width"), QKeySequence(u"Ctrl+0"_s)), &QAction::triggered,
+            m_preview, &PreviewWidget::zoomToFit);
+    connect(add(u"nextPage"_s, ui(u"Next Page"), QKeySequence(u"Ctrl+PgDown"_s)), &QAction::triggered,
+            m_preview, &PreviewWidget::nextPage);
+    connect(add(u"previousPage"_s, ui(u"Previous Page"), QKeySequence(u"Ctrl+PgUp"_s)), &QAction::triggered,
+            m_preview, &PreviewWidget::previousPage);
+
+    connect(add(u"editProfile"_s, ui(u"Edit Profile…")), &QAction::triggered, this, &MainWindow::editProfile);
+    connect(add(u"newProfile"_s, ui(u"New Profile…")), &QAction::triggered, this, &MainWindow::newProfile);
+    connect(add(u"about"_s, ui(u"About Ledra")), &QAction::triggered, this, &MainWindow::showAbout);
+
+    // Every command is reachable from the keyboard in the window, not only from its menu.
+    for (QAction* action : std::as_const(m_actions))
+        if (action->shortcutContext() == Qt::WindowShortcut)
+            addAction(action);
+
+    // The list's context menu offers what applies to the selected invoices.
+    for (const QString& name : {u"duplicate"_s, u"cancelInvoice"_s, u"convertQuote"_s})
+        m_list->addAction(action(name));
+    auto separator = [this] {
+        auto* line = new QAction(this);
+        line->setSeparator(true);
+        return line;
+    };
+    m_list->addAction(separator());
+    for (const QString& name : {u"markDraft"_s, u"markSent"_s, u"markPaid"_s})
+        m_list->addAction(action(name));
+    m_list->addAction(separator());
+    for (const QString& name :
+         {u"exportPdf"_s, u"exportXRechnung"_s, u"exportZugferd"_s, u"exportCsv"_s, u"createReminder"_s})
+        m_list->addAction(action(name));
+    m_list->addAction(separator());
+    // The delete action was added first; move it to the end of the menu.
+    m_list->removeAction(remove);
+    m_list->addAction(remove);
+}
+
+QAction* MainWindow::action(const QString& name) const
+{
+    return m_actions.value(name);
+}
+
+void MainWindow::createMenus()
+{
+    QMenu* file = menuBar()->addMenu(ui(u"&File"));
+    file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s)});
+    file->addSeparator();
+    file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s)});
+    file->addSeparator();
+    file->addActions({action(u"exportPdf"_s), action(u"exportXRechnung"_s), action(u"exportZugferd"_s),
+                      action(u"exportCsv"_s)});
+    file->addSeparator();
+    file->addAction(action(u"openDataFolder"_s));
+    file->addSeparator();
+    file->addAction(action(u"quit"_s));
+
+    QMenu* edit = menuBar()->addMenu(ui(u"&Edit"));
+    edit->addActions({action(u"undo"_s), action(u"redo"_s)});
+    edit->addSeparator();
+    edit->addActions({action(u"copyItem"_s), action(u"pasteItem"_s)});
+    edit->addSeparator();
+    edit->addAction(action(u"find"_s));
+    edit->addSeparator();
+    edit->addAction(action(u"preferences"_s));
+
+    QMenu* invoice = menuBar()->addMenu(ui(u"&Invoice"));
+    invoice->addActions({action(u"duplicate"_s), action(u"cancelInvoice"_s), action(u"convertQuote"_s)});
+    invoice->addSeparator();
+    invoice->addActions({action(u"markDraft"_s), action(u"markSent"_s), action(u"markPaid"_s)});
+    invoice->addSeparator();
+    invoice->addAction(action(u"createReminder"_s));
+    invoice->addSeparator();
+    invoice->addActions({action(u"editNumber"_s), action(u"addItem"_s), action(u"removeItem"_s),
+                         action(u"moveItemUp"_s), action(u"moveItemDown"_s)});
+    invoice->addSeparator();
+    invoice->addAction(action(u"delete"_s));
+
+    QMenu* view = menuBar()->addMenu(ui(u"&View"));
+    view->addActions({action(u"showSidebar"_s), action(u"showPreview"_s), action(u"previewDarkMode"_s)});
+    view->addSeparator();
+    view->addActions({action(u"zoomIn"_s), action(u"zoomOut"_s), action(u"zoomFit"_s)});
+    view->addSeparator();
+    view->addActions({action(u"previousPage"_s), action(u"nextPage"_s)});
+
+    m_profileMenu = menuBar()->addMenu(ui(u"&Profile"));
+
+    QMenu* help = menuBar()->addMenu(ui(u"&Help"));
+    help->addAction(action(u"about"_s));
+}
+
+void MainWindow::createToolBar()
+{
+    QToolBar* bar = addToolBar(ui(u"Toolbar"));
+    bar->setObjectName(u"toolbar"_s);
+    bar->setMovable(false);
+    bar->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+
+    m_profiles = new QComboBox;
+    m_profiles->setObjectName(u"profileSwitcher"_s);
+    m_profiles->setToolTip(ui(u"The sender profile whose invoices are shown"));
+    m_profiles->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    connect(m_profiles, &QComboBox::activated, this,
+            [this](int index) { switchProfile(m_profiles->itemData(index).toUuid()); });
+    bar->addWidget(m_profiles);
+    bar->addSeparator();
+
+    auto* newButton = new QToolButton;
+    newButton->setDefaultAction(action(u"newInvoice"_s));
+    newButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    newButton->setPopupMode(QToolButton::MenuButtonPopup);
+    auto* newMenu = new QMenu(newButton);
+    newMenu->addActions({action(u"newInvoice"_s), action(u"newQuote"_s)});
+    newButton->setMenu(newMenu);
+    bar->addWidget(newButton);
+
+    auto* exportButton = new QToolButton;
+    exportButton->setObjectName(u"exportButton"_s);
+    exportButton->setText(ui(u"Export"));
+    exportButton->setIcon(themeIcon(u"document-export"_s));
+    exportButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    exportButton->setPopupMode(QToolButton::InstantPopup);
+    auto* exportMenu = new QMenu(exportButton);
+    exportMenu->addActions(
+        {action(u"exportPdf"_s), action(u"exportXRechnung"_s), action(u"exportZugferd"_s)});
+    exportMenu->addSeparator();
+    exportMenu->addAction(action(u"exportCsv"_s));
+    exportButton->setMenu(exportMenu);
+    bar->addWidget(exportButton);
+
+    auto* spacer = new QWidget;
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    bar->addWidget(spacer);
+    m_search = new QLineEdit;
+    m_search->setObjectName(u"search"_s);
+    m_search->setPlaceholderText(ui(u"Search number, recipient, items, amount"));
+    m_search->setClearButtonEnabled(true);
+    m_search->addAction(themeIcon(u"edit-find"_s), QLineEdit::LeadingPosition);
+    m_search->setMinimumWidth(m_search->fontMetrics().horizontalAdvance(m_search->placeholderText()) + 48);
+    bar->addWidget(m_search);
+}
+
+void MainWindow::rebuildProfileMenu()
+{
+    const ProfileManager& profiles = m_workspace.profiles();
+    const Profile* active = profiles.activeProfile();
+    m_profiles->clear();
+    m_profileMenu->clear();
+    auto* group = new QActionGroup(m_profileMenu);
+    for (const Profile& profile : profiles.profiles()) {
+        m_profiles->addItem(profile.displayName(), profile.id);
+        QAction* item = m_profileMenu->addAction(profile.displayName());
+        item->setCheckable(true);
+        item->setChecked(active && profile.id == active->id);
+        group->addAction(item);
+        connect(item, &QAction::triggered, this, [this, id = profile.id] { switchProfile(id); });
+    }
+    if (active)
+        m_profiles->setCurrentIndex(m_profiles->findData(active->id));
+    m_profileMenu->addSeparator();
+    m_profileMenu->addActions({action(u"editProfile"_s), action(u"newProfile"_s)});
+}
+
+void MainWindow::restoreState()
+{
+    if (!restoreGeometry(m_settings.value(AppSettings::geometryKey).toByteArray())) {
+        // The first start: most of the screen, since list, form and page all want room.
+        const QRect screen = this->screen() ? this->screen()->availableGeometry() : QRect(0, 0, 1600, 1000);
+        resize(std::max(1280, int(screen.width() * 0.88)), std::max(800, int(screen.height() * 0.88)));
+    }
+    if (!m_splitter->restoreState(m_settings.value(AppSettings::splitterKey).toByteArray()) ||
+        !m_detailSplitter->restoreState(m_settings.value(AppSettings::detailSplitterKey).toByteArray()))
+        distributeWidth(width());
+    m_list->header()->restoreState(m_settings.value(AppSettings::listHeaderKey).toByteArray());
+    m_sidebar->setCategory(InvoiceCategory(m_settings.value(AppSettings::filterKey, 0).toInt()));
+    if (m_settings.contains(AppSettings::previewZoomKey))
+        m_preview->setZoom(m_settings.value(AppSettings::previewZoomKey).toDouble());
+    const QUuid last = m_settings.value(AppSettings::lastInvoiceKey).toUuid();
+    if (!last.isNull() && m_workspace.invoices().invoice(last))
+        reveal(last);
+}
+
+void MainWindow::distributeWidth(int total)
+{
+    const int sidebar = m_sidebar->sizeHint().width();
+    const int rest = total - sidebar;
+    const int list = std::clamp(int(rest * 0.31), 380, 520);
+    const int editor = std::clamp(int(rest * 0.38), 460, 640);
+    m_splitter->setSizes({sidebar, list, rest - list});
+    m_detailSplitter->setSizes({editor, std::max(240, rest - list - editor)});
+}
+
+void MainWindow::storeState()
+{
+    m_settings.setValue(AppSettings::geometryKey, saveGeometry());
+    m_settings.setValue(AppSettings::splitterKey, m_splitter->saveState());
+    m_settings.setValue(AppSettings::detailSplitterKey, m_detailSplitter->saveState());
+    m_settings.setValue(AppSettings::listHeaderKey, m_list->header()->saveState());
+    m_settings.setValue(AppSettings::filterKey, int(m_sidebar->category()));
+    if (const auto id = openInvoiceId())
+        m_settings.setValue(AppSettings::lastInvoiceKey, *id);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    saveNow();
+    storeState();
+    event->accept();
+}
+
+std::optional<QUuid> MainWindow::openInvoiceId() const
+{
+    if (const auto& invoice = m_editor->invoice())
+        return invoice->id;
+    return std::nullopt;
+}
+
+std::optional<Invoice> MainWindow::currentInvoice() const
+{
+    return m_editor->invoice();
+}
+
+QList<Invoice> MainWindow::selectedInvoices() const
+{
+    QList<Invoice> invoices;
+    for (const QUuid& id : m_list->selectedIds()) {
+        if (id == openInvoiceId())
+            invoices.append(*m_editor->invoice());
+        else if (const Invoice* invoice = m_workspace.invoices().invoice(id))
+            invoices.append(*invoice);
+    }
+    if (invoices.isEmpty() && m_editor->invoice())
+        invoices.append(*m_editor->invoice());
+    return invoices;
+}
+
+QUndoStack* MainWindow::undoStackFor(const QUuid& id)
+{
+    QUndoStack*& stack = m_undoStacks[id];
+    if (!stack) {
+        stack = new QUndoStack(m_undoGroup);
+        stack->setUndoLimit(200);
+    }
+    return stack;
+}
+
+void MainWindow::forgetHistory(const QUuid& id)
+{
+    if (QUndoStack* stack = m_undoStacks.take(id))
+        stack->deleteLater();
+}
+
+void MainWindow::onCurrentRowChanged()
+{
+    const QUuid id = m_list->currentId();
+    if (id.isNull() || id == openInvoiceId())
+        return;
+    openInvoice(id);
+}
+
+void MainWindow::openInvoice(const std::optional<QUuid>& id)
+{
+    saveNow();
+    m_messages->dismiss();
+    m_conflict = false;
+    const Invoice* invoice = id ? m_workspace.invoices().invoice(*id) : nullptr;
+    if (!invoice) {
+        m_savedVersion.reset();
+        m_editor->setInvoice(std::nullopt, nullptr);
+        m_undoGroup->setActiveStack(nullptr);
+        m_fileWatcher->setInvoice(std::nullopt);
+    } else {
+        m_savedVersion = *invoice;
+        QUndoStack* stack = undoStackFor(invoice->id);
+        m_editor->setInvoice(*invoice, stack);
+        m_undoGroup->setActiveStack(stack);
+        m_fileWatcher->setInvoice(invoice->id);
+    }
+    updatePreview();
+    updateActions();
+}
+
+void MainWindow::onEdited(const Invoice& invoice)
+{
+    m_unsaved.insert(invoice.id, invoice);
+    m_saveState->setText(ui(u"Saving…"));
+    m_saver->request([this] {
+        const QList<QUuid> ids = m_unsaved.keys();
+        for (const QUuid& id : ids)
+            saveInvoice(id);
+    });
+    updatePreview();
+    updateActions();
+}
+
+void MainWindow::saveInvoice(const QUuid& id)
+{
+    if (m_conflict && id == openInvoiceId())
+        return; // waits for the user's choice between their edit and the file on disk
+    const auto pending = m_unsaved.constFind(id);
+    if (pending == m_unsaved.constEnd())
+        return;
+    const Invoice invoice = *pending;
+    m_unsaved.erase(pending);
+    if (const auto error = m_workspace.invoices().saveInvoice(invoice)) {
+        m_messages->show(MessageBar::Kind::error, ui(u"The invoice could not be saved: %1").arg(*error));
+        m_saveState->setText(ui(u"Not saved"));
+        return;
+    }
+    if (id == openInvoiceId())
+        m_savedVersion = invoice;
+    if (m_unsaved.isEmpty())
+        m_saveState->setText(ui(u"Saved"));
+}
+
+void MainWindow::saveNow()
+{
+    if (m_saver)
+        m_saver->flush();
+    const QList<QUuid> ids = m_unsaved.keys();
+    for (const QUuid& id : ids)
+        saveInvoice(id);
+}
+
+void MainWindow::onInvoiceChangedOnDisk(const QUuid& id)
+{
+    if (id != openInvoiceId())
+        return;
+    const bool unsavedEdits =
+        m_unsaved.contains(id) || (m_savedVersion && *m_savedVersion != *m_editor->invoice());
+    const std::optional<Invoice> theirs = m_workspace.invoices().loadInvoice(id);
+    if (!theirs)
+        return;
+    if (!unsavedEdits) {
+        m_savedVersion = theirs;
+        forgetHistory(id);
+        QUndoStack* stack = undoStackFor(id);
+        m_editor->setInvoice(*theirs, stack);
+        m_undoGroup->setActiveStack(stack);
+        setStatusText(ui(u"The invoice was changed by another program and has been reloaded."));
+        updatePreview();
+        return;
+    }
+    // The user's edit and another program's change meet: the user decides, nothing is lost.
+    m_conflict = true;
+    m_messages->show(MessageBar::Kind::warning,
+                     ui(u"Another program changed this invoice while you were editing it."));
+    m_messages->addAction(ui(u"Keep My Changes"), [this, id] {
+        m_conflict = false;
+        if (m_editor->invoice() && m_editor->invoice()->id == id) {
+            m_unsaved.insert(id, *m_editor->invoice());
+            saveInvoice(id);
+        }
+    });
+    m_messages->addAction(ui(u"Use Their Version"), [this, id, theirs] {
+        m_conflict = false;
+        m_unsaved.remove(id);
+        m_savedVersion = *theirs;
+        forgetHistory(id);
+        QUndoStack* stack = undoStackFor(id);
+        m_editor->setInvoice(*theirs, stack);
+        m_undoGroup->setActiveStack(stack);
+        updatePreview();
+    });
+}
+
+void MainWindow::onInvoiceRemoved(const QUuid& id)
+{
+    m_unsaved.remove(id);
+    forgetHistory(id);
+    if (id != openInvoiceId())
+        return;
+    const Invoice lost = *m_editor->invoice();
+    openInvoice(std::nullopt);
+    if (m_deletingOurselves)
+        return;
+    m_messages->show(MessageBar::Kind::warning,
+                     ui(u"Invoice %1 was deleted by another program.")
+                         .arg(NumberFormat::displayNumber(lost, m_workspace.activeProfile())));
+    m_messages->addAction(ui(u"Restore It"), [this, lost] {
+        if (const auto error = m_workspace.invoices().saveInvoice(lost))
+            m_messages->show(MessageBar::Kind::error, ui(u"The invoice could not be saved: %1").arg(*error));
+        else
+            reveal(lost.id);
+    });
+}
+
+void MainWindow::onStoreReloaded()
+{
+    // The open invoice keeps its editor; its row may have moved.
+    if (const auto id = openInvoiceId()) {
+        if (!m_workspace.invoices().invoice(*id))
+            return onInvoiceRemoved(*id);
+        m_list->selectId(*id);
+    }
+}
+
+void MainWindow::showNewlyCreated()
+{
+    if (const auto id = m_workspace.invoices().newlyCreatedInvoiceId())
+        reveal(*id);
+}
+
+void MainWindow::reveal(const QUuid& id)
+{
+    if (!m_list->selectId(id)) {
+        // Hidden by the filter or the search: show all of the kind it belongs to.
+        const Invoice* invoice = m_workspace.invoices().invoice(id);
+        m_search->clear();
+        m_sidebar->setCategory(invoice && invoice->type == InvoiceType::quote ? InvoiceCategory::quotes
+                                                                              : InvoiceCategory::all);
+        m_list->selectId(id);
+    }
+    if (id != openInvoiceId())
+        openInvoice(id);
+}
+
+void MainWindow::updatePreview()
+{
+    const auto& invoice = m_editor->invoice();
+    if (!invoice) {
+        m_preview->setDocument(nullptr);
+        return;
+    }
+    const bool darkPreview =
+        AppSettings::invoiceDarkMode(m_settings) || m_workspace.activeProfile().invoiceDarkMode;
+    const bool dark = darkPreview && isDarkPalette(palette());
+    m_preview->setDocument(std::make_shared<InvoiceDocument>(
+        *invoice, m_workspace.activeProfile(), m_workspace.activeStyling(), m_workspace.related(*invoice),
+        dark ? ColorScheme::dark : ColorScheme::light));
+}
+
+void MainWindow::updateActions()
+{
+    const QList<Invoice> selected = selectedInvoices();
+    const bool any = !selected.isEmpty();
+    const bool one = selected.size() == 1;
+    const std::optional<Invoice> current = currentInvoice();
+    const bool ordinary = current && current->type == InvoiceType::invoice;
+    const bool quote = current && current->type == InvoiceType::quote;
+    action(u"duplicate"_s)->setEnabled(one);
+    action(u"cancelInvoice"_s)->setEnabled(one && ordinary && current->status != Status::cancelled);
+    action(u"convertQuote"_s)->setEnabled(one && quote);
+    for (const QString& name : {u"markDraft"_s, u"markSent"_s, u"markPaid"_s})
+        action(name)->setEnabled(any);
+    if (current) {
+        action(u"markDraft"_s)->setChecked(current->status == Status::draft);
+        action(u"markSent"_s)->setChecked(current->status == Status::sent);
+        action(u"markPaid"_s)->setChecked(current->status == Status::paid);
+    }
+    action(u"delete"_s)->setEnabled(any);
+    for (const QString& name : {u"exportPdf"_s, u"exportXRechnung"_s, u"exportZugferd"_s})
+        action(name)->setEnabled(current.has_value());
+    action(u"exportCsv"_s)->setEnabled(m_listModel->rowCount() > 0);
+    const bool remindable = ordinary && current->isOverdue();
+    action(u"createReminder"_s)->setEnabled(remindable);
+    if (remindable)
+        action(u"createReminder"_s)
+            ->setText(m_workspace.reminders().remindersOf(current->id).isEmpty()
+                          ? ui(u"Create Payment Reminder")
+                          : ui(u"Create Next Payment Reminder"));
+    for (const QString& name :
+         {u"addItem"_s, u"removeItem"_s, u"moveItemUp"_s, u"moveItemDown"_s, u"editNumber"_s, u"copyItem"_s})
+        action(name)->setEnabled(current.has_value());
+    action(u"pasteItem"_s)->setEnabled(current && m_workspace.invoices().copiedItem());
+}
+
+void MainWindow::updateWindowTitle()
+{
+    setWindowTitle(m_workspace.activeProfile().displayName() + u" — Ledra"_s);
+}
+
+void MainWindow::setStatusText(const QString& text, const QString& path)
+{
+    if (path.isEmpty())
+        m_statusText->setText(text.toHtmlEscaped());
+    else
+        m_statusText->setText(u"<a href=\"%1\">%2</a>"_s.arg(path.toHtmlEscaped(), text.toHtmlEscaped()));
+    m_statusText->setToolTip(path.isEmpty() ? QString() : ui(u"Show in folder"));
+}
+
+void MainWindow::changeInvoices(const QList<Invoice>& invoices, const QString& text,
+                                const std::function<void(Invoice&)>& change)
+{
+    for (Invoice invoice : invoices) {
+        if (invoice.id == openInvoiceId()) {
+            m_editor->changeInvoice(text, change);
+            continue;
+        }
+        change(invoice);
+        // Its undo history would restore the state before this change.
+        forgetHistory(invoice.id);
+        if (const auto error = m_workspace.invoices().saveInvoice(invoice))
+            m_messages->show(MessageBar::Kind::error, ui(u"The invoice could not be saved: %1").arg(*error));
+    }
+    updateActions();
+}
+
+void MainWindow::newInvoice(InvoiceType type)
+{
+    saveNow();
+    if (type == InvoiceType::quote)
+        m_workspace.invoices().createQuote();
+    else
+        m_workspace.invoices().createInvoice();
+    m_editor->focusField(u"Recipient name"_s, std::nullopt);
+}
+
+void MainWindow::duplicateInvoice()
+{
+    saveNow();
+    if (const auto current = currentInvoice())
+        m_workspace.invoices().duplicateInvoice(current->id);
+}
+
+void MainWindow::cancelInvoice()
+{
+    saveNow();
+    const auto current = currentInvoice();
+    if (!current || current->type != InvoiceType::invoice)
+        return;
+    forgetHistory(current->id);
+    m_workspace.invoices().cancelInvoice(current->id);
+}
+
+void MainWindow::convertQuote()
+{
+    saveNow();
+    if (const auto current = currentInvoice(); current && current->type == InvoiceType::quote)
+        m_workspace.invoices().createInvoiceFromQuote(current->id);
+}
+
+void MainWindow::setStatus(Status status)
+{
+    saveNow();
+    changeInvoices(selectedInvoices(), ui(u"Change Status"), [status](Invoice& invoice) {
+        if (invoice.status != status) {
+            invoice.status = status;
+            invoice.statusUpdateDate = Clock::nowTimestamp();
+        }
+    });
+}
+
+void MainWindow::deleteInvoices()
+{
+    saveNow();
+    const QList<Invoice> invoices = selectedInvoices();
+    if (invoices.isEmpty())
+        return;
+    const Profile& profile = m_workspace.activeProfile();
+    QString warning;
+    for (const Invoice& invoice : invoices)
+        if (warning.isEmpty())
+            warning = InvoiceManager::deletionWarning(invoice);
+    const QString question = invoices.size() == 1
+                                 ? ui(u"Delete %1 %2?")
+                                       .arg(labelText(invoices.first().type),
+                                            NumberFormat::displayNumber(invoices.first(), profile))
+                                 : ui(u"Delete %1 invoices?").arg(invoices.size());
+    QMessageBox box(warning.isEmpty() ? QMessageBox::Question : QMessageBox::Warning, ui(u"Delete Invoice"),
+                    question, QMessageBox::Cancel, this);
+    box.setObjectName(u"deleteConfirmation"_s);
+    box.setInformativeText(warning.isEmpty() ? ui(u"This cannot be undone.") : warning);
+    QPushButton* remove = box.addButton(ui(u"Delete"), QMessageBox::DestructiveRole);
+    box.setDefaultButton(QMessageBox::Cancel);
+    box.exec();
+    if (box.clickedButton() != remove)
+        return;
+    m_deletingOurselves = true;
+    for (const Invoice& invoice : invoices)
+        if (const auto error = m_workspace.invoices().deleteInvoice(invoice.id))
+            m_messages->show(MessageBar::Kind::error,
+                             ui(u"The invoice could not be deleted: %1").arg(*error));
+    m_deletingOurselves = false;
+    setStatusText(invoices.size() == 1 ? ui(u"Invoice deleted")
+                                       : ui(u"%1 invoices deleted").arg(invoices.size()));
+}
+
+void MainWindow::copyItem()
+{
+    if (const auto item = m_editor->currentItem()) {
+        m_workspace.invoices().copyItem(*item);
+        setStatusText(ui(u"Item copied"));
+        updateActions();
+    }
+}
+
+void MainWindow::pasteItem()
+{
+    if (const auto item = m_workspace.invoices().pasteItem())
+        m_editor->insertItem(*item);
+}
+
+void MainWindow::exportCurrent(int kind)
+{
+    const auto current = currentInvoice();
+    if (!current)
+        return;
+    saveNow();
+    switch (kind) {
+    case exportPdfKind:
+        m_documents->exportPdf(*current);
+        break;
+    case exportXRechnungKind:
+        m_documents->exportXRechnung(*current);
+        break;
+    case exportZugferdKind:
+        m_documents->exportZugferd(*current);
+        break;
+    }
+}
+
+void MainWindow::exportCsv()
+{
+    saveNow();
+    // The selection when several are selected, else every invoice the list shows.
+    QList<Invoice> invoices;
+    if (m_list->selectedIds().size() > 1) {
+        invoices = selectedInvoices();
+    } else {
+        for (int row = 0; row < m_filter->rowCount(); ++row)
+            if (const Invoice* invoice = m_workspace.invoices().invoice(
+                    m_filter->index(row, 0).data(InvoiceListModel::IdRole).toUuid()))
+                invoices.append(*invoice);
+    }
+    m_documents->exportCsv(invoices);
+}
+
+void MainWindow::createReminder()
+{
+    saveNow();
+    if (const auto current = currentInvoice())
+        m_documents->exportReminder(*current);
+    updateActions();
+}
+
+void MainWindow::openDataFolder()
+{
+    QDesktopServices::openUrl(QUrl::fromLocalFile(m_workspace.profiles().dataFolder()));
+}
+
+void MainWindow::showPreferences()
+{
+    saveNow();
+    PreferencesDialog dialog(m_workspace, m_settings, this);
+    dialog.exec();
+    action(u"previewDarkMode"_s)->setChecked(AppSettings::invoiceDarkMode(m_settings));
+    updatePreview();
+}
+
+void MainWindow::editProfile()
+{
+    ProfileDialog dialog(m_workspace, m_settings, ProfileDialog::Mode::edit, this);
+    dialog.exec();
+}
+
+void MainWindow::newProfile()
+{
+    bool ok = false;
+    const QString name = QInputDialog::getText(this, ui(u"New Profile"), ui(u"Name of the new profile:"),
+                                               QLineEdit::Normal, QString(), &ok)
+                             .trimmed();
+    if (!ok || name.isEmpty())
+        return;
+    Profile created;
+    if (const auto error = m_workspace.profiles().createProfile(name, &created)) {
+        m_messages->show(MessageBar::Kind::error, ui(u"The profile could not be created: %1").arg(*error));
+        return;
+    }
+    switchProfile(created.id);
+    editProfile();
+}
+
+void MainWindow::switchProfile(const QUuid& id)
+{
+    const Profile* active = m_workspace.profiles().activeProfile();
+    if (active && active->id == id)
+        return;
+    saveNow();
+    m_workspace.profiles().setActiveProfile(id);
+}
+
+void MainWindow::showAbout()
+{
+    QMessageBox::about(
+        this, ui(u"About Ledra"),
+        ui(u"<h3>Ledra %1</h3><p>Invoices, quotes and e-invoices (XRechnung, ZUGFeRD) for freelancers "
+           u"and small businesses.</p><p>Your data stays on this computer, in %2.</p>")
+            .arg(QApplication::applicationVersion(),
+                 QDir::toNativeSeparators(m_workspace.profiles().dataFolder()).toHtmlEscaped()));
+}
+
+void MainWindow::offerOnboarding()
+{
+    const Profile& profile = m_workspace.activeProfile();
+    const bool empty = profile.name.isEmpty() && profile.businessName.isEmpty();
+    if (!empty || m_settings.value(AppSettings::onboardingDoneKey, false).toBool())
+        return;
+    ProfileDialog dialog(m_workspace, m_settings, ProfileDialog::Mode::onboarding, this);
+    dialog.exec();
+    m_settings.setValue(AppSettings::onboardingDoneKey, true);
+}
+
+void MainWindow::openFiles(const QStringList& files)
+{
+    QStringList importable;
+    QStringList refused;
+    for (const QString& file : files)
+        (ImportTasks::isImportable(file) ? importable : refused).append(file);
+    if (!importable.isEmpty())
+        m_documents->importFiles(importable);
+    if (!refused.isEmpty())
+        m_messages->show(MessageBar::Kind::warning,
+                         ui(u"These files cannot be opened here: %1").arg(refused.join(u", "_s)));
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent* event)
+{
+    if (!event->mimeData()->hasUrls())
+        return;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile() && ImportTasks::isImportable(url.toLocalFile())) {
+            event->acceptProposedAction();
+            return;
+        }
+}
+
+void MainWindow::dropEvent(QDropEvent* event)
+{
+    QStringList files;
+    for (const QUrl& url : event->mimeData()->urls())
+        if (url.isLocalFile())
+            files.append(url.toLocalFile());
+    event->acceptProposedAction();
+    // Imported after the drop has finished, so that the source program is not kept waiting.
+    QTimer::singleShot(0, this, [this, files] { openFiles(files); });
+}
+
+void MainWindow::changeEvent(QEvent* event)
+{
+    QMainWindow::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        updatePreview();
+}

@@ -1,0 +1,152 @@
+#pragma once
+
+#include "InvoiceListModel.h"
+#include "model/Invoice.h"
+
+#include <QHash>
+#include <QMainWindow>
+#include <QPointer>
+#include <QUuid>
+
+#include <memory>
+#include <optional>
+
+class DocumentActions;
+class FilterSidebar;
+class InvoiceEditor;
+class InvoiceFileWatcher;
+class InvoiceFilterModel;
+class InvoiceListView;
+class MessageBar;
+class PreviewWidget;
+class QAction;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QSettings;
+class QSplitter;
+class QUndoGroup;
+class QUndoStack;
+class RateLimitedSaver;
+class Workspace;
+
+// The window most users live in: the filters, the invoice list and the open invoice with its
+// live preview, and every command in the menus, the toolbar and the list's context menu.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+public:
+    MainWindow(Workspace& workspace, QSettings& settings, QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    // Opens files given on the command line or dropped on the window.
+    void openFiles(const QStringList& files);
+    // Shows the first-start guide when the profile has no sender data yet (and it was not
+    // skipped before).
+    void offerOnboarding();
+
+    // The parts the tests and the screenshot tool reach for.
+    InvoiceEditor* editor() const { return m_editor; }
+    InvoiceListView* list() const { return m_list; }
+    InvoiceListModel* listModel() const { return m_listModel; }
+    InvoiceFilterModel* filterModel() const { return m_filter; }
+    FilterSidebar* sidebar() const { return m_sidebar; }
+    PreviewWidget* preview() const { return m_preview; }
+    MessageBar* messages() const { return m_messages; }
+    QLineEdit* searchField() const { return m_search; }
+    DocumentActions* documents() const { return m_documents; }
+    QAction* action(const QString& name) const;
+    std::optional<QUuid> openInvoiceId() const;
+    // Writes every edit that waits for the saver (on close, before switching invoice or profile).
+    void saveNow();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+    void dragEnterEvent(QDragEnterEvent* event) override;
+    void dropEvent(QDropEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    void createActions();
+    void createMenus();
+    void createToolBar();
+    QWidget* createCentralArea();
+    void restoreState();
+    // Shares a window width out among filters, list, form and preview.
+    void distributeWidth(int total);
+    void storeState();
+
+    void openInvoice(const std::optional<QUuid>& id);
+    void onCurrentRowChanged();
+    void onEdited(const Invoice& invoice);
+    void saveInvoice(const QUuid& id);
+    void onInvoiceChangedOnDisk(const QUuid& id);
+    void onInvoiceRemoved(const QUuid& id);
+    void onStoreReloaded();
+    void updatePreview();
+    void updateActions();
+    void updateWindowTitle();
+    void rebuildProfileMenu();
+    void showNewlyCreated();
+    void reveal(const QUuid& id);
+
+    QList<Invoice> selectedInvoices() const;
+    std::optional<Invoice> currentInvoice() const;
+    QUndoStack* undoStackFor(const QUuid& id);
+    void forgetHistory(const QUuid& id);
+    // Changes invoices outside the editor: the open one through the editor (undoable), the
+    // others straight to the store.
+    void changeInvoices(const QList<Invoice>& invoices, const QString& text,
+                        const std::function<void(Invoice&)>& change);
+
+    void newInvoice(InvoiceType type);
+    void duplicateInvoice();
+    void cancelInvoice();
+    void convertQuote();
+    void setStatus(Status status);
+    void deleteInvoices();
+    void copyItem();
+    void pasteItem();
+    void exportCurrent(int kind);
+    void exportCsv();
+    void createReminder();
+    void openDataFolder();
+    void showPreferences();
+    void editProfile();
+    void newProfile();
+    void switchProfile(const QUuid& id);
+    void showAbout();
+    void setStatusText(const QString& text, const QString& path = {});
+
+    Workspace& m_workspace;
+    QSettings& m_settings;
+    InvoiceListModel* m_listModel = nullptr;
+    InvoiceFilterModel* m_filter = nullptr;
+    FilterSidebar* m_sidebar = nullptr;
+    InvoiceListView* m_list = nullptr;
+    InvoiceEditor* m_editor = nullptr;
+    PreviewWidget* m_preview = nullptr;
+    MessageBar* m_messages = nullptr;
+    QLineEdit* m_search = nullptr;
+    QComboBox* m_profiles = nullptr;
+    QSplitter* m_splitter = nullptr;
+    QSplitter* m_detailSplitter = nullptr;
+    QLabel* m_saveState = nullptr;
+    QLabel* m_statusText = nullptr;
+    DocumentActions* m_documents = nullptr;
+    QUndoGroup* m_undoGroup = nullptr;
+    QHash<QUuid, QUndoStack*> m_undoStacks;
+    std::unique_ptr<RateLimitedSaver> m_saver;
+    std::unique_ptr<InvoiceFileWatcher> m_fileWatcher;
+    QHash<QString, QAction*> m_actions;
+    QMenu* m_profileMenu = nullptr;
+
+    // The open invoice's record as it was last saved or read: the editor's copy differs from it
+    // while an edit waits to be saved.
+    std::optional<Invoice> m_savedVersion;
+    // Edits waiting for the saver, by invoice.
+    QHash<QUuid, Invoice> m_unsaved;
+    // Set while a change on disk and the user's edits of the open invoice disagree.
+    bool m_conflict = false;
+    bool m_deletingOurselves = false;
+};

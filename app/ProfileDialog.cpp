@@ -1,0 +1,398 @@
+#include "ProfileDialog.h"
+
+#include "AppSettings.h"
+#include "AppText.h"
+#include "CodeComboBox.h"
+#include "einvoice/XMLGenerator.h"
+#include "numbering/NumberAssignment.h"
+#include "numbering/NumberFormat.h"
+#include "tasks/Workspace.h"
+#include "util/Clock.h"
+
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDoubleSpinBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSpinBox>
+#include <QStackedWidget>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+QLabel* explanation(const QString& text)
+{
+    auto* label = new QLabel(text);
+    label->setWordWrap(true);
+    label->setForegroundRole(QPalette::PlaceholderText);
+    return label;
+}
+
+QLabel* heading(const QString& text)
+{
+    auto* label = new QLabel(text);
+    QFont font = label->font();
+    font.setPointSizeF(font.pointSizeF() * 1.3);
+    font.setBold(true);
+    label->setFont(font);
+    return label;
+}
+
+QWidget* page(const QString& title, const QString& intro, QLayout* content)
+{
+    auto* widget = new QWidget;
+    auto* layout = new QVBoxLayout(widget);
+    layout->setContentsMargins(16, 16, 16, 16);
+    layout->setSpacing(12);
+    if (!title.isEmpty())
+        layout->addWidget(heading(title));
+    if (!intro.isEmpty())
+        layout->addWidget(explanation(intro));
+    layout->addLayout(content);
+    layout->addStretch();
+    return widget;
+}
+
+} // namespace
+
+ProfileDialog::ProfileDialog(Workspace& workspace, QSettings& settings, Mode mode, QWidget* parent)
+    : QDialog(parent), m_workspace(workspace), m_settings(settings), m_mode(mode),
+      m_profile(workspace.activeProfile())
+{
+    setObjectName(mode == Mode::onboarding ? u"onboarding"_s : u"profileDialog"_s);
+    setWindowTitle(mode == Mode::onboarding ? ui(u"Welcome to Ledra")
+                                            : ui(u"Profile “%1”").arg(m_profile.displayName()));
+    auto* layout = new QVBoxLayout(this);
+
+    QWidget* sender = senderPage();
+    QWidget* payment = paymentPage();
+    QWidget* numbers = numbersPage();
+
+    if (mode == Mode::edit) {
+        auto* tabs = new QTabWidget;
+        tabs->addTab(sender, ui(u"Sender"));
+        tabs->addTab(payment, ui(u"Payment and Tax"));
+        tabs->addTab(numbers, ui(u"Numbers and Defaults"));
+        layout->addWidget(tabs);
+        auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
+        connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+        connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+        layout->addWidget(buttons);
+    } else {
+        m_pages = new QStackedWidget;
+        m_pages->addWidget(welcomePage());
+        m_pages->addWidget(sender);
+        m_pages->addWidget(payment);
+        m_pages->addWidget(numbers);
+        m_pages->addWidget(finishPage());
+        layout->addWidget(m_pages);
+        auto* buttons = new QHBoxLayout;
+        m_skip = new QPushButton(ui(u"Skip"));
+        m_skip->setObjectName(u"skip"_s);
+        m_skip->setToolTip(ui(u"Fill in the profile later with Profile › Edit Profile."));
+        m_step = new QLabel;
+        m_step->setForegroundRole(QPalette::PlaceholderText);
+        m_back = new QPushButton(ui(u"Back"));
+        m_back->setObjectName(u"back"_s);
+        m_next = new QPushButton(ui(u"Continue"));
+        m_next->setObjectName(u"next"_s);
+        m_next->setDefault(true);
+        buttons->addWidget(m_skip);
+        buttons->addStretch();
+        buttons->addWidget(m_step);
+        buttons->addSpacing(12);
+        buttons->addWidget(m_back);
+        buttons->addWidget(m_next);
+        layout->addLayout(buttons);
+        connect(m_skip, &QPushButton::clicked, this, &QDialog::reject);
+        connect(m_back, &QPushButton::clicked, this, [this] { showPage(m_pages->currentIndex() - 1); });
+        connect(m_next, &QPushButton::clicked, this, [this] {
+            if (m_pages->currentIndex() == m_pages->count() - 1)
+                accept();
+            else
+                showPage(m_pages->currentIndex() + 1);
+        });
+        showPage(0);
+    }
+    updateHints();
+    resize(mode == Mode::onboarding ? QSize(620, 520) : QSize(640, 540));
+}
+
+QLineEdit* ProfileDialog::field(const QString& name, const QString& text, const QString& placeholder)
+{
+    auto* edit = new QLineEdit(text);
+    edit->setObjectName(name);
+    edit->setPlaceholderText(placeholder);
+    connect(edit, &QLineEdit::textChanged, this, &ProfileDialog::updateHints);
+    return edit;
+}
+
+QWidget* ProfileDialog::welcomePage()
+{
+    auto* content = new QVBoxLayout;
+    content->addWidget(explanation(
+        ui(u"Ledra keeps your invoices on this computer and writes them as PDF documents and as e-invoices "
+           u"(XRechnung and ZUGFeRD), which German businesses must be able to send and receive.")));
+    content->addWidget(explanation(ui(u"A few details about you go on every invoice. They take a minute now "
+                                      u"and can be changed any time.")));
+    return page(ui(u"Welcome"), QString(), content);
+}
+
+QWidget* ProfileDialog::senderPage()
+{
+    const Profile& p = m_profile;
+    auto* form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_name = field(u"name"_s, p.name, ui(u"Your name"));
+    m_business = field(u"businessName"_s, p.businessName, ui(u"Your business, if it has a name"));
+    m_lineOne = field(u"addressLineOne"_s, p.addressLineOne, ui(u"Street and number"));
+    m_lineTwo = field(u"addressLineTwo"_s, p.addressLineTwo);
+    m_postcode = field(u"postcode"_s, p.addressPostcode, ui(u"Postcode"));
+    m_postcode->setMaximumWidth(m_postcode->fontMetrics().horizontalAdvance(u"000000000"_s) + 16);
+    m_city = field(u"city"_s, p.addressCity, ui(u"City"));
+    m_country = new CodeComboBox(CodeComboBox::Kind::country);
+    m_country->setObjectName(u"country"_s);
+    m_country->setCode(p.addressCountry.code);
+    m_email = field(u"email"_s, p.email, ui(u"Where customers write to you"));
+    m_phone = field(u"phone"_s, p.phone);
+    m_website = field(u"website"_s, p.website);
+    form->addRow(ui(u"Name"), m_name);
+    form->addRow(ui(u"Business"), m_business);
+    form->addRow(ui(u"Address"), m_lineOne);
+    form->addRow(QString(), m_lineTwo);
+    auto* place = new QHBoxLayout;
+    place->addWidget(m_postcode);
+    place->addWidget(m_city);
+    form->addRow(ui(u"Postcode, City"), place);
+    form->addRow(ui(u"Country"), m_country);
+    form->addRow(ui(u"Email"), m_email);
+    form->addRow(ui(u"Phone"), m_phone);
+    form->addRow(ui(u"Website"), m_website);
+    return page(m_mode == Mode::onboarding ? ui(u"Who sends the invoices") : QString(),
+                m_mode == Mode::onboarding
+                    ? ui(u"This is the letterhead of your documents and the seller of your "
+                         u"e-invoices. E-invoices need an email address and a phone number.")
+                    : QString(),
+                form);
+}
+
+QWidget* ProfileDialog::paymentPage()
+{
+    const Profile& p = m_profile;
+    auto* form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_taxNumber = field(u"taxNumber"_s, p.taxNumber, ui(u"From your tax office, e.g. 30/123/45678"));
+    m_vatNumber = field(u"vatNumber"_s, p.vatNumber, ui(u"With country prefix, e.g. DE123456789"));
+    m_iban = field(u"iban"_s, p.iban, ui(u"Where customers pay to"));
+    m_bic = field(u"bic"_s, p.bic);
+    m_ibanHint = explanation(QString());
+    form->addRow(ui(u"Tax Number"), m_taxNumber);
+    form->addRow(ui(u"VAT ID"), m_vatNumber);
+    form->addRow(ui(u"IBAN"), m_iban);
+    form->addRow(QString(), m_ibanHint);
+    form->addRow(ui(u"BIC"), m_bic);
+    return page(
+        m_mode == Mode::onboarding ? ui(u"Tax and bank") : QString(),
+        ui(u"Invoices must show your tax number or your VAT ID. The bank account is where customers pay; "
+           u"e-invoices need IBAN and BIC."),
+        form);
+}
+
+QWidget* ProfileDialog::numbersPage()
+{
+    const Profile& p = m_profile;
+    auto* form = new QFormLayout;
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_numberFormat = field(u"numberFormat"_s, p.numberFormat, u"{YYYY}-{NNN}"_s);
+    m_numberFormat->setToolTip(
+        ui(u"Text with placeholders: {NNN} the running number with three digits, {YYYY} "
+           u"the year, {MM} the month, {DD} the day, {X} a text per invoice."));
+    m_startNumber = new QSpinBox;
+    m_startNumber->setObjectName(u"startNumber"_s);
+    m_startNumber->setRange(1, 99999999);
+    m_startNumber->setValue(p.startNumber);
+    connect(m_startNumber, &QSpinBox::valueChanged, this, &ProfileDialog::updateHints);
+    m_numberPreview = new QLabel;
+    m_numberPreview->setObjectName(u"numberPreview"_s);
+    m_daysToPay = new QSpinBox;
+    m_daysToPay->setRange(0, 365);
+    m_daysToPay->setValue(p.daysToPay);
+    m_daysToPay->setSuffix(u" "_s + ui(u"days"));
+    m_currency = new CodeComboBox(CodeComboBox::Kind::currency);
+    m_currency->setCode(p.currency.code);
+    m_vatRate = new QDoubleSpinBox;
+    m_vatRate->setRange(0, 100);
+    m_vatRate->setDecimals(1);
+    m_vatRate->setSuffix(u" %"_s);
+    m_vatRate->setValue(p.vatPercentage);
+    m_language = new QComboBox;
+    for (const Language language : allCases<Language>())
+        m_language->addItem(labelText(language), int(language));
+    m_language->setCurrentIndex(m_language->findData(int(p.language)));
+    form->addRow(ui(u"Number Format"), m_numberFormat);
+    form->addRow(ui(u"First Number"), m_startNumber);
+    form->addRow(ui(u"Next Invoice"), m_numberPreview);
+    form->addRow(ui(u"Payment Term"), m_daysToPay);
+    form->addRow(ui(u"Currency"), m_currency);
+    form->addRow(ui(u"VAT Rate"), m_vatRate);
+    form->addRow(ui(u"Document Language"), m_language);
+    return page(m_mode == Mode::onboarding ? ui(u"Numbers and defaults") : QString(),
+                ui(u"Every invoice gets the next number in this format. New invoices take the payment term, "
+                   u"currency, VAT rate and language from here."),
+                form);
+}
+
+QWidget* ProfileDialog::finishPage()
+{
+    auto* content = new QVBoxLayout;
+    m_missing = new QLabel;
+    m_missing->setObjectName(u"missing"_s);
+    m_missing->setWordWrap(true);
+    m_missing->setTextFormat(Qt::RichText);
+    content->addWidget(m_missing);
+    return page(ui(u"Ready"), QString(), content);
+}
+
+void ProfileDialog::showPage(int index)
+{
+    if (!m_pages)
+        return;
+    index = std::clamp(index, 0, m_pages->count() - 1);
+    m_pages->setCurrentIndex(index);
+    const bool last = index == m_pages->count() - 1;
+    m_back->setEnabled(index > 0);
+    m_next->setText(last ? ui(u"Start Using Ledra") : ui(u"Continue"));
+    m_skip->setVisible(!last);
+    m_step->setText(index > 0 && !last ? ui(u"Step %1 of %2").arg(index).arg(m_pages->count() - 2)
+                                       : QString());
+    updateHints();
+}
+
+Profile ProfileDialog::profile() const
+{
+    Profile p = m_profile;
+    p.name = m_name->text().trimmed();
+    p.businessName = m_business->text().trimmed();
+    p.addressLineOne = m_lineOne->text().trimmed();
+    p.addressLineTwo = m_lineTwo->text().trimmed();
+    p.addressPostcode = m_postcode->text().trimmed();
+    p.addressCity = m_city->text().trimmed();
+    p.addressCountry = Country{m_country->code()};
+    p.email = m_email->text().trimmed();
+    p.phone = m_phone->text().trimmed();
+    p.website = m_website->text().trimmed();
+    p.taxNumber = m_taxNumber->text().trimmed();
+    p.vatNumber = m_vatNumber->text().trimmed().toUpper().remove(u' ');
+    p.iban = m_iban->text().trimmed().toUpper();
+    p.bic = m_bic->text().trimmed().toUpper();
+    p.numberFormat =
+        m_numberFormat->text().trimmed().isEmpty() ? u"{YYYY}-{NNN}"_s : m_numberFormat->text().trimmed();
+    p.startNumber = m_startNumber->value();
+    p.daysToPay = m_daysToPay->value();
+    p.currency = Currency{m_currency->code()};
+    p.vatPercentage = m_vatRate->value();
+    p.language = Language(m_language->currentData().toInt());
+    return p;
+}
+
+QStringList ProfileDialog::missingForEInvoices(const Profile& profile)
+{
+    // A fictitious complete invoice from this sender: what is still missing is the sender's part.
+    Invoice probe = Invoice::makeNew();
+    probe.senderName = profile.name;
+    probe.senderEmail = profile.email;
+    probe.senderPhone = profile.phone;
+    probe.senderAddressPostcode = profile.addressPostcode;
+    probe.senderAddressCity = profile.addressCity;
+    probe.senderAddressCountry = profile.addressCountry;
+    probe.senderTaxNumber = profile.taxNumber;
+    probe.senderVatNumber = profile.vatNumber;
+    probe.senderIban = profile.iban;
+    probe.senderBic = profile.bic;
+    probe.name = u"-"_s;
+    probe.email = u"-"_s;
+    probe.addressPostcode = u"-"_s;
+    probe.addressCity = u"-"_s;
+    probe.addressCountry = Country{u"DE"_s};
+    probe.currency = profile.currency;
+    InvoiceItem item = InvoiceItem::makeNew();
+    item.item = u"-"_s;
+    item.vatPercentage = 19;
+    probe.items = {item};
+    QStringList missing;
+    for (const MissingField& field : XMLGenerator::missingFieldList(probe))
+        missing.append(field.text);
+    return missing;
+}
+
+bool ProfileDialog::isValidIban(const QString& iban)
+{
+    const QString compact = QString(iban).remove(u' ').toUpper();
+    if (compact.size() < 15 || compact.size() > 34)
+        return false;
+    const QString rearranged = compact.mid(4) + compact.left(4);
+    int remainder = 0;
+    for (const QChar c : rearranged) {
+        if (c.isDigit()) {
+            remainder = (remainder * 10 + c.digitValue()) % 97;
+        } else if (c >= u'A' && c <= u'Z') {
+            const int value = c.unicode() - u'A' + 10;
+            remainder = (remainder * 100 + value) % 97;
+        } else {
+            return false;
+        }
+    }
+    return remainder == 1;
+}
+
+void ProfileDialog::updateHints()
+{
+    if (!m_numberPreview || !m_iban || !m_name)
+        return;
+    const Profile p = profile();
+    Profile counted = p;
+    const int next = std::max(
+        NumberAssignment::nextNumber(InvoiceType::invoice, m_workspace.invoices().invoices(), counted),
+        p.startNumber);
+    m_numberPreview->setText(NumberFormat::render(p.numberFormat, next, Clock::today(), u"X"_s));
+    const QString iban = m_iban->text().trimmed();
+    m_ibanHint->setText(iban.isEmpty() || isValidIban(iban)
+                            ? QString()
+                            : ui(u"This IBAN looks mistyped: its check digits do not match."));
+    m_ibanHint->setVisible(!m_ibanHint->text().isEmpty());
+    if (m_missing) {
+        const QStringList missing = missingForEInvoices(p);
+        if (missing.isEmpty()) {
+            m_missing->setText(ui(u"Everything e-invoices need is there. Create your first invoice with "
+                                  u"<b>New Invoice</b> (Ctrl+N)."));
+        } else {
+            QString text =
+                ui(u"You can write invoices now. For e-invoices, these are still missing:") + u"<ul>"_s;
+            for (const QString& entry : missing)
+                text += u"<li>"_s + entry.toHtmlEscaped() + u"</li>"_s;
+            text += u"</ul>"_s + ui(u"Add them any time with Profile › Edit Profile.");
+            m_missing->setText(text);
+        }
+    }
+}
+
+void ProfileDialog::accept()
+{
+    const Profile p = profile();
+    if (!(p == m_profile)) {
+        if (const auto error = m_workspace.profiles().saveProfile(p)) {
+            QMessageBox::warning(this, ui(u"Profile Not Saved"),
+                                 ui(u"The profile could not be saved: %1").arg(*error));
+            return;
+        }
+    }
+    m_settings.setValue(AppSettings::onboardingDoneKey, true);
+    QDialog::accept();
+}

@@ -1,0 +1,86 @@
+#pragma once
+
+#include "model/Profile.h"
+
+#include <QDialog>
+
+class CodeComboBox;
+class QComboBox;
+class QDoubleSpinBox;
+class QLabel;
+class QLineEdit;
+class QSettings;
+class QSpinBox;
+class QStackedWidget;
+class QPushButton;
+class Workspace;
+
+// The sender profile: who sends the invoices, how to pay them, how they are numbered. On the
+// first start it walks through the same fields page by page and says in plain words what an
+// e-invoice still lacks; it can be skipped.
+class ProfileDialog : public QDialog
+{
+    Q_OBJECT
+public:
+    enum class Mode
+    {
+        onboarding,
+        edit
+    };
+    ProfileDialog(Workspace& workspace, QSettings& settings, Mode mode, QWidget* parent = nullptr);
+
+    // The profile as the fields describe it now.
+    Profile profile() const;
+
+    void accept() override;
+
+    // What e-invoices of this profile would lack, in plain words; empty when nothing.
+    static QStringList missingForEInvoices(const Profile& profile);
+    // True for an IBAN whose check digits are right (ISO 13616, mod 97).
+    static bool isValidIban(const QString& iban);
+
+private:
+    QWidget* senderPage();
+    QWidget* paymentPage();
+    QWidget* numbersPage();
+    QWidget* welcomePage();
+    QWidget* finishPage();
+    void showPage(int index);
+    void updateHints();
+    QLineEdit* field(const QString& name, const QString& text, const QString& placeholder = {});
+
+    Workspace& m_workspace;
+    QSettings& m_settings;
+    Mode m_mode;
+    Profile m_profile;
+
+    QStackedWidget* m_pages = nullptr;
+    QPushButton* m_back = nullptr;
+    QPushButton* m_next = nullptr;
+    QPushButton* m_skip = nullptr;
+    QLabel* m_step = nullptr;
+
+    QLineEdit* m_name = nullptr;
+    QLineEdit* m_business = nullptr;
+    QLineEdit* m_lineOne = nullptr;
+    QLineEdit* m_lineTwo = nullptr;
+    QLineEdit* m_postcode = nullptr;
+    QLineEdit* m_city = nullptr;
+    CodeComboBox* m_country = nullptr;
+    QLineEdit* m_email = nullptr;
+    QLineEdit* m_phone = nullptr;
+    QLineEdit* m_website = nullptr;
+    QLineEdit* m_taxNumber = nullptr;
+    QLineEdit* m_vatNumber = nullptr;
+    QLineEdit* m_iban = nullptr;
+    QLineEdit* m_bic = nullptr;
+    QLabel* m_ibanHint = nullptr;
+    QLineEdit* m_numberFormat = nullptr;
+    QSpinBox* m_startNumber = nullptr;
+    QLabel* m_numberPreview = nullptr;
+    QSpinBox* m_daysToPay = nullptr;
+    CodeComboBox* m_currency = nullptr;
+    QDoubleSpinBox* m_vatRate = nullptr;
+    QComboBox* m_language = nullptr;
+    QLabel* m_missing = nullptr;
+};

@@ -1,0 +1,12 @@
+#pragma once
+
+class Workspace;
+
+// A believable small business to look at and try things on: a complete sender profile and
+// a dozen invoices, quotes and a cancellation around today, some paid, some open, one overdue.
+// For the demo and screenshots; never run on a user's own data folder.
+namespace SampleData {
+
+void populate(Workspace& workspace);
+
+} // namespace SampleData
