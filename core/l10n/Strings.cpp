@@ -53,6 +53,11 @@ QString Strings::text(QStringView key, Language language)
     return it == table.constEnd() ? key.toString() : *it;
 }
 
+bool Strings::hasEntry(QStringView key, Language language)
+{
+    return tableFor(language).contains(key.toString());
+}
+
 Language Strings::interfaceLanguage()
 {
     if (g_interfaceLanguage)

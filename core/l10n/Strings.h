@@ -15,6 +15,8 @@ class Strings
 public:
     static QString text(QStringView key, Language language);
     static QString ui(QStringView key) { return text(key, interfaceLanguage()); }
+    // Whether the language's table has an entry for the key (which may read like the key).
+    static bool hasEntry(QStringView key, Language language);
 
     // German when the system locale's language is German, else English.
     static Language interfaceLanguage();
