@@ -17,6 +17,7 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -134,19 +135,27 @@ void DocumentActions::exportPdf(const Invoice& invoice)
         return;
     ++m_busy;
     Q_EMIT status(ui(u"Creating the PDF…"));
-    DocumentTasks::invoicePdfAsync(DocumentSource::of(m_workspace, invoice),
-                                   [this, path](std::optional<QByteArray> pdf, const QString& error) {
-                                       --m_busy;
-                                       try {
-                                           if (!pdf)
-                                               throw TaskError(error);
-                                           DocumentTasks::writeFile(path, *pdf);
-                                           written(path, ui(u"PDF"));
-                                       } catch (const TaskError& failure) {
-                                           failed(ui(u"Export Failed"), failure.message());
-                                       }
-                                       Q_EMIT finished();
-                                   });
+    DocumentTasks::invoicePdfAsync(
+        DocumentSource::of(m_workspace, invoice),
+        [self = QPointer<DocumentActions>(this), path](std::optional<QByteArray> pdf, const QString& error) {
+            if (self)
+                self->pdfDone(path, pdf, error, ui(u"PDF"));
+        });
+}
+
+void DocumentActions::pdfDone(const QString& path, const std::optional<QByteArray>& pdf, const QString& error,
+                              const QString& what)
+{
+    --m_busy;
+    try {
+        if (!pdf)
+            throw TaskError(error);
+        DocumentTasks::writeFile(path, *pdf);
+        written(path, what);
+    } catch (const TaskError& failure) {
+        failed(ui(u"Export Failed"), failure.message());
+    }
+    Q_EMIT finished();
 }
 
 void DocumentActions::exportXRechnung(const Invoice& invoice)
@@ -183,24 +192,27 @@ void DocumentActions::exportZugferd(const Invoice& invoice)
     const DocumentSource source = DocumentSource::of(m_workspace, invoice);
     ++m_busy;
     Q_EMIT status(ui(u"Creating the ZUGFeRD PDF…"));
-    DocumentTasks::invoicePdfAsync(
-        source, [this, path, source](std::optional<QByteArray> pdf, const QString& error) {
-            --m_busy;
-            try {
-                if (!pdf) {
-                    qWarning("Failed to create PDF for ZUGFeRD export");
-                    throw TaskError(error);
-                }
-                const QByteArray hybrid =
-                    DocumentTasks::hybridPdf(source, *pdf, DocumentTasks::eInvoiceXml(source));
-                DocumentTasks::writeFile(path, hybrid);
-                qInfo("ZUGFeRD PDF saved to %s", qPrintable(path));
-                written(path, ui(u"ZUGFeRD PDF"));
-            } catch (const TaskError& failure) {
-                failed(ui(u"ZUGFeRD Export Failed"), failure.message());
+    // The window may close before the pages are printed; then nothing is written.
+    DocumentTasks::invoicePdfAsync(source, [self = QPointer<DocumentActions>(this), path,
+                                            source](std::optional<QByteArray> pdf, const QString& error) {
+        if (!self)
+            return;
+        --self->m_busy;
+        try {
+            if (!pdf) {
+                qWarning("Failed to create PDF for ZUGFeRD export");
+                throw TaskError(error);
             }
-            Q_EMIT finished();
-        });
+            const QByteArray hybrid =
+                DocumentTasks::hybridPdf(source, *pdf, DocumentTasks::eInvoiceXml(source));
+            DocumentTasks::writeFile(path, hybrid);
+            qInfo("ZUGFeRD PDF saved to %s", qPrintable(path));
+            self->written(path, ui(u"ZUGFeRD PDF"));
+        } catch (const TaskError& failure) {
+            self->failed(ui(u"ZUGFeRD Export Failed"), failure.message());
+        }
+        Q_EMIT self->finished();
+    });
 }
 
 void DocumentActions::exportCsv(const QList<Invoice>& invoices)
@@ -243,17 +255,10 @@ void DocumentActions::exportReminder(const Invoice& invoice)
     ++m_busy;
     Q_EMIT status(ui(u"Creating the payment reminder…"));
     DocumentTasks::reminderPdfAsync(created, DocumentSource::of(m_workspace, invoice),
-                                    [this, path](std::optional<QByteArray> pdf, const QString& renderError) {
-                                        --m_busy;
-                                        try {
-                                            if (!pdf)
-                                                throw TaskError(renderError);
-                                            DocumentTasks::writeFile(path, *pdf);
-                                            written(path, ui(u"Payment reminder"));
-                                        } catch (const TaskError& failure) {
-                                            failed(ui(u"Export Failed"), failure.message());
-                                        }
-                                        Q_EMIT finished();
+                                    [self = QPointer<DocumentActions>(this),
+                                     path](std::optional<QByteArray> pdf, const QString& renderError) {
+                                        if (self)
+                                            self->pdfDone(path, pdf, renderError, ui(u"Payment reminder"));
                                     });
 }
 

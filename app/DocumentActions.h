@@ -68,6 +68,9 @@ private:
     bool checkEInvoice(const Invoice& invoice);
     void reportImport(const QList<ImportResult>& results);
     void written(const QString& path, const QString& what);
+    // Writes a rendered PDF, or reports why there is none.
+    void pdfDone(const QString& path, const std::optional<QByteArray>& pdf, const QString& error,
+                 const QString& what);
     void failed(const QString& title, const QString& error);
 
     Workspace& m_workspace;

@@ -7,6 +7,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QLabel>
+#include <QPointer>
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QWebEnginePage>
@@ -137,10 +138,14 @@ void PreviewWidget::render()
         return;
     }
     m_measuring = true;
-    DocumentPaginator::shared().paginate(document, [this, generation, document](QList<PageBlocks> pages) {
-        m_measuring = false;
-        pagesMeasured(generation, document, std::move(pages));
-    });
+    // The paginator outlives the widget; a job that ends after the widget is gone is dropped.
+    DocumentPaginator::shared().paginate(
+        document, [self = QPointer<PreviewWidget>(this), generation, document](QList<PageBlocks> pages) {
+            if (!self)
+                return;
+            self->m_measuring = false;
+            self->pagesMeasured(generation, document, std::move(pages));
+        });
 }
 
 void PreviewWidget::pagesMeasured(int generation, std::shared_ptr<const InvoiceDocument> document,

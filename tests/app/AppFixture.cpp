@@ -84,16 +84,22 @@ void AppFixture::spin(int milliseconds)
         QApplication::processEvents(QEventLoop::AllEvents, 20);
 }
 
-void AppFixture::whenModal(std::function<void(QWidget*)> answer)
+void AppFixture::whenModal(std::function<void(QWidget*)> answer, int milliseconds)
 {
     auto* timer = new QTimer(qApp);
     timer->setInterval(20);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, answer = std::move(answer)] {
-        if (QWidget* modal = QApplication::activeModalWidget()) {
-            timer->stop();
-            timer->deleteLater();
-            answer(modal);
-        }
-    });
+    QObject::connect(timer, &QTimer::timeout, timer,
+                     [timer, answer = std::move(answer), deadline = QDeadlineTimer(milliseconds)] {
+                         if (deadline.hasExpired()) {
+                             timer->stop();
+                             timer->deleteLater();
+                             return;
+                         }
+                         if (QWidget* modal = QApplication::activeModalWidget()) {
+                             timer->stop();
+                             timer->deleteLater();
+                             answer(modal);
+                         }
+                     });
     timer->start();
 }

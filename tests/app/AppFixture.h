@@ -38,8 +38,8 @@ protected:
     static bool waitFor(const std::function<bool()>& condition, int milliseconds = 5000);
     static void spin(int milliseconds);
     // Answers the next modal dialog (a message box) from the event loop: `answer` looks at it
-    // and closes it.
-    static void whenModal(std::function<void(QWidget*)> answer);
+    // and closes it. Gives up when none comes within the time.
+    static void whenModal(std::function<void(QWidget*)> answer, int milliseconds = 10000);
 
     QTemporaryDir m_home;
     std::unique_ptr<QSettings> m_settings;
