@@ -21,8 +21,9 @@ test: deps
 
 bench: deps
 	cmake --preset ci
-	cmake --build --preset ci -j $(JOBS) --target ledra-bench
+	cmake --build --preset ci -j $(JOBS) --target ledra-bench ledra-desktop-bench
 	./build/ci/bench/ledra-bench
+	./build/ci/bench/ledra-desktop-bench
 
 asan: deps
 	cmake --preset asan
