@@ -1,10 +1,11 @@
 # The two set-up commands of the README. Each installs what is missing, configures, builds
-# and runs: `make demo` the main job on a built-in sample, `make test` the whole test suite.
+# and runs: `make demo` the desktop program on a sample data folder (or, without a display,
+# the command-line demo), `make test` the whole test suite.
 PRESET_DEMO ?= dev
 PRESET_TEST ?= ci
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test deps bench asan format clean
+.PHONY: demo test deps bench asan format clean screenshots
 
 deps:
 	./scripts/install-deps.sh
@@ -12,7 +13,21 @@ deps:
 demo: deps
 	cmake --preset $(PRESET_DEMO)
 	cmake --build --preset $(PRESET_DEMO) -j $(JOBS)
-	./build/$(PRESET_DEMO)/cli/ledra demo
+	@if [ -n "$$DISPLAY$$WAYLAND_DISPLAY" ]; then \
+		echo "Opening Ledra on a sample data folder in a temporary place (your own data is not touched)."; \
+		./build/$(PRESET_DEMO)/app/ledra-desktop --demo; \
+	else \
+		./build/$(PRESET_DEMO)/cli/ledra demo; \
+		echo; \
+		echo "There is no display here, so the window did not open. On a desktop, start it with:"; \
+		echo "  ./build/$(PRESET_DEMO)/app/ledra-desktop --demo   (sample data)"; \
+		echo "  ./build/$(PRESET_DEMO)/app/ledra-desktop          (your own data)"; \
+	fi
+
+screenshots:
+	cmake --preset ci
+	cmake --build --preset ci -j $(JOBS) --target ledra-desktop
+	QT_QPA_PLATFORM=offscreen ./build/ci/app/ledra-desktop --screenshots build/screenshots
 
 test: deps
 	cmake --preset $(PRESET_TEST)

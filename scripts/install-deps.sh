@@ -24,6 +24,8 @@ APT_PACKAGES=(
     libjavascriptcoregtk-4.1-dev libzip-dev
     # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)
     poppler-utils qpdf
+    # checks of the desktop entry and the AppStream description
+    desktop-file-utils appstream
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.
