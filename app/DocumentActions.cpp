@@ -120,6 +120,8 @@ bool DocumentActions::checkEInvoice(const Invoice& invoice)
         const MissingField first = missing.first();
         m_messages.addAction(ui(u"Go to %1").arg(first.text),
                              [this, first] { Q_EMIT showField(first.key, first.item); });
+        // The user lands on the first missing field at once; the button brings them back.
+        Q_EMIT showField(first.key, first.item);
         return false;
     }
 }

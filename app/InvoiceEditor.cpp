@@ -72,7 +72,7 @@ public:
         const int rowHeight = verticalHeader()->defaultSectionSize();
         const int height = horizontalHeader()->height() + std::max(rows, 1) * rowHeight + 2 * frameWidth() +
                            (horizontalScrollBar()->isVisible() ? horizontalScrollBar()->height() : 0);
-        return {QTableView::sizeHint().width(), height};
+        return {240, height};
     }
     QSize minimumSizeHint() const override { return sizeHint(); }
 };
@@ -115,6 +115,8 @@ InvoiceEditor::InvoiceEditor(QWidget* parent) : QWidget(parent)
     m_scroll = new QScrollArea;
     m_scroll->setWidgetResizable(true);
     m_scroll->setFrameShape(QFrame::NoFrame);
+    // The form narrows with the pane; only the description column of the items gives way.
+    m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_scroll->setWidget(buildForm());
     m_pages->addWidget(m_scroll);
     m_pages->setCurrentIndex(0);

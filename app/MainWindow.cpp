@@ -503,17 +503,20 @@ void MainWindow::restoreState()
     m_sidebar->setCategory(InvoiceCategory(m_settings.value(AppSettings::filterKey, 0).toInt()));
     if (m_settings.contains(AppSettings::previewZoomKey))
         m_preview->setZoom(m_settings.value(AppSettings::previewZoomKey).toDouble());
+    // The invoice the user had open last time, else the newest one.
     const QUuid last = m_settings.value(AppSettings::lastInvoiceKey).toUuid();
     if (!last.isNull() && m_workspace.invoices().invoice(last))
         reveal(last);
+    else if (m_filter->rowCount() > 0)
+        m_list->setCurrentIndex(m_filter->index(0, 0));
 }
 
 void MainWindow::distributeWidth(int total)
 {
     const int sidebar = m_sidebar->sizeHint().width();
     const int rest = total - sidebar;
-    const int list = std::clamp(int(rest * 0.31), 380, 520);
-    const int editor = std::clamp(int(rest * 0.38), 460, 640);
+    const int list = std::clamp(int(rest * 0.33), 430, 560);
+    const int editor = std::clamp(int(rest * 0.36), 460, 640);
     m_splitter->setSizes({sidebar, list, rest - list});
     m_detailSplitter->setSizes({editor, std::max(240, rest - list - editor)});
 }

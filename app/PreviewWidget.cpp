@@ -112,7 +112,10 @@ PreviewWidget::~PreviewWidget()
 
 void PreviewWidget::setDocument(std::shared_ptr<const InvoiceDocument> document)
 {
+    const bool shown = m_document != nullptr;
     m_document = std::move(document);
+    if (shown != (m_document != nullptr))
+        updateControls();
     scheduleRender();
 }
 
@@ -250,6 +253,10 @@ void PreviewWidget::previousPage()
 
 void PreviewWidget::updateControls()
 {
+    // Page and zoom controls only mean something with a document to show.
+    for (QWidget* control : findChildren<QToolButton*>())
+        control->setVisible(m_document != nullptr);
+    m_zoomLabel->setVisible(m_document != nullptr);
     m_pageLabel->setText(m_pageCount > 0 ? ui(u"%1 of %2").arg(m_currentPage + 1).arg(m_pageCount)
                                          : QString());
     m_previous->setEnabled(m_currentPage > 0);
