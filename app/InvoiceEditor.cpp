@@ -120,6 +120,24 @@ InvoiceEditor::InvoiceEditor(QWidget* parent) : QWidget(parent)
     m_scroll->setWidget(buildForm());
     m_pages->addWidget(m_scroll);
     m_pages->setCurrentIndex(0);
+    // Undo and redo belong to the invoice's history, also while a field has the focus; the
+    // fields' own undo would only take back their text and leave the history out of step.
+    for (QWidget* field : m_scroll->widget()->findChildren<QWidget*>())
+        if (qobject_cast<QLineEdit*>(field) || qobject_cast<QPlainTextEdit*>(field) ||
+            qobject_cast<QAbstractSpinBox*>(field))
+            field->installEventFilter(this);
+}
+
+bool InvoiceEditor::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::ShortcutOverride) {
+        auto* key = static_cast<QKeyEvent*>(event);
+        if (key->matches(QKeySequence::Undo) || key->matches(QKeySequence::Redo)) {
+            event->ignore();
+            return true;
+        }
+    }
+    return QWidget::eventFilter(watched, event);
 }
 
 QWidget* InvoiceEditor::section(const QString& title, QLayout* content, QWidget* trailing)

@@ -68,6 +68,9 @@ public:
 Q_SIGNALS:
     void edited(const Invoice& invoice);
 
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private:
     QWidget* buildForm();
     QWidget* section(const QString& title, QLayout* content, QWidget* trailing = nullptr);

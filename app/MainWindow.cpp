@@ -217,6 +217,11 @@ void MainWindow::createActions()
         action->setObjectName(name);
         if (!shortcut.isEmpty())
             action->setShortcut(shortcut);
+        // The platform's other bindings of a standard key (Ctrl+Y besides Ctrl+Shift+Z ...).
+        for (const QKeySequence::StandardKey standard :
+             {QKeySequence::ZoomIn, QKeySequence::ZoomOut, QKeySequence::Find, QKeySequence::Quit})
+            if (!shortcut.isEmpty() && QKeySequence::keyBindings(standard).value(0) == shortcut)
+                action->setShortcuts(standard);
         if (!icon.isEmpty())
             action->setIcon(themeIcon(icon));
         m_actions.insert(name, action);
@@ -272,12 +277,12 @@ void MainWindow::createActions()
 
     QAction* undo = m_undoGroup->createUndoAction(this, ui(u"Undo"));
     undo->setObjectName(u"undo"_s);
-    undo->setShortcut(QKeySequence::Undo);
+    undo->setShortcuts(QKeySequence::Undo);
     undo->setIcon(themeIcon(u"edit-undo"_s));
     m_actions.insert(u"undo"_s, undo);
     QAction* redo = m_undoGroup->createRedoAction(this, ui(u"Redo"));
     redo->setObjectName(u"redo"_s);
-    redo->setShortcut(QKeySequence::Redo);
+    redo->setShortcuts(QKeySequence::Redo);
     redo->setIcon(themeIcon(u"edit-redo"_s));
     m_actions.insert(u"redo"_s, redo);
 

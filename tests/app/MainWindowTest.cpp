@@ -339,3 +339,20 @@ TEST_F(MainWindowTest, AnOutsideChangeNeverOverwritesTheUsersEditSilently)
         }
     }
 }
+
+TEST_F(MainWindowTest, CtrlZInAFieldUndoesTheInvoicesLastStep)
+{
+    openWindow([](Workspace& workspace) { SampleData::populate(workspace); });
+    window().activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window()));
+    QLineEdit* name = field(u"Recipient name"_s);
+    const QString before = name->text();
+    name->setFocus();
+    QTest::keyClicks(name, u" Jr."_s);
+    ASSERT_EQ(window().editor()->invoice()->name, before + u" Jr."_s);
+    QTest::keyClick(name, Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(window().editor()->invoice()->name, before) << "the typing is one step";
+    EXPECT_EQ(name->text(), before);
+    QTest::keyClick(name, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(window().editor()->invoice()->name, before + u" Jr."_s);
+}
