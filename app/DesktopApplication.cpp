@@ -2,6 +2,7 @@
 
 #include "AppSettings.h"
 #include "AppText.h"
+#include "BackgroundServices.h"
 #include "Icons.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
@@ -222,6 +223,9 @@ int run(int argc, char* argv[])
         if (!files.isEmpty())
             window.openFiles(files);
     });
+    // The day's backup, once the window is there; it is written on another thread.
+    if (!demoHome)
+        QTimer::singleShot(2000, &window, [&window] { window.services()->backupIfNeeded(); });
     return app.exec();
 }
 

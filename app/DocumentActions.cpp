@@ -3,13 +3,16 @@
 #include "AppText.h"
 #include "ImportReportDialog.h"
 #include "MessageBar.h"
+#include "exchange/ProfileExchange.h"
 #include "numbering/NumberFormat.h"
 #include "reminders/Reminder.h"
 #include "tasks/CsvTasks.h"
 #include "tasks/DocumentTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
+#include "util/Clock.h"
 
+#include <QApplication>
 #include <QCheckBox>
 #include <QDir>
 #include <QFileDialog>
@@ -17,9 +20,11 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMessageBox>
 #include <QPointer>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QThread>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -74,6 +79,10 @@ DocumentActions::DocumentActions(Workspace& workspace, QSettings& settings, Mess
         return QFileDialog::getOpenFileNames(m_window, title, folder, filter);
     };
     chooseCsvFile = [this](const QString& suggested) { return askCsvFile(m_window, suggested); };
+    confirmImport = [this](const QString& question) {
+        return QMessageBox::question(m_window, ui(u"Import Profiles"), question,
+                                     QMessageBox::Yes | QMessageBox::Cancel) == QMessageBox::Yes;
+    };
 }
 
 QString DocumentActions::lastFolder() const
@@ -315,4 +324,99 @@ void DocumentActions::reportImport(const QList<ImportResult>& results)
         m_messages.show(MessageBar::Kind::information, ui(u"%1 files imported.").arg(added.size()));
     auto* report = new ImportReportDialog(m_workspace.activeProfile(), results, m_window);
     report->open();
+}
+
+void DocumentActions::exportProfile(const Profile& profile)
+{
+    const QString path = chooseSaveFile(
+        ui(u"Export Profile"), suggestedPath(ProfileExporter::suggestedFileName(profile, Clock::today())),
+        ui(u"Ledra Data (*.ledradata)"));
+    if (!path.isEmpty())
+        writeDataFile({profile}, path);
+}
+
+void DocumentActions::exportAllProfiles()
+{
+    const QString path =
+        chooseSaveFile(ui(u"Export All Profiles"),
+                       suggestedPath(ProfileExporter::suggestedAllProfilesFileName(Clock::today())),
+                       ui(u"Ledra Data (*.ledradata)"));
+    if (!path.isEmpty())
+        writeDataFile(m_workspace.profiles().profiles(), path);
+}
+
+void DocumentActions::writeDataFile(const QList<Profile>& profiles, const QString& target)
+{
+    // Without the extension the file would not open in Ledra again.
+    const QString path =
+        target.endsWith(u".ledradata"_s, Qt::CaseInsensitive) ? target : target + u".ledradata"_s;
+    QList<std::pair<QString, QString>> folders;
+    try {
+        folders = ProfileExporter(m_workspace.profiles()).archiveFolders(profiles);
+    } catch (const ProfileExportError& error) {
+        failed(ui(u"Export Failed"), error.message());
+        Q_EMIT finished();
+        return;
+    }
+    ++m_busy;
+    Q_EMIT status(ui(u"Writing the Ledra Data file…"));
+    // Big profiles take a moment to pack; the window stays free meanwhile.
+    auto error = std::make_shared<QString>();
+    QThread* thread = QThread::create([folders, path, error] {
+        try {
+            ProfileExporter::writeArchive(folders, path);
+        } catch (const ProfileExportError& failure) {
+            *error = failure.message();
+        }
+    });
+    connect(thread, &QThread::finished, this, [this, thread, path, error] {
+        thread->deleteLater();
+        --m_busy;
+        if (error->isEmpty())
+            written(path, ui(u"Ledra Data file"));
+        else
+            failed(ui(u"Export Failed"), *error);
+        Q_EMIT finished();
+    });
+    // The window waits for a running export before it goes, so no archive is left half written.
+    connect(m_window, &QObject::destroyed, thread, [thread] { thread->wait(); });
+    thread->start();
+}
+
+void DocumentActions::importProfiles()
+{
+    const QStringList files = chooseOpenFiles(ui(u"Choose the Ledra Data file you want to import"),
+                                              lastFolder(), ui(u"Ledra Data (*.ledradata)"));
+    if (!files.isEmpty())
+        importDataFile(files.first(), false);
+}
+
+void DocumentActions::importDataFile(const QString& path, bool confirm)
+{
+    if (confirm &&
+        !confirmImport(ui(u"Add the profiles in “%1” to Ledra? Profiles you have already stay as they are.")
+                           .arg(QFileInfo(path).fileName())))
+        return;
+    ProfileImportResult result;
+    QApplication::setOverrideCursor(Qt::WaitCursor);
+    try {
+        result = ProfileImporter(m_workspace.profiles()).importFile(path);
+    } catch (const ProfileImportError& error) {
+        QApplication::restoreOverrideCursor();
+        qWarning("Import failed: %s", qPrintable(error.message() + u' ' + error.detail()));
+        failed(ui(u"Import Failed"), error.message());
+        return;
+    }
+    QApplication::restoreOverrideCursor();
+    if (result.imported.isEmpty()) {
+        failed(ui(u"Import Failed"), result.failures.join(u'\n'));
+        return;
+    }
+    QString text =
+        ui(u"Profiles added: %1. Switch to them with the profile menu.").arg(result.imported.join(u", "_s));
+    if (!result.failures.isEmpty())
+        text += u'\n' + ui(u"Not added: %1").arg(result.failures.join(u"; "_s));
+    m_messages.show(result.failures.isEmpty() ? MessageBar::Kind::information : MessageBar::Kind::warning,
+                    text);
+    Q_EMIT status(ui(u"Profiles imported"));
 }

@@ -2,6 +2,7 @@
 
 #include "einvoice/CSVExporter.h"
 #include "model/Invoice.h"
+#include "model/Profile.h"
 #include "tasks/ImportTasks.h"
 
 #include <QObject>
@@ -49,6 +50,15 @@ public:
     // Files dropped on the window or given on the command line.
     void importFiles(const QStringList& files);
 
+    // Ledra Data files: one profile or all of them, with everything in their folders.
+    void exportProfile(const Profile& profile);
+    void exportAllProfiles();
+    void importProfiles();
+    // `confirm` asks first, for a file opened from outside (the file manager, a drop).
+    void importDataFile(const QString& path, bool confirm);
+    // Asks whether to import a file opened from outside; replaceable for tests.
+    std::function<bool(const QString& question)> confirmImport;
+
     bool isBusy() const { return m_busy > 0; }
 
 Q_SIGNALS:
@@ -67,6 +77,7 @@ private:
     QString suggestedPath(const QString& fileName) const;
     bool checkEInvoice(const Invoice& invoice);
     void reportImport(const QList<ImportResult>& results);
+    void writeDataFile(const QList<Profile>& profiles, const QString& path);
     void written(const QString& path, const QString& what);
     // Writes a rendered PDF, or reports why there is none.
     void pdfDone(const QString& path, const std::optional<QByteArray>& pdf, const QString& error,

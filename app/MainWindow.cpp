@@ -2,6 +2,7 @@
 
 #include "AppSettings.h"
 #include "AppText.h"
+#include "BackgroundServices.h"
 #include "DocumentActions.h"
 #include "FilterSidebar.h"
 #include "Icons.h"
@@ -12,9 +13,13 @@
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
+#include "exchange/BackupManager.h"
 #include "numbering/NumberFormat.h"
+#include "plugins/PluginError.h"
+#include "plugins/PluginManager.h"
 #include "render/InvoiceDocument.h"
 #include "storage/RateLimitedSaver.h"
+#include "tasks/AutoExport.h"
 #include "tasks/ImportTasks.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
@@ -88,6 +93,7 @@ MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* paren
 
     setCentralWidget(createCentralArea());
     m_documents = new DocumentActions(workspace, settings, *m_messages, this);
+    m_services = new BackgroundServices(workspace, settings, this);
     createActions();
     createMenus();
     createToolBar();
@@ -341,6 +347,20 @@ void MainWindow::createActions()
 
     connect(add(u"editProfile"_s, ui(u"Edit Profile…")), &QAction::triggered, this, &MainWindow::editProfile);
     connect(add(u"newProfile"_s, ui(u"New Profile…")), &QAction::triggered, this, &MainWindow::newProfile);
+    connect(add(u"exportProfile"_s, ui(u"Export Profile…")), &QAction::triggered, this,
+            [this] { m_documents->exportProfile(m_workspace.activeProfile()); });
+    connect(add(u"exportAllProfiles"_s, ui(u"Export All Profiles…")), &QAction::triggered, m_documents,
+            &DocumentActions::exportAllProfiles);
+    connect(add(u"importProfiles"_s, ui(u"Import Profiles…")), &QAction::triggered, m_documents,
+            &DocumentActions::importProfiles);
+    connect(add(u"backUpNow"_s, ui(u"Back Up Now")), &QAction::triggered, this, &MainWindow::backUpNow);
+    connect(add(u"runAutoExport"_s, ui(u"Export to Folder Now")), &QAction::triggered, this, [this] {
+        saveNow();
+        m_services->autoExport().exportAllEligibleInvoices([this](const QStringList& written) {
+            setStatusText(ui(u"%1 files written to the export folder").arg(written.size()),
+                          written.isEmpty() ? QString() : written.first());
+        });
+    });
     connect(add(u"about"_s, ui(u"About Ledra")), &QAction::triggered, this, &MainWindow::showAbout);
 
     // Every command is reachable from the keyboard in the window, not only from its menu.
@@ -384,7 +404,9 @@ void MainWindow::createMenus()
     file->addActions({action(u"exportPdf"_s), action(u"exportXRechnung"_s), action(u"exportZugferd"_s),
                       action(u"exportCsv"_s)});
     file->addSeparator();
-    file->addAction(action(u"openDataFolder"_s));
+    file->addAction(action(u"runAutoExport"_s));
+    file->addSeparator();
+    file->addActions({action(u"openDataFolder"_s), action(u"backUpNow"_s)});
     file->addSeparator();
     file->addAction(action(u"quit"_s));
 
@@ -492,6 +514,9 @@ void MainWindow::rebuildProfileMenu()
         m_profiles->setCurrentIndex(m_profiles->findData(active->id));
     m_profileMenu->addSeparator();
     m_profileMenu->addActions({action(u"editProfile"_s), action(u"newProfile"_s)});
+    m_profileMenu->addSeparator();
+    m_profileMenu->addActions(
+        {action(u"exportProfile"_s), action(u"exportAllProfiles"_s), action(u"importProfiles"_s)});
 }
 
 void MainWindow::restoreState()
@@ -799,6 +824,10 @@ void MainWindow::updateActions()
          {u"addItem"_s, u"removeItem"_s, u"moveItemUp"_s, u"moveItemDown"_s, u"editNumber"_s, u"copyItem"_s})
         action(name)->setEnabled(current.has_value());
     action(u"pasteItem"_s)->setEnabled(current && m_workspace.invoices().copiedItem());
+    const AutoExportHelper& autoExport = m_services->autoExport();
+    action(u"runAutoExport"_s)
+        ->setEnabled(autoExport.isEnabled() &&
+                     autoExport.folderPath(m_workspace.activeProfile()).has_value());
 }
 
 void MainWindow::updateWindowTitle()
@@ -978,7 +1007,7 @@ void MainWindow::openDataFolder()
 void MainWindow::showPreferences()
 {
     saveNow();
-    PreferencesDialog dialog(m_workspace, m_settings, this);
+    PreferencesDialog dialog(m_workspace, m_settings, *m_services, this);
     dialog.exec();
     action(u"previewDarkMode"_s)->setChecked(AppSettings::invoiceDarkMode(m_settings));
     updatePreview();
@@ -1041,8 +1070,15 @@ void MainWindow::openFiles(const QStringList& files)
 {
     QStringList importable;
     QStringList refused;
-    for (const QString& file : files)
-        (ImportTasks::isImportable(file) ? importable : refused).append(file);
+    for (const QString& file : files) {
+        const QString name = file.toLower();
+        if (name.endsWith(u".ledradata"_s))
+            m_documents->importDataFile(file, true);
+        else if (name.endsWith(u".ledraplugin"_s) || name.endsWith(u".ledraplugin.zip"_s))
+            installPlugin(file);
+        else
+            (ImportTasks::isImportable(file) ? importable : refused).append(file);
+    }
     if (!importable.isEmpty())
         m_documents->importFiles(importable);
     if (!refused.isEmpty())
@@ -1055,7 +1091,8 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event)
     if (!event->mimeData()->hasUrls())
         return;
     for (const QUrl& url : event->mimeData()->urls())
-        if (url.isLocalFile() && ImportTasks::isImportable(url.toLocalFile())) {
+        if (url.isLocalFile() && (ImportTasks::isImportable(url.toLocalFile()) ||
+                                  url.toLocalFile().endsWith(u".ledradata"_s, Qt::CaseInsensitive))) {
             event->acceptProposedAction();
             return;
         }
@@ -1070,6 +1107,41 @@ void MainWindow::dropEvent(QDropEvent* event)
     event->acceptProposedAction();
     // Imported after the drop has finished, so that the source program is not kept waiting.
     QTimer::singleShot(0, this, [this, files] { openFiles(files); });
+}
+
+void MainWindow::backUpNow()
+{
+    saveNow();
+    QString error;
+    if (const auto written = m_services->backups().backupNow(&error))
+        setStatusText(ui(u"Backup saved to %1").arg(QDir::toNativeSeparators(*written)), *written);
+    else
+        m_messages->show(MessageBar::Kind::error, ui(u"Backup failed: %1").arg(error));
+}
+
+void MainWindow::installPlugin(const QString& path)
+{
+    const auto answer = QMessageBox::question(
+        this, ui(u"Install Plugin"),
+        ui(u"Install the plugin “%1”? Plugins run scripts on your invoices; install only plugins you trust.")
+            .arg(QFileInfo(path).fileName()));
+    if (answer != QMessageBox::Yes)
+        return;
+    try {
+        PluginManager plugins(m_settings, QApplication::applicationVersion());
+        const Plugin installed = plugins.install(path);
+        setStatusText(ui(u"Plugin “%1” installed").arg(installed.manifest.name));
+    } catch (const PluginError& error) {
+        m_messages->show(MessageBar::Kind::error, error.message());
+    }
+}
+
+bool MainWindow::event(QEvent* event)
+{
+    // The mail add-on may have asked for an attachment while Ledra was in the background.
+    if (event->type() == QEvent::WindowActivate)
+        m_services->serveMailRequests();
+    return QMainWindow::event(event);
 }
 
 void MainWindow::changeEvent(QEvent* event)

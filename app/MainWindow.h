@@ -11,6 +11,7 @@
 #include <memory>
 #include <optional>
 
+class BackgroundServices;
 class DocumentActions;
 class FilterSidebar;
 class InvoiceEditor;
@@ -55,6 +56,7 @@ public:
     MessageBar* messages() const { return m_messages; }
     QLineEdit* searchField() const { return m_search; }
     DocumentActions* documents() const { return m_documents; }
+    BackgroundServices* services() const { return m_services; }
     QAction* action(const QString& name) const;
     std::optional<QUuid> openInvoiceId() const;
     // Writes every edit that waits for the saver (on close, before switching invoice or profile).
@@ -65,6 +67,7 @@ protected:
     void dragEnterEvent(QDragEnterEvent* event) override;
     void dropEvent(QDropEvent* event) override;
     void changeEvent(QEvent* event) override;
+    bool event(QEvent* event) override;
 
 private:
     void createActions();
@@ -116,6 +119,8 @@ private:
     void newProfile();
     void switchProfile(const QUuid& id);
     void showAbout();
+    void backUpNow();
+    void installPlugin(const QString& path);
     void setStatusText(const QString& text, const QString& path = {});
 
     Workspace& m_workspace;
@@ -134,6 +139,7 @@ private:
     QLabel* m_saveState = nullptr;
     QLabel* m_statusText = nullptr;
     DocumentActions* m_documents = nullptr;
+    BackgroundServices* m_services = nullptr;
     QUndoGroup* m_undoGroup = nullptr;
     QHash<QUuid, QUndoStack*> m_undoStacks;
     std::unique_ptr<RateLimitedSaver> m_saver;

@@ -2,25 +2,33 @@
 
 #include "AppSettings.h"
 #include "AppText.h"
+#include "BackgroundServices.h"
+#include "exchange/BackupManager.h"
+#include "tasks/AutoExport.h"
 #include "tasks/Workspace.h"
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSettings>
+#include <QSignalBlocker>
+#include <QUrl>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
 
-PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, QWidget* parent)
-    : QDialog(parent), m_workspace(workspace), m_settings(settings)
+PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, BackgroundServices& services,
+                                     QWidget* parent)
+    : QDialog(parent), m_workspace(workspace), m_settings(settings), m_services(services)
 {
     setObjectName(u"preferences"_s);
     setWindowTitle(ui(u"Preferences"));
@@ -80,6 +88,8 @@ PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, 
             [this](bool on) { m_settings.setValue(AppSettings::pluginUpdateChecksKey, on); });
     form->addRow(ui(u"Plugins"), m_pluginUpdates);
 
+    form->addRow(ui(u"Backups"), backupSection());
+    form->addRow(ui(u"Automatic Export"), exportSection());
     layout->addLayout(form);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::accept);
@@ -121,4 +131,137 @@ void PreferencesDialog::resetDataFolder()
     if (const auto error = m_workspace.profiles().resetDataFolder())
         QMessageBox::warning(this, ui(u"Data Folder Not Changed"), *error);
     updateDataFolder();
+}
+
+QWidget* PreferencesDialog::backupSection()
+{
+    BackupManager& backups = m_services.backups();
+    auto* box = new QWidget;
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* choices = new QHBoxLayout;
+    auto* frequency = new QComboBox;
+    frequency->setObjectName(u"backupFrequency"_s);
+    for (const BackupFrequency value : BackupManager::frequencies())
+        frequency->addItem(BackupManager::label(value), int(value));
+    frequency->setCurrentIndex(frequency->findData(int(backups.frequency())));
+    connect(frequency, &QComboBox::activated, this, [&backups, frequency] {
+        backups.setFrequency(BackupFrequency(frequency->currentData().toInt()));
+    });
+    auto* retention = new QComboBox;
+    retention->setObjectName(u"backupRetention"_s);
+    for (const BackupRetention value : BackupManager::retentions())
+        retention->addItem(BackupManager::label(value), int(value));
+    retention->setCurrentIndex(retention->findData(int(backups.retention())));
+    connect(retention, &QComboBox::activated, this, [&backups, retention] {
+        backups.setRetention(BackupRetention(retention->currentData().toInt()));
+    });
+    choices->addWidget(frequency);
+    choices->addWidget(retention);
+    choices->addStretch();
+    layout->addLayout(choices);
+    auto* actions = new QHBoxLayout;
+    auto* now = new QPushButton(ui(u"Back Up Now"));
+    auto* show = new QPushButton(ui(u"Show Backups"));
+    auto* status = new QLabel;
+    status->setForegroundRole(QPalette::PlaceholderText);
+    status->setWordWrap(true);
+    auto describe = [&backups, status] {
+        const auto all = backups.backups();
+        status->setText(all.isEmpty() ? ui(u"No backups yet.")
+                                      : ui(u"%1 backups, the newest from %2.")
+                                            .arg(all.size())
+                                            .arg(QLocale().toString(all.first().date, QLocale::LongFormat)));
+    };
+    connect(now, &QPushButton::clicked, this, [this, &backups, describe] {
+        QString error;
+        if (!backups.backupNow(&error))
+            QMessageBox::warning(this, ui(u"Backup Failed"), error);
+        describe();
+    });
+    connect(show, &QPushButton::clicked, this, [&backups] {
+        QDir().mkpath(backups.backupsDirectory());
+        QDesktopServices::openUrl(QUrl::fromLocalFile(backups.backupsDirectory()));
+    });
+    actions->addWidget(now);
+    actions->addWidget(show);
+    actions->addStretch();
+    layout->addLayout(actions);
+    layout->addWidget(status);
+    describe();
+    return box;
+}
+
+QWidget* PreferencesDialog::exportSection()
+{
+    AutoExportHelper& helper = m_services.autoExport();
+    auto* box = new QWidget;
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    m_exportEnabled =
+        new QCheckBox(ui(u"Save the PDF of sent and paid invoices into a folder automatically"));
+    m_exportEnabled->setObjectName(u"autoExportEnabled"_s);
+    auto* folderRow = new QHBoxLayout;
+    m_exportFolder = new QLabel;
+    m_exportFolder->setObjectName(u"autoExportFolder"_s);
+    m_exportFolder->setWordWrap(true);
+    m_exportFolder->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* choose = new QPushButton(ui(u"Choose Folder…"));
+    folderRow->addWidget(m_exportFolder, 1);
+    folderRow->addWidget(choose);
+    m_exportXml = new QCheckBox(ui(u"Also the XRechnung XML"));
+    m_exportZugferd = new QCheckBox(ui(u"Also the ZUGFeRD PDF"));
+    m_exportAll = new QCheckBox(ui(u"After a save, export every eligible invoice, not only the saved one"));
+    layout->addWidget(m_exportEnabled);
+    layout->addLayout(folderRow);
+    layout->addWidget(m_exportXml);
+    layout->addWidget(m_exportZugferd);
+    layout->addWidget(m_exportAll);
+    connect(m_exportEnabled, &QCheckBox::toggled, this, [this, &helper](bool on) {
+        if (on && !helper.folderPath(m_workspace.activeProfile())) {
+            const QString folder = QFileDialog::getExistingDirectory(this, ui(u"Choose the Export Folder"));
+            if (folder.isEmpty()) {
+                m_exportEnabled->setChecked(false);
+                return;
+            }
+            helper.setFolder(m_workspace.activeProfile(), folder);
+        }
+        helper.setEnabled(on);
+        updateExport();
+    });
+    connect(choose, &QPushButton::clicked, this, [this, &helper] {
+        const QString folder = QFileDialog::getExistingDirectory(
+            this, ui(u"Choose the Export Folder"),
+            helper.folderPath(m_workspace.activeProfile()).value_or(QString()));
+        if (folder.isEmpty())
+            return;
+        helper.setFolder(m_workspace.activeProfile(), folder);
+        updateExport();
+    });
+    connect(m_exportXml, &QCheckBox::toggled, this, [&helper](bool on) { helper.setXmlEnabled(on); });
+    connect(m_exportZugferd, &QCheckBox::toggled, this, [&helper](bool on) { helper.setZugferdEnabled(on); });
+    connect(m_exportAll, &QCheckBox::toggled, this, [&helper](bool on) { helper.setExportAllEligible(on); });
+    updateExport();
+    return box;
+}
+
+void PreferencesDialog::updateExport()
+{
+    const AutoExportHelper& helper = m_services.autoExport();
+    const auto folder = helper.folderPath(m_workspace.activeProfile());
+    const QSignalBlocker blockEnabled(m_exportEnabled);
+    const QSignalBlocker blockXml(m_exportXml);
+    const QSignalBlocker blockZugferd(m_exportZugferd);
+    const QSignalBlocker blockAll(m_exportAll);
+    m_exportEnabled->setChecked(helper.isEnabled());
+    m_exportXml->setChecked(helper.xmlEnabled());
+    m_exportZugferd->setChecked(helper.zugferdEnabled());
+    m_exportAll->setChecked(helper.exportAllEligible());
+    m_exportFolder->setText(
+        folder ? ui(u"Folder of “%1”: %2")
+                     .arg(m_workspace.activeProfile().displayName(), QDir::toNativeSeparators(*folder))
+               : ui(u"No folder chosen for “%1”.").arg(m_workspace.activeProfile().displayName()));
+    for (QWidget* dependent : {static_cast<QWidget*>(m_exportXml), static_cast<QWidget*>(m_exportZugferd),
+                               static_cast<QWidget*>(m_exportAll)})
+        dependent->setEnabled(helper.isEnabled());
 }

@@ -2,27 +2,38 @@
 
 #include <QDialog>
 
+class BackgroundServices;
 class QCheckBox;
 class QComboBox;
 class QLabel;
 class QSettings;
 class Workspace;
 
-// Where the data lives, the interface language, the preview's dark mode and plugin update
-// checks. Changes apply at once; the language after a restart.
+// Where the data lives, the interface language, the preview's dark mode, plugin update checks,
+// backups and the automatic export. Changes apply at once; the language after a restart.
 class PreferencesDialog : public QDialog
 {
     Q_OBJECT
 public:
-    PreferencesDialog(Workspace& workspace, QSettings& settings, QWidget* parent = nullptr);
+    PreferencesDialog(Workspace& workspace, QSettings& settings, BackgroundServices& services,
+                      QWidget* parent = nullptr);
 
 private:
     void changeDataFolder();
     void resetDataFolder();
     void updateDataFolder();
+    QWidget* backupSection();
+    QWidget* exportSection();
+    void updateExport();
 
     Workspace& m_workspace;
     QSettings& m_settings;
+    BackgroundServices& m_services;
+    QLabel* m_exportFolder = nullptr;
+    QCheckBox* m_exportEnabled = nullptr;
+    QCheckBox* m_exportXml = nullptr;
+    QCheckBox* m_exportZugferd = nullptr;
+    QCheckBox* m_exportAll = nullptr;
     QLabel* m_dataFolder = nullptr;
     QComboBox* m_language = nullptr;
     QCheckBox* m_darkMode = nullptr;

@@ -243,6 +243,13 @@ QWidget* ProfileDialog::numbersPage()
     form->addRow(ui(u"Currency"), m_currency);
     form->addRow(ui(u"VAT Rate"), m_vatRate);
     form->addRow(ui(u"Document Language"), m_language);
+    m_mailFormat = new QComboBox;
+    m_mailFormat->setObjectName(u"eInvoiceFormat"_s);
+    for (const EInvoiceFormat format : allCases<EInvoiceFormat>())
+        m_mailFormat->addItem(labelText(format), int(format));
+    m_mailFormat->setCurrentIndex(m_mailFormat->findData(int(p.eInvoiceFormat)));
+    m_mailFormat->setToolTip(ui(u"What the mail add-on attaches when you send an invoice of this profile."));
+    form->addRow(ui(u"Mail Attachment"), m_mailFormat);
     return page(m_mode == Mode::onboarding ? ui(u"Numbers and defaults") : QString(),
                 ui(u"Every invoice gets the next number in this format. New invoices take the payment term, "
                    u"currency, VAT rate and language from here."),
@@ -299,6 +306,7 @@ Profile ProfileDialog::profile() const
     p.currency = Currency{m_currency->code()};
     p.vatPercentage = m_vatRate->value();
     p.language = Language(m_language->currentData().toInt());
+    p.eInvoiceFormat = EInvoiceFormat(m_mailFormat->currentData().toInt());
     return p;
 }
 

@@ -82,5 +82,6 @@ private:
     CodeComboBox* m_currency = nullptr;
     QDoubleSpinBox* m_vatRate = nullptr;
     QComboBox* m_language = nullptr;
+    QComboBox* m_mailFormat = nullptr;
     QLabel* m_missing = nullptr;
 };

@@ -24,6 +24,9 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeImportEInvoiceCommand());
     commands.push_back(makeCsvCommand());
     commands.push_back(makePluginCommand());
+    commands.push_back(makeBackupCommand());
+    commands.push_back(makeExportFolderCommand());
+    commands.push_back(makeMailCommand());
     commands.push_back(makeZugferdCommand());
     commands.push_back(makeAttachmentsCommand());
     commands.push_back(makeBenchCommand());

@@ -28,6 +28,9 @@ std::unique_ptr<Command> makeZugferdCommand();
 std::unique_ptr<Command> makeAttachmentsCommand();
 std::unique_ptr<Command> makeReminderCommand();
 std::unique_ptr<Command> makePluginCommand();
+std::unique_ptr<Command> makeBackupCommand();
+std::unique_ptr<Command> makeExportFolderCommand();
+std::unique_ptr<Command> makeMailCommand();
 
 // A wrong argument or a refused action; like every task failure, its message is shown as it
 // stands.

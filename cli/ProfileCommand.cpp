@@ -1,7 +1,9 @@
 #include "Commands.h"
 #include "JsonEdit.h"
 
+#include "exchange/ProfileExchange.h"
 #include "model/ProfileJson.h"
+#include "util/Clock.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -20,11 +22,16 @@ protected:
     void configure(QCommandLineParser& parser) override
     {
         parser.addOption({u"json"_s, u"Machine-readable output (list, show)."_s});
+        parser.addOption({u"all"_s, u"export: every profile in one file."_s});
+        parser.addOption({{u"o"_s, u"output"_s},
+                          u"export: the Ledra Data file to write (default: the suggested name in the current "
+                          u"folder)."_s,
+                          u"FILE"_s});
         parser.addPositionalArgument(
             u"action"_s,
             u"list | new NAME | rename OLD NEW | delete NAME | use NAME | show | "
             u"set KEY VALUE (KEY as in profile.json, e.g. businessName, address.city, "
-            u"vatPercentage)"_s,
+            u"vatPercentage, eInvoiceFormat) | export NAME|--all [-o FILE] | import FILE.ledradata"_s,
             u"ACTION [ARGS...]"_s);
     }
 
@@ -64,6 +71,45 @@ protected:
             profiles.setActiveProfile(named(profiles, action.args[0]).id);
             out() << "Active profile: " << profiles.activeProfile()->displayName() << '\n';
             return ExitCode::ok;
+        }
+        if (action == u"export") {
+            QList<Profile> chosen;
+            QString file;
+            if (parser.isSet(u"all"_s)) {
+                action.expect(0);
+                chosen = profiles.profiles();
+                file = ProfileExporter::suggestedAllProfilesFileName(Clock::today());
+            } else {
+                action.expect(1);
+                chosen = {named(profiles, action.args[0])};
+                file = ProfileExporter::suggestedFileName(chosen.first(), Clock::today());
+            }
+            if (parser.isSet(u"output"_s))
+                file = parser.value(u"output"_s);
+            try {
+                ProfileExporter(profiles).writeArchive(chosen, file);
+            } catch (const ProfileExportError& error) {
+                throw CliError(u"%1: Export Failed: %2"_s.arg(file, error.message()));
+            }
+            out() << file << '\n';
+            return ExitCode::ok;
+        }
+        if (action == u"import") {
+            action.expect(1);
+            ProfileImportResult result;
+            try {
+                result = ProfileImporter(profiles).importFile(action.args[0]);
+            } catch (const ProfileImportError& error) {
+                const QString detail = error.detail().isEmpty() || error.detail() == action.args[0]
+                                           ? QString()
+                                           : u" ("_s + error.detail() + u')';
+                throw CliError(u"%1: %2%3"_s.arg(action.args[0], error.message(), detail));
+            }
+            for (const QString& imported : result.imported)
+                out() << "Imported profile \"" << imported << "\"\n";
+            for (const QString& failure : result.failures)
+                err() << "ledra profile: " << action.args[0] << ": could not import " << failure << '\n';
+            return result.imported.isEmpty() ? ExitCode::failure : ExitCode::ok;
         }
         if (action == u"set") {
             action.expect(2);

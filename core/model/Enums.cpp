@@ -33,6 +33,11 @@ QString labelText(VATExemptionReason value, std::optional<Language> language)
     return translateLabel(value, language);
 }
 
+QString labelText(EInvoiceFormat value, std::optional<Language> language)
+{
+    return translateLabel(value, language);
+}
+
 QString labelText(NumberResetFrequency value, std::optional<Language> language)
 {
     return translateLabel(value, language);

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <QAnyStringView>
 #include <QList>
 #include <QString>
-#include <QAnyStringView>
 #include <QStringView>
 
 #include <array>
@@ -13,11 +13,34 @@
 // is an English key of the string tables. One traits table per enumeration keeps the cases,
 // their order (also the order of pickers), raw values and labels together.
 
-enum class Status { draft, sent, paid, cancelled };
-enum class InvoiceType { invoice, cancellation, quote };
-enum class Unit { piece, hour, day, week, lumpSum };
-enum class Language { english, german };
-enum class VATExemptionReason {
+enum class Status
+{
+    draft,
+    sent,
+    paid,
+    cancelled
+};
+enum class InvoiceType
+{
+    invoice,
+    cancellation,
+    quote
+};
+enum class Unit
+{
+    piece,
+    hour,
+    day,
+    week,
+    lumpSum
+};
+enum class Language
+{
+    english,
+    german
+};
+enum class VATExemptionReason
+{
     none,
     reverseCharge,
     smallBusiness,
@@ -26,7 +49,19 @@ enum class VATExemptionReason {
     insuranceFinancial,
     residentialRental
 };
-enum class NumberResetFrequency { year, never };
+enum class NumberResetFrequency
+{
+    year,
+    never
+};
+// The document a profile's invoices travel as when another program asks for them (the mail
+// extension): the plain PDF, the XRechnung XML, or the hybrid ZUGFeRD PDF.
+enum class EInvoiceFormat
+{
+    pdf,
+    xrechnung,
+    zugferd
+};
 
 template <class E>
 struct EnumCase
@@ -114,6 +149,17 @@ struct EnumTraits<NumberResetFrequency>
     }};
 };
 
+template <>
+struct EnumTraits<EInvoiceFormat>
+{
+    static constexpr std::string_view typeName = "EInvoiceFormat";
+    static constexpr std::array<EnumCase<EInvoiceFormat>, 3> cases{{
+        {EInvoiceFormat::pdf, "pdf", "PDF"},
+        {EInvoiceFormat::xrechnung, "xrechnung", "XRechnung"},
+        {EInvoiceFormat::zugferd, "zugferd", "ZUGFeRD PDF"},
+    }};
+};
+
 template <class E>
 constexpr const EnumCase<E>& enumCase(E value)
 {
@@ -168,6 +214,7 @@ QString labelKey(E value)
 }
 
 QString labelText(Status value, std::optional<Language> language = std::nullopt);
+QString labelText(EInvoiceFormat value, std::optional<Language> language = std::nullopt);
 QString labelText(InvoiceType value, std::optional<Language> language = std::nullopt);
 QString labelText(Unit value, std::optional<Language> language = std::nullopt);
 QString labelText(VATExemptionReason value, std::optional<Language> language = std::nullopt);

@@ -56,6 +56,8 @@ struct Profile
     double latePaymentFee = 40;
     // Days from a reminder's date to the payment deadline it sets.
     int reminderDaysToPay = 14;
+    // What the mail extension attaches for an invoice of this profile.
+    EInvoiceFormat eInvoiceFormat = EInvoiceFormat::pdf;
 
     // A new profile with the presets of a region (language, currency, VAT rate, prefixes).
     static Profile makeNew(const Country& region);

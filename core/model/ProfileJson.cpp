@@ -55,6 +55,7 @@ void write(JsonWriter& w, const Profile& p)
     w.field("latePaymentInterestRate"_L1, p.latePaymentInterestRate);
     w.field("latePaymentFee"_L1, p.latePaymentFee);
     w.field("reminderDaysToPay"_L1, p.reminderDaysToPay);
+    w.field("eInvoiceFormat"_L1, rawValue(p.eInvoiceFormat));
     w.endObject();
 }
 
@@ -134,6 +135,10 @@ Profile read(const JsonFieldReader& r, const Country& region)
     r.read("latePaymentInterestRate"_L1, p.latePaymentInterestRate);
     r.read("latePaymentFee"_L1, p.latePaymentFee);
     r.read("reminderDaysToPay"_L1, p.reminderDaysToPay);
+    // Any value but "xrechnung" and "zugferd" means the plain PDF.
+    QString format;
+    r.read("eInvoiceFormat"_L1, format);
+    p.eInvoiceFormat = enumFromRaw<EInvoiceFormat>(format).value_or(EInvoiceFormat::pdf);
     return p;
 }
 

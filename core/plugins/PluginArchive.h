@@ -1,5 +1,7 @@
 #pragma once
 
+#include "util/ZipArchive.h"
+
 #include <QString>
 #include <QtGlobal>
 
@@ -7,18 +9,9 @@
 // work without shared state: safe to call from any thread. Failures throw PluginError.
 namespace PluginArchive {
 
-// Archives come from the internet: these bound what one may put on disk.
-struct Limits
-{
-    qint64 maxTotalBytes = 50 * 1024 * 1024;
-    qint64 maxEntries = 10000;
-};
+using Limits = ZipArchive::Limits;
 
-// Unpacks every entry of a zip archive into `destinationFolder` (created when missing).
-// Refused before anything is written: entries with absolute paths, drive letters or ".."
-// parts, symbolic links, and archives over the limits (also checked while unpacking, since
-// the sizes in the directory may lie). On failure a destination this call created is
-// removed again.
+// ZipArchive::extract, failing with a PluginError.
 void extractZip(const QString& zipPath, const QString& destinationFolder, const Limits& limits = {});
 
 // Moves a folder; across file systems (the temporary folder is often one of its own) by
