@@ -2,6 +2,7 @@
 // and when invoices are saved, and the data folder store on top of it.
 // Usage: ledra-bench [COUNT] [ITEMS]
 #include "einvoice/XMLGenerator.h"
+#include "exchange/ProfileExchange.h"
 #include "model/InvoiceJson.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
@@ -12,6 +13,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QTemporaryDir>
 
@@ -124,6 +126,15 @@ int main(int argc, char* argv[])
         xmlBytes += XMLGenerator::generate(decoded[i % decoded.size()], sender).value_or(QByteArray()).size();
     const double xmlSeconds = double(timer.nsecsElapsed()) / 1e9;
 
+    // Ledra Data files: the whole profile out to one file and back in beside it.
+    const QString dataFile = home.filePath(QStringLiteral("Default.ledradata"));
+    timer.restart();
+    ProfileExporter(profiles).writeArchive({*profiles.activeProfile()}, dataFile);
+    const double exportSeconds = double(timer.nsecsElapsed()) / 1e9;
+    timer.restart();
+    const ProfileImportResult imported = ProfileImporter(profiles).importFile(dataFile);
+    const double importSeconds = double(timer.nsecsElapsed()) / 1e9;
+
     std::printf("invoices: %d with %d items each (%.1f MB of JSON)\n", count, items, double(bytes) / 1e6);
     std::printf("decode:   %.3f s  (target < 0.300 s for 10000 x 20)%s\n", decodeSeconds,
                 count == 10000 && items == 20 ? (decodeSeconds < 0.3 ? "  OK" : "  SLOW") : "");
@@ -135,5 +146,9 @@ int main(int argc, char* argv[])
                 double(xmlBytes) / 1e6, items == 20 ? (xmlSeconds < 0.5 ? "  OK" : "  SLOW") : "");
     std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs,
                 saveMs < 5 ? "  OK" : "  SLOW");
+    std::printf("profile export: %.3f s (%.1f MB file; target < 3 s)%s\n", exportSeconds,
+                double(QFileInfo(dataFile).size()) / 1e6, exportSeconds < 3 ? "  OK" : "  SLOW");
+    std::printf("profile import: %.3f s as \"%s\" (target < 3 s)%s\n", importSeconds,
+                qPrintable(imported.imported.value(0)), importSeconds < 3 ? "  OK" : "  SLOW");
     return 0;
 }

@@ -18,7 +18,7 @@ void printOverview()
              "Ledra keeps invoices, quotes and profiles as JSON files and issues them as\n"
              "PDF documents and e-invoices. Commands:\n\n";
     for (const auto& command : allCommands())
-        out() << "  " << command->name().leftJustified(14) << command->summary() << '\n';
+        out() << "  " << command->name().leftJustified(16) << command->summary() << '\n';
     out() << "\nRun 'ledra COMMAND --help' for the options of a command.\n";
     out().flush();
 }

@@ -195,8 +195,12 @@ ProfileImportResult ProfileImporter::importFile(const QString& path)
                         << "Warning: Could not update profile ID and name:" << *error;
             }
             const QString staged = staging + u'/' + name;
-            if (const auto error = Files::copyRecursively(folder, staged))
-                throw std::runtime_error(error->toStdString());
+            QDir().mkpath(staging);
+            // Where the temporary folder shares the data folder's file system, the unpacked
+            // folder just moves; elsewhere it is copied.
+            if (!QDir().rename(folder, staged))
+                if (const auto error = Files::copyRecursively(folder, staged))
+                    throw std::runtime_error(error->toStdString());
             if (!QDir().rename(staged, data.filePath(name)))
                 throw std::runtime_error(
                     QStringLiteral("could not move the profile into %1").arg(data.path()).toStdString());

@@ -1,4 +1,4 @@
-#include "support/CliRunner.h"
+#include "support/CliHome.h"
 #include "support/TestSupport.h"
 
 #include <QDir>
@@ -11,35 +11,15 @@
 #include <gtest/gtest.h>
 
 // The data-folder commands, run as a user would, in a home of their own.
-class StoreCli : public ::testing::Test
+class StoreCli : public CliHome
 {
 protected:
-    StoreCli()
-    {
-        m_environment = QProcessEnvironment::systemEnvironment();
-        m_environment.insert(u"XDG_DATA_HOME"_qs, m_home.filePath(u"data"_qs));
-        m_environment.insert(u"XDG_CONFIG_HOME"_qs, m_home.filePath(u"config"_qs));
-        m_environment.insert(u"LEDRA_REGION"_qs, u"DE"_qs);
-        m_environment.insert(u"LEDRA_NOW"_qs, u"2025-03-14T09:30:00+01:00"_qs);
-        m_environment.insert(u"LEDRA_TIMEZONE"_qs, u"Europe/Berlin"_qs);
-    }
-
-    CliResult ledra(const QStringList& arguments)
-    {
-        return runLedra(QStringLiteral(LEDRA_CLI), arguments, m_environment);
-    }
-
-    QString invoicesFolder() const { return m_home.filePath(u"data/Ledra/Data/Default/Invoices"_qs); }
-
     QJsonArray list(const QStringList& extra = {})
     {
         const CliResult result = ledra(QStringList{u"invoice"_qs, u"list"_qs, u"--json"_qs} + extra);
         EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
         return QJsonDocument::fromJson(result.out.toUtf8()).array();
     }
-
-    QTemporaryDir m_home;
-    QProcessEnvironment m_environment;
 };
 
 TEST_F(StoreCli, InvoiceLifecycle)

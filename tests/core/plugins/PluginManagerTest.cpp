@@ -3,6 +3,9 @@
 #include "PluginFixture.h"
 #include "plugins/PluginArchive.h"
 
+#include <QDir>
+#include <QFile>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
@@ -224,6 +227,16 @@ TEST_F(PluginManagerTest, ReplacePluginRestoresTheOldVersionWhenMainJsIsMissing)
     const QString folder = installedPlugin(u"Bank"_s, u"Bank"_s, exportMain, R"("description":"old")");
     manager().reloadPlugins();
     const Plugin plugin = *manager().plugin(u"Bank"_s);
+    // A temporary folder of its own: other test processes replace plugins at the same time.
+    const QByteArray oldTmp = qgetenv("TMPDIR");
+    QDir().mkpath(m_home.filePath(u"tmp"_s));
+    qputenv("TMPDIR", QFile::encodeName(m_home.filePath(u"tmp"_s)));
+    const auto restoreTmp = qScopeGuard([&] {
+        if (oldTmp.isEmpty())
+            qunsetenv("TMPDIR");
+        else
+            qputenv("TMPDIR", oldTmp);
+    });
     const QStringList backupsBefore = QDir(QDir::tempPath()).entryList({u"ledraplugin-backup-*"_s});
 
     const QString broken = m_home.filePath(u"download/Bank"_s);
