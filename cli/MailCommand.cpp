@@ -61,6 +61,8 @@ protected:
             if (parser.isSet(u"once"_s)) {
                 if (const auto written = handler.handlePendingRequestNow())
                     out() << *written << '\n';
+                else
+                    err() << "No attachment written: no request waiting, or one that could not be served.\n";
                 return ExitCode::ok;
             }
             return serve(handler);

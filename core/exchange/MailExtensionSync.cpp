@@ -21,7 +21,8 @@ QString containerPath()
 
 std::optional<QString> container(const QString& path)
 {
-    if (path.isEmpty() || !QDir().mkpath(path)) {
+    // The add-on drops its requests into the attachments folder: there from the start.
+    if (path.isEmpty() || !QDir().mkpath(path + u'/' + QLatin1StringView(attachmentsFolder))) {
         qCWarning(lcExchange).noquote() << "MailExtensionSync: No app group container for" << groupIdentifier;
         return std::nullopt;
     }

@@ -19,8 +19,8 @@ inline constexpr char requestFileName[] = "ExportRequest.json";
 // "group.com.varnhelm.Ledra" in the user's data home (~/.local/share).
 QString containerPath();
 
-// The container, created when missing; nothing (and the log line that names the group) when
-// it cannot be made.
+// The container with its attachments folder, created when missing; nothing (and the log line that names the
+// group) when it cannot be made.
 std::optional<QString> container(const QString& path = containerPath());
 
 // The sync file's content: {"activeProfile": …, "invoices": […]} in the record files' JSON.
