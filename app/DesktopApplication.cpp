@@ -6,6 +6,7 @@
 #include "Icons.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
+#include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
 #include "render/RenderEnvironment.h"
@@ -168,6 +169,13 @@ int writeScreenshots(const QString& folder)
                 QApplication::processEvents(QEventLoop::AllEvents, 20);
         }
         failures += savePicture(window, QDir(folder).filePath(shot.name + u".png"_s)) ? 0 : 1;
+        if (shot.sample && !shot.dark) {
+            PreferencesDialog preferences(workspace, *settings, *window.services(), &window);
+            preferences.show();
+            QApplication::processEvents();
+            const QString name = u"preferences-"_s + rawValue(shot.language) + u".png"_s;
+            failures += savePicture(preferences, QDir(folder).filePath(name)) ? 0 : 1;
+        }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);
             onboarding.show();
