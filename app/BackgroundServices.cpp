@@ -2,6 +2,7 @@
 
 #include "exchange/BackupManager.h"
 #include "exchange/MailExtensionSync.h"
+#include "search/SpotlightIndexer.h"
 #include "tasks/AutoExport.h"
 #include "tasks/MailExtensionHandler.h"
 #include "tasks/Workspace.h"
@@ -24,8 +25,9 @@ BackgroundServices::BackgroundServices(Workspace& workspace, QSettings& settings
       m_backups(std::make_unique<BackupManager>(workspace.profiles(), settings,
                                                 BackupManager::defaultBackupsDirectory())),
       m_autoExport(new AutoExportHelper(workspace, settings, this)),
-      m_mail(new MailExtensionExportHandler(workspace, {}, this))
+      m_mail(new MailExtensionExportHandler(workspace, {}, this)), m_search(new SpotlightIndexer({}, this))
 {
+    m_search->follow(workspace.profiles(), workspace.invoices());
     m_syncTimer.setSingleShot(true);
     m_syncTimer.setInterval(syncDelayMs);
     connect(&m_syncTimer, &QTimer::timeout, this, [this] { m_mail->sync(); });

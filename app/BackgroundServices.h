@@ -12,11 +12,12 @@ class AutoExportHelper;
 class BackupManager;
 class MailExtensionExportHandler;
 class QSettings;
+class SpotlightIndexer;
 class QThread;
 class Workspace;
 
 // What runs behind the window without being asked: the backup at start, the automatic export
-// after invoices are saved, and the exchange with the mail add-on. None of it interrupts the
+// after invoices are saved, the exchange with the mail add-on and the search index. None of it interrupts the
 // user; failures are log lines.
 class BackgroundServices : public QObject
 {
@@ -32,6 +33,8 @@ public:
     AutoExportHelper& autoExport() { return *m_autoExport; }
     BackupManager& backups() { return *m_backups; }
     MailExtensionExportHandler& mail() { return *m_mail; }
+    // The invoice search index, following the stores.
+    SpotlightIndexer& search() { return *m_search; }
 
     // Looks for a request of the mail add-on (also when the window comes to the front).
     void serveMailRequests();
@@ -46,6 +49,7 @@ private:
     std::unique_ptr<BackupManager> m_backups;
     AutoExportHelper* m_autoExport = nullptr;
     MailExtensionExportHandler* m_mail = nullptr;
+    SpotlightIndexer* m_search = nullptr;
     QFileSystemWatcher m_requests;
     QTimer m_syncTimer;
     QTimer m_exportTimer;

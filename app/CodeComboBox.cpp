@@ -1,6 +1,6 @@
 #include "CodeComboBox.h"
 
-#include "CodeNames.h"
+#include "l10n/CodeNames.h"
 #include "l10n/Strings.h"
 #include "model/Region.h"
 

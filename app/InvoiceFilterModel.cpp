@@ -23,6 +23,15 @@ void InvoiceFilterModel::setSearchText(const QString& text)
         return;
     m_searchText = text;
     m_words = text.toLower().split(u' ', Qt::SkipEmptyParts);
+    m_indexMatches.clear();
+    invalidateRowsFilter();
+}
+
+void InvoiceFilterModel::setIndexMatches(const QString& text, const QSet<QUuid>& ids)
+{
+    if (text != m_searchText || ids == m_indexMatches)
+        return;
+    m_indexMatches = ids;
     invalidateRowsFilter();
 }
 
@@ -33,6 +42,8 @@ bool InvoiceFilterModel::filterAcceptsRow(int sourceRow, const QModelIndex& sour
     if (!(categories & (1 << int(m_category))))
         return false;
     if (m_words.isEmpty())
+        return true;
+    if (!m_indexMatches.isEmpty() && m_indexMatches.contains(index.data(InvoiceListModel::IdRole).toUuid()))
         return true;
     const QString search = index.data(InvoiceListModel::SearchRole).toString();
     for (const QString& word : m_words)

@@ -18,6 +18,7 @@
 #include "plugins/PluginError.h"
 #include "plugins/PluginManager.h"
 #include "render/InvoiceDocument.h"
+#include "search/SpotlightIndexer.h"
 #include "storage/RateLimitedSaver.h"
 #include "tasks/AutoExport.h"
 #include "tasks/ImportTasks.h"
@@ -131,6 +132,16 @@ MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* paren
     });
     connect(m_search, &QLineEdit::textChanged, this, [this](const QString& text) {
         m_filter->setSearchText(text);
+        // The row texts answer at once; the index adds what only the addresses, items or notes
+        // hold a moment later, from its own thread.
+        if (!text.trimmed().isEmpty())
+            m_services->search().search(text, m_workspace.activeProfile().id, 2000,
+                                        [this, text](const QList<SearchResult>& results) {
+                                            QSet<QUuid> ids;
+                                            for (const SearchResult& result : results)
+                                                ids.insert(result.ref.invoiceId);
+                                            m_filter->setIndexMatches(text, ids);
+                                        });
         if (!text.isEmpty())
             m_list->setEmptyTexts(ui(u"No Matches"), ui(u"No invoice matches “%1”.").arg(text), false);
     });

@@ -27,6 +27,7 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeBackupCommand());
     commands.push_back(makeExportFolderCommand());
     commands.push_back(makeMailCommand());
+    commands.push_back(makeSearchCommand());
     commands.push_back(makeZugferdCommand());
     commands.push_back(makeAttachmentsCommand());
     commands.push_back(makeBenchCommand());

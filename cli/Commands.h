@@ -31,6 +31,7 @@ std::unique_ptr<Command> makePluginCommand();
 std::unique_ptr<Command> makeBackupCommand();
 std::unique_ptr<Command> makeExportFolderCommand();
 std::unique_ptr<Command> makeMailCommand();
+std::unique_ptr<Command> makeSearchCommand();
 
 // A wrong argument or a refused action; like every task failure, its message is shown as it
 // stands.

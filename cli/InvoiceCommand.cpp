@@ -3,9 +3,14 @@
 
 #include "model/InvoiceJson.h"
 #include "numbering/NumberFormat.h"
+#include "tasks/ContactTasks.h"
 #include "util/Clock.h"
+#include "util/Files.h"
+
+#include <QFile>
 
 #include <algorithm>
+#include <cstdio>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -54,6 +59,10 @@ protected:
             {u"status"_s, u"list: only invoices with this status (Draft, Sent, Paid, Cancelled)."_s, u"S"_s});
         parser.addOption({u"overdue"_s, u"list: only overdue invoices."_s});
         parser.addOption({u"force"_s, u"delete: delete even a sent invoice."_s});
+        parser.addOption({u"from-vcard"_s,
+                          u"new: one invoice per contact of this vCard file (- for standard input), "
+                          u"addressed to it."_s,
+                          u"FILE"_s});
         parser.addOption({u"description"_s, u"add-item: the line's text."_s, u"TEXT"_s});
         parser.addOption({u"quantity"_s, u"add-item: quantity (default 1)."_s, u"Q"_s});
         parser.addOption(
@@ -63,9 +72,9 @@ protected:
         parser.addOption({u"vat"_s, u"add-item: VAT rate in percent (default: the profile's)."_s, u"R"_s});
         parser.addPositionalArgument(
             u"action"_s,
-            u"new | quote | list | show ID | set ID FIELD VALUE | add-item ID | cancel ID | duplicate ID | "
-            u"accept QUOTE_ID | status ID STATUS | delete ID. ID is an id, an id prefix or the displayed "
-            u"number; "
+            u"new [--from-vcard FILE] | quote | list | show ID | set ID FIELD VALUE | add-item ID | "
+            u"cancel ID | duplicate ID | accept QUOTE_ID | status ID STATUS | delete ID. ID is an id, an "
+            u"id prefix or the displayed number; "
             u"FIELD is a key of the invoice file, e.g. recipient.name, recipient.address.city, date, note."_s,
             u"ACTION [ARGS...]"_s);
     }
@@ -75,6 +84,12 @@ protected:
         m_json = parser.isSet(u"json"_s);
         Workspace& stores = workspace();
         InvoiceManager& invoices = stores.invoices();
+        if (parser.isSet(u"from-vcard"_s) && action != u"new")
+            throw CliError(u"--from-vcard goes with \"new\" only"_s);
+        if (action == u"new" && parser.isSet(u"from-vcard"_s)) {
+            action.expect(0);
+            return fromVCard(parser.value(u"from-vcard"_s));
+        }
         if (action == u"new" || action == u"quote") {
             action.expect(0);
             return created(action == u"new" ? invoices.createInvoice() : invoices.createQuote());
@@ -167,6 +182,42 @@ private:
         }
         out() << "Created " << labelText(invoice.type).toLower() << ' ' << number(invoice) << "  (id "
               << invoice.id.toString(QUuid::WithoutBraces).toUpper() << ")\n";
+        return ExitCode::ok;
+    }
+
+    int fromVCard(const QString& file)
+    {
+        const bool standardInput = file == u"-";
+        const QString shownName = standardInput ? u"standard input"_s : file;
+        QByteArray data;
+        if (standardInput) {
+            QFile input;
+            if (!input.open(stdin, QIODevice::ReadOnly))
+                throw CliError(u"%1: cannot be read"_s.arg(shownName));
+            data = input.readAll();
+        } else {
+            QString error;
+            const std::optional<QByteArray> bytes = Files::read(file, &error);
+            if (!bytes)
+                throw CliError(u"%1: %2"_s.arg(shownName, error));
+            data = *bytes;
+        }
+        QList<Invoice> made;
+        try {
+            made = ContactTasks::createInvoicesFromVCard(workspace(), data);
+        } catch (const TaskError& error) {
+            throw CliError(u"%1: %2"_s.arg(shownName, error.message()));
+        }
+        if (m_json) {
+            // Several contacts make several invoices: always an array, so scripts need not guess.
+            QByteArrayList objects;
+            for (const Invoice& invoice : made)
+                objects.append(InvoiceJson::encode(invoice).trimmed());
+            out() << "[\n" << objects.join(",\n") << "\n]\n";
+            return ExitCode::ok;
+        }
+        for (const Invoice& invoice : made)
+            created(invoice);
         return ExitCode::ok;
     }
 

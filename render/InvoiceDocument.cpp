@@ -62,14 +62,6 @@ QLocale localeOf(Language language)
                                         : QLocale(QLocale::English, QLocale::UnitedStates);
 }
 
-QString currencySymbol(const QString& code)
-{
-    static const QHash<QString, QString> symbols{{u"EUR"_s, u"€"_s}, {u"USD"_s, u"$"_s},  {u"GBP"_s, u"£"_s},
-                                                 {u"JPY"_s, u"¥"_s}, {u"CNY"_s, u"¥"_s},  {u"INR"_s, u"₹"_s},
-                                                 {u"KRW"_s, u"₩"_s}, {u"PLN"_s, u"zł"_s}, {u"ILS"_s, u"₪"_s}};
-    return symbols.value(code, code);
-}
-
 QString lines(const QStringList& parts)
 {
     QStringList kept;
@@ -154,10 +146,7 @@ QString InvoiceDocument::formatGeometry(double value)
 
 QString InvoiceDocument::formatAmount(double amount, const QString& currency, Language language)
 {
-    double rounded = Totals::round2(amount);
-    if (rounded == 0)
-        rounded = 0; // no "-0,00"
-    return localeOf(language).toCurrencyString(rounded, currencySymbol(currency), 2);
+    return Totals::formatMoney(amount, currency, language);
 }
 
 QString InvoiceDocument::formatDate(QDate date, Language language, bool withYear)

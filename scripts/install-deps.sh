@@ -22,6 +22,8 @@ APT_PACKAGES=(
     qt6-svg-dev qt6-qpa-plugins qt6-translations-l10n iso-codes
     # plugins: scripts and their zip archives
     libjavascriptcoregtk-4.1-dev libzip-dev
+    # the invoice search index (SQLite with FTS5)
+    libsqlite3-dev
     # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)
     poppler-utils qpdf
     # checks of the desktop entry and the AppStream description

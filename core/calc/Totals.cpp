@@ -1,5 +1,8 @@
 #include "calc/Totals.h"
 
+#include <QHash>
+#include <QLocale>
+
 #include <algorithm>
 #include <cmath>
 
@@ -138,6 +141,20 @@ QList<VATGroup> vatGroups(const Invoice& invoice)
 {
     const double subtotal = netSubtotal(invoice);
     return groupsFor(invoice, subtotal, discountFor(invoice, subtotal));
+}
+
+QString formatMoney(double amount, const QString& currencyCode, Language language)
+{
+    using namespace Qt::Literals::StringLiterals;
+    static const QHash<QString, QString> symbols{{u"EUR"_s, u"€"_s}, {u"USD"_s, u"$"_s},  {u"GBP"_s, u"£"_s},
+                                                 {u"JPY"_s, u"¥"_s}, {u"CNY"_s, u"¥"_s},  {u"INR"_s, u"₹"_s},
+                                                 {u"KRW"_s, u"₩"_s}, {u"PLN"_s, u"zł"_s}, {u"ILS"_s, u"₪"_s}};
+    double rounded = round2(amount);
+    if (rounded == 0)
+        rounded = 0;
+    const QLocale locale = language == Language::german ? QLocale(QLocale::German, QLocale::Germany)
+                                                        : QLocale(QLocale::English, QLocale::UnitedStates);
+    return locale.toCurrencyString(rounded, symbols.value(currencyCode, currencyCode), 2);
 }
 
 } // namespace Totals

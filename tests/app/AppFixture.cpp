@@ -14,6 +14,7 @@ void AppFixture::SetUp()
     ASSERT_TRUE(m_home.isValid());
     qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(u"data"_s)));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(u"config"_s)));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home.filePath(u"cache"_s)));
     qputenv("LEDRA_REGION", "DE");
     m_settings = Workspace::userSettings();
     m_settings->setValue(AppSettings::interfaceLanguageKey, u"en"_s);

@@ -17,6 +17,7 @@ protected:
         m_environment = QProcessEnvironment::systemEnvironment();
         m_environment.insert(u"XDG_DATA_HOME"_qs, m_home.filePath(u"data"_qs));
         m_environment.insert(u"XDG_CONFIG_HOME"_qs, m_home.filePath(u"config"_qs));
+        m_environment.insert(u"XDG_CACHE_HOME"_qs, m_home.filePath(u"cache"_qs));
         m_environment.insert(u"LEDRA_REGION"_qs, u"DE"_qs);
         m_environment.insert(u"LEDRA_NOW"_qs, u"2025-03-14T09:30:00+01:00"_qs);
         m_environment.insert(u"LEDRA_TIMEZONE"_qs, u"Europe/Berlin"_qs);

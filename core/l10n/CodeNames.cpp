@@ -1,4 +1,4 @@
-#include "CodeNames.h"
+#include "l10n/CodeNames.h"
 
 #include <QFile>
 #include <QHash>
