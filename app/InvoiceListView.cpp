@@ -98,6 +98,14 @@ InvoiceListView::InvoiceListView(QWidget* parent) : QTreeView(parent)
     header()->setStretchLastSection(false);
     header()->setSortIndicatorShown(true);
 
+    m_dropHint = new QLabel(viewport());
+    m_dropHint->setObjectName(u"dropHint"_s);
+    m_dropHint->setAlignment(Qt::AlignCenter);
+    m_dropHint->setAutoFillBackground(true);
+    m_dropHint->setStyleSheet(u"QLabel#dropHint { border: 2px dashed palette(highlight); border-radius: 8px; "
+                              u"background: palette(base); color: palette(highlight); font-size: 13pt; }"_s);
+    m_dropHint->hide();
+
     m_empty = new QWidget(viewport());
     auto* layout = new QVBoxLayout(m_empty);
     layout->setAlignment(Qt::AlignCenter);
@@ -180,6 +188,20 @@ void InvoiceListView::resizeEvent(QResizeEvent* event)
 {
     QTreeView::resizeEvent(event);
     m_empty->setGeometry(viewport()->rect().adjusted(16, 16, -16, -16));
+    m_dropHint->setGeometry(viewport()->rect().adjusted(8, 8, -8, -8));
+}
+
+void InvoiceListView::setDropHint(const QString& text)
+{
+    m_dropHint->setText(text);
+    m_dropHint->setGeometry(viewport()->rect().adjusted(8, 8, -8, -8));
+    m_dropHint->setVisible(!text.isEmpty());
+    m_dropHint->raise();
+}
+
+QString InvoiceListView::dropHint() const
+{
+    return m_dropHint->isVisible() ? m_dropHint->text() : QString();
 }
 
 void InvoiceListView::updateEmptyState()

@@ -24,6 +24,9 @@ public:
 
     // The texts of the empty state: no invoices at all, or none that match.
     void setEmptyTexts(const QString& title, const QString& hint, bool offerNewInvoice);
+    // Said over the list while something is dragged onto it; an empty text hides it.
+    void setDropHint(const QString& text);
+    QString dropHint() const;
 
 Q_SIGNALS:
     void newInvoiceRequested();
@@ -38,4 +41,5 @@ private:
     QLabel* m_emptyTitle = nullptr;
     QLabel* m_emptyHint = nullptr;
     QPushButton* m_newInvoice = nullptr;
+    QLabel* m_dropHint = nullptr;
 };

@@ -21,9 +21,12 @@
 #include "search/SpotlightIndexer.h"
 #include "storage/RateLimitedSaver.h"
 #include "tasks/AutoExport.h"
+#include "tasks/ContactTasks.h"
+#include "tasks/TaskError.h"
 #include "tasks/ImportTasks.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
+#include "util/Files.h"
 
 #include <QAction>
 #include <QActionGroup>
@@ -57,6 +60,33 @@
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
+
+namespace {
+
+// How contacts programs hand over a card.
+QStringList vCardFormats()
+{
+    return {u"text/vcard"_s, u"text/x-vcard"_s, u"text/directory"_s};
+}
+
+bool isContactFile(const QString& path)
+{
+    return path.endsWith(u".vcf"_s, Qt::CaseInsensitive) || path.endsWith(u".vcard"_s, Qt::CaseInsensitive);
+}
+
+bool hasContact(const QMimeData* data)
+{
+    for (const QString& format : vCardFormats())
+        if (data->hasFormat(format))
+            return true;
+    if (data->hasUrls())
+        for (const QUrl& url : data->urls())
+            if (url.isLocalFile() && isContactFile(url.toLocalFile()))
+                return true;
+    return false;
+}
+
+} // namespace
 
 namespace {
 
@@ -769,6 +799,9 @@ void MainWindow::onStoreReloaded()
 
 void MainWindow::showNewlyCreated()
 {
+    // Invoices from contacts are opened once their recipient is in.
+    if (m_creatingFromContacts)
+        return;
     if (const auto id = m_workspace.invoices().newlyCreatedInvoiceId())
         reveal(*id);
 }
@@ -1087,6 +1120,8 @@ void MainWindow::openFiles(const QStringList& files)
             m_documents->importDataFile(file, true);
         else if (name.endsWith(u".ledraplugin"_s) || name.endsWith(u".ledraplugin.zip"_s))
             installPlugin(file);
+        else if (isContactFile(file))
+            createFromContacts(Files::read(file).value_or(QByteArray()), QFileInfo(file).fileName());
         else
             (ImportTasks::isImportable(file) ? importable : refused).append(file);
     }
@@ -1099,9 +1134,15 @@ void MainWindow::openFiles(const QStringList& files)
 
 void MainWindow::dragEnterEvent(QDragEnterEvent* event)
 {
-    if (!event->mimeData()->hasUrls())
+    const QMimeData* data = event->mimeData();
+    if (hasContact(data)) {
+        m_list->setDropHint(ui(u"Drop Contact here\nto Create new Invoice"));
+        event->acceptProposedAction();
         return;
-    for (const QUrl& url : event->mimeData()->urls())
+    }
+    if (!data->hasUrls())
+        return;
+    for (const QUrl& url : data->urls())
         if (url.isLocalFile() && (ImportTasks::isImportable(url.toLocalFile()) ||
                                   url.toLocalFile().endsWith(u".ledradata"_s, Qt::CaseInsensitive))) {
             event->acceptProposedAction();
@@ -1109,15 +1150,53 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event)
         }
 }
 
+void MainWindow::dragLeaveEvent(QDragLeaveEvent* event)
+{
+    m_list->setDropHint({});
+    QMainWindow::dragLeaveEvent(event);
+}
+
 void MainWindow::dropEvent(QDropEvent* event)
 {
+    m_list->setDropHint({});
+    const QMimeData* data = event->mimeData();
+    event->acceptProposedAction();
+    // A card from a contacts program comes as data, not as a file.
+    for (const QString& format : vCardFormats())
+        if (data->hasFormat(format)) {
+            const QByteArray card = data->data(format);
+            QTimer::singleShot(0, this,
+                               [this, card] { createFromContacts(card, ui(u"the dropped contact")); });
+            return;
+        }
     QStringList files;
-    for (const QUrl& url : event->mimeData()->urls())
+    for (const QUrl& url : data->urls())
         if (url.isLocalFile())
             files.append(url.toLocalFile());
-    event->acceptProposedAction();
     // Imported after the drop has finished, so that the source program is not kept waiting.
     QTimer::singleShot(0, this, [this, files] { openFiles(files); });
+}
+
+void MainWindow::createFromContacts(const QByteArray& vcard, const QString& source)
+{
+    saveNow();
+    QList<Invoice> created;
+    m_creatingFromContacts = true;
+    try {
+        created = ContactTasks::createInvoicesFromVCard(m_workspace, vcard);
+    } catch (const TaskError& error) {
+        m_creatingFromContacts = false;
+        m_messages->show(MessageBar::Kind::warning, source + u": "_s + error.message());
+        return;
+    }
+    m_creatingFromContacts = false;
+    reveal(created.last().id);
+    QStringList names;
+    for (const Invoice& invoice : created)
+        names.append(invoice.businessName.isEmpty() ? invoice.name : invoice.businessName);
+    setStatusText(created.size() == 1
+                      ? ui(u"New invoice for %1").arg(names.first())
+                      : ui(u"%1 new invoices: %2").arg(created.size()).arg(names.join(u", "_s)));
 }
 
 void MainWindow::backUpNow()

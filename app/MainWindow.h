@@ -42,6 +42,8 @@ public:
 
     // Opens files given on the command line or dropped on the window.
     void openFiles(const QStringList& files);
+    // New invoices addressed to the contacts of vCard data (a dropped card or .vcf file).
+    void createFromContacts(const QByteArray& vcard, const QString& source);
     // Shows the first-start guide when the profile has no sender data yet (and it was not
     // skipped before).
     void offerOnboarding();
@@ -65,6 +67,7 @@ public:
 protected:
     void closeEvent(QCloseEvent* event) override;
     void dragEnterEvent(QDragEnterEvent* event) override;
+    void dragLeaveEvent(QDragLeaveEvent* event) override;
     void dropEvent(QDropEvent* event) override;
     void changeEvent(QEvent* event) override;
     bool event(QEvent* event) override;
@@ -140,6 +143,7 @@ private:
     QLabel* m_statusText = nullptr;
     DocumentActions* m_documents = nullptr;
     BackgroundServices* m_services = nullptr;
+    bool m_creatingFromContacts = false;
     QUndoGroup* m_undoGroup = nullptr;
     QHash<QUuid, QUndoStack*> m_undoStacks;
     std::unique_ptr<RateLimitedSaver> m_saver;

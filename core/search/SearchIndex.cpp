@@ -102,8 +102,10 @@ QStringList spellings(const QString& word)
         if (umlaut != u"ß")
             german.replace(replacement, umlaut);
     }
+    QString sharp = word;
+    sharp.replace(u"ss"_s, u"ß"_s);
     QStringList forms{word};
-    for (const QString& form : {ascii, german})
+    for (const QString& form : {ascii, german, sharp})
         if (!forms.contains(form))
             forms.append(form);
     return forms;

@@ -26,7 +26,7 @@ TEST(Translations, EveryInterfaceTextHasAGermanEntry)
             QString key;
             for (auto part = literal.globalMatch(match.next().captured(1)); part.hasNext();)
                 key += part.next().captured(1);
-            key.replace(u"\\\""_s, u"\""_s);
+            key.replace(u"\\\""_s, u"\""_s).replace(u"\\n"_s, u"\n"_s);
             ++keys;
             if (!Strings::hasEntry(key, Language::german))
                 untranslated.append(key);

@@ -122,6 +122,7 @@ TEST_F(SearchIndexTest, FindsWhatPeopleType)
     EXPECT_EQ(find(u"mueller"_s).size(), 2);
     EXPECT_EQ(find(u"sohne"_s).size(), 1);
     EXPECT_EQ(find(u"soehne"_s).size(), 1);
+    EXPECT_EQ(find(u"sohne gmbh"_s).size(), 1);
     // Numbers with and without separators, amounts in both decimal forms.
     EXPECT_EQ(find(u"2025-003"_s), QStringList{u"2025-003 · Mueller Bau"_s});
     EXPECT_EQ(find(u"2025003"_s), QStringList{u"2025-003 · Mueller Bau"_s});
