@@ -4,6 +4,7 @@
 #include "einvoice/XMLGenerator.h"
 #include "exchange/ProfileExchange.h"
 #include "model/InvoiceJson.h"
+#include "search/SpotlightIndexer.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
 
@@ -126,6 +127,23 @@ int main(int argc, char* argv[])
         xmlBytes += XMLGenerator::generate(decoded[i % decoded.size()], sender).value_or(QByteArray()).size();
     const double xmlSeconds = double(timer.nsecsElapsed()) / 1e9;
 
+    // The search index: every invoice of the profile from scratch, then what people type.
+    SpotlightIndexer indexer(home.filePath(QStringLiteral("cache/search-index.sqlite")));
+    timer.restart();
+    indexer.synchronize(profiles, true);
+    indexer.waitForIdle();
+    const double indexSeconds = double(timer.nsecsElapsed()) / 1e9;
+    const QStringList queries{QStringLiteral("customer 4711"), QStringLiteral("münchen line"),
+                              QStringLiteral("hauptstrasse 12"), QStringLiteral("2025"),
+                              QStringLiteral("business gmbh")};
+    constexpr int rounds = 20;
+    timer.restart();
+    qsizetype found = 0;
+    for (int i = 0; i < rounds; ++i)
+        for (const QString& query : queries)
+            found += indexer.searchNow(query, std::nullopt, 50).size();
+    const double queryMs = double(timer.nsecsElapsed()) / 1e6 / (rounds * queries.size());
+
     // Ledra Data files: the whole profile out to one file and back in beside it.
     const QString dataFile = home.filePath(QStringLiteral("Default.ledradata"));
     timer.restart();
@@ -146,6 +164,10 @@ int main(int argc, char* argv[])
                 double(xmlBytes) / 1e6, items == 20 ? (xmlSeconds < 0.5 ? "  OK" : "  SLOW") : "");
     std::printf("store: saving one invoice %.2f ms (target < 5 ms)%s\n", saveMs,
                 saveMs < 5 ? "  OK" : "  SLOW");
+    std::printf("search: indexing %lld invoices %.3f s (target < 5 s)%s\n", indexer.count(), indexSeconds,
+                indexSeconds < 5 ? "  OK" : "  SLOW");
+    std::printf("search: one query %.2f ms, %lld results in all (target < 20 ms)%s\n", queryMs, qint64(found),
+                queryMs < 20 ? "  OK" : "  SLOW");
     std::printf("profile export: %.3f s (%.1f MB file; target < 3 s)%s\n", exportSeconds,
                 double(QFileInfo(dataFile).size()) / 1e6, exportSeconds < 3 ? "  OK" : "  SLOW");
     std::printf("profile import: %.3f s as \"%s\" (target < 3 s)%s\n", importSeconds,
