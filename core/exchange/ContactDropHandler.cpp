@@ -2,6 +2,7 @@
 
 #include "exchange/ProfileExchange.h"
 #include "exchange/VCard.h"
+#include "l10n/CodeNames.h"
 #include "model/Region.h"
 
 #include <QHash>
@@ -143,8 +144,8 @@ std::optional<Country> ContactDropHandler::countryNamed(const QString& text)
         if (Region::isSupported(code))
             return code;
     }
-    // The names of the locale data, built once: English ones and each country's name in its
-    // own languages, which covers German cards for the German-speaking countries.
+    // The names of the locale data and of the ISO tables, built once: English and German ones,
+    // and each country's name in its own languages.
     static const QHash<QString, QString> byName = [] {
         QHash<QString, QString> names;
         auto add = [&](const QString& name, const QString& code) {
@@ -157,8 +158,12 @@ std::optional<Country> ContactDropHandler::countryNamed(const QString& text)
             if (Region::isSupported(Country{code}))
                 add(locale.nativeTerritoryName(), code);
         }
-        for (const Country& country : Region::supportedCountries())
+        for (const Country& country : Region::supportedCountries()) {
             add(QLocale::territoryToString(QLocale::codeToTerritory(country.code)), country.code);
+            // German address books write "Frankreich", "Niederlande".
+            add(CodeNames::countryName(country, Language::german), country.code);
+            add(CodeNames::countryName(country, Language::english), country.code);
+        }
         add(u"USA"_s, u"US"_s);
         add(u"UK"_s, u"GB"_s);
         return names;

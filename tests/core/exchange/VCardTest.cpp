@@ -242,6 +242,8 @@ TEST(Contact, TheRecipientTakesTheContactAndItsCountryWhenNamed)
                                                             {u" ch "_s, u"CH"_s},
                                                             {u"Schweiz"_s, u"CH"_s},
                                                             {u"France"_s, u"FR"_s},
+                                                            {u"Frankreich"_s, u"FR"_s},
+                                                            {u"Niederlande"_s, u"NL"_s},
                                                             {u"United States"_s, u"US"_s},
                                                             {u"USA"_s, u"US"_s}}) {
         EXPECT_EQ(ContactDropHandler::countryNamed(text).value_or(Country()).code, code) << qPrintable(text);
