@@ -210,6 +210,10 @@ int run(int argc, char* argv[])
     parser.addOption(
         {u"demo"_s, u"Open a sample data folder in a temporary place (your own data is not touched)."_s});
     parser.addOption({u"screenshots"_s, u"Write pictures of the window into DIR and quit."_s, u"DIR"_s});
+    parser.addOption(
+        {u"show"_s,
+         u"Open the invoice of a search result (PROFILE-ID/INVOICE-ID, as `ledra search` gives it)."_s,
+         u"ID"_s});
     parser.addPositionalArgument(u"FILE"_s, u"PDF files or e-invoices to import."_s, u"[FILE...]"_s);
     parser.process(app);
 
@@ -226,10 +230,13 @@ int run(int argc, char* argv[])
     MainWindow window(workspace, *settings);
     window.show();
     const QStringList files = parser.positionalArguments();
-    QTimer::singleShot(0, &window, [&window, files] {
+    const QString shown = parser.value(u"show"_s);
+    QTimer::singleShot(0, &window, [&window, files, shown] {
         window.offerOnboarding();
         if (!files.isEmpty())
             window.openFiles(files);
+        if (!shown.isEmpty())
+            window.showSearchResult(shown);
     });
     // The day's backup, once the window is there; it is written on another thread.
     if (!demoHome)

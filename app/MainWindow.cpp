@@ -22,8 +22,8 @@
 #include "storage/RateLimitedSaver.h"
 #include "tasks/AutoExport.h"
 #include "tasks/ContactTasks.h"
-#include "tasks/TaskError.h"
 #include "tasks/ImportTasks.h"
+#include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
 #include "util/Files.h"
@@ -1175,6 +1175,21 @@ void MainWindow::dropEvent(QDropEvent* event)
             files.append(url.toLocalFile());
     // Imported after the drop has finished, so that the source program is not kept waiting.
     QTimer::singleShot(0, this, [this, files] { openFiles(files); });
+}
+
+bool MainWindow::showSearchResult(const QString& identifier)
+{
+    const auto ref = SpotlightInvoiceRef::parse(identifier);
+    if (!ref || !m_workspace.profiles().profile(ref->profileId))
+        return false;
+    if (m_workspace.activeProfile().id != ref->profileId)
+        m_workspace.profiles().setActiveProfile(ref->profileId);
+    if (!m_workspace.invoices().invoice(ref->invoiceId))
+        return false;
+    reveal(ref->invoiceId);
+    raise();
+    activateWindow();
+    return true;
 }
 
 void MainWindow::createFromContacts(const QByteArray& vcard, const QString& source)

@@ -44,6 +44,9 @@ public:
     void openFiles(const QStringList& files);
     // New invoices addressed to the contacts of vCard data (a dropped card or .vcf file).
     void createFromContacts(const QByteArray& vcard, const QString& source);
+    // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
+    // (and nothing happens) for an identifier that names no invoice.
+    bool showSearchResult(const QString& identifier);
     // Shows the first-start guide when the profile has no sender data yet (and it was not
     // skipped before).
     void offerOnboarding();

@@ -1,6 +1,7 @@
 #include "AppFixture.h"
 
 #include "InvoiceListView.h"
+#include "search/SearchIndex.h"
 #include "support/TestSupport.h"
 
 #include <QDragEnterEvent>
@@ -78,4 +79,30 @@ TEST_F(SearchAndContactsTest, ADroppedContactCardBecomesAnOpenInvoice)
     QApplication::sendEvent(&window(), &dropBroken);
     spin(100);
     EXPECT_EQ(workspace().invoices().invoices().size(), before + 2);
+}
+
+TEST_F(SearchAndContactsTest, ASearchResultOpensInItsProfile)
+{
+    Invoice wanted;
+    QUuid studio;
+    openWindow([&](Workspace& workspace) {
+        Profile other = Profile::makeNew(Country{u"DE"_s});
+        ASSERT_FALSE(workspace.profiles().createProfile(u"Studio"_s, &other));
+        studio = other.id;
+        const QUuid first = workspace.activeProfile().id;
+        workspace.profiles().setActiveProfile(studio);
+        wanted = workspace.invoices().createInvoice();
+        wanted.businessName = u"Seeblick Hotel"_s;
+        ASSERT_FALSE(workspace.invoices().saveInvoice(wanted));
+        workspace.profiles().setActiveProfile(first);
+    });
+    ASSERT_NE(workspace().activeProfile().id, studio);
+    EXPECT_FALSE(window().showSearchResult(u"not-an-identifier"_s));
+    EXPECT_FALSE(window().showSearchResult(QUuid::createUuid().toString() + u'/' + wanted.id.toString()));
+    EXPECT_NE(workspace().activeProfile().id, studio);
+
+    ASSERT_TRUE(window().showSearchResult(SpotlightItem::uniqueIdentifierOf(studio, wanted.id)));
+    EXPECT_EQ(workspace().activeProfile().id, studio);
+    ASSERT_TRUE(window().editor()->invoice().has_value());
+    EXPECT_EQ(window().editor()->invoice()->businessName, u"Seeblick Hotel");
 }
