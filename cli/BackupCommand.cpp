@@ -1,7 +1,6 @@
 #include "Commands.h"
 
 #include "exchange/BackupManager.h"
-#include "exchange/ProfileExchange.h"
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -73,17 +72,7 @@ protected:
         }
         if (action == u"restore") {
             action.expect(1);
-            ProfileImportResult result;
-            try {
-                result = ProfileImporter(data.profiles()).importFile(action.args[0]);
-            } catch (const ProfileImportError& error) {
-                throw CliError(u"%1: %2"_s.arg(action.args[0], error.message()));
-            }
-            for (const QString& imported : result.imported)
-                out() << "Restored profile \"" << imported << "\"\n";
-            for (const QString& failure : result.failures)
-                err() << "ledra backup: could not restore " << failure << '\n';
-            return result.imported.isEmpty() ? ExitCode::failure : ExitCode::ok;
+            return importDataFile(u"backup"_s, action.args[0], u"Restored"_s);
         }
         if (action == u"set") {
             action.expect(2);

@@ -1,5 +1,7 @@
 #include "Commands.h"
 
+#include "exchange/ProfileExchange.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -77,6 +79,23 @@ void expectArguments(const QString& action, const QStringList& arguments, qsizet
 {
     if (arguments.size() != count)
         throw CliError(QStringLiteral("%1 takes %2 argument(s)").arg(action).arg(count));
+}
+
+int importDataFile(const QString& command, const QString& path, const QString& verb)
+{
+    ProfileImportResult result;
+    try {
+        result = ProfileImporter(workspace().profiles()).importFile(path);
+    } catch (const ProfileImportError& error) {
+        const QString detail =
+            error.detail().isEmpty() || error.detail() == path ? QString() : u" ("_s + error.detail() + u')';
+        throw CliError(u"%1: %2%3"_s.arg(path, error.message(), detail));
+    }
+    for (const QString& imported : result.imported)
+        out() << verb << " profile \"" << imported << "\"\n";
+    for (const QString& failure : result.failures)
+        err() << "ledra " << command << ": " << path << ": could not add " << failure << '\n';
+    return result.imported.isEmpty() ? ExitCode::failure : ExitCode::ok;
 }
 
 QString joinNonEmpty(const QStringList& parts)

@@ -83,6 +83,11 @@ void printMissingFields(const QString& command, const IncompleteEInvoice& incomp
 // holds exactly `count` values.
 void expectArguments(const QString& action, const QStringList& arguments, qsizetype count);
 
+// Adds the profiles of a Ledra Data file (an export or a backup) beside the existing ones and
+// reports each as "<verb> profile "NAME"". Exit status 1 when none came in; throws CliError
+// when the file cannot be used.
+int importDataFile(const QString& command, const QString& path, const QString& verb);
+
 // The non-empty parts joined with ", ".
 QString joinNonEmpty(const QStringList& parts);
 

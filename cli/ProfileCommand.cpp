@@ -96,20 +96,7 @@ protected:
         }
         if (action == u"import") {
             action.expect(1);
-            ProfileImportResult result;
-            try {
-                result = ProfileImporter(profiles).importFile(action.args[0]);
-            } catch (const ProfileImportError& error) {
-                const QString detail = error.detail().isEmpty() || error.detail() == action.args[0]
-                                           ? QString()
-                                           : u" ("_s + error.detail() + u')';
-                throw CliError(u"%1: %2%3"_s.arg(action.args[0], error.message(), detail));
-            }
-            for (const QString& imported : result.imported)
-                out() << "Imported profile \"" << imported << "\"\n";
-            for (const QString& failure : result.failures)
-                err() << "ledra profile: " << action.args[0] << ": could not import " << failure << '\n';
-            return result.imported.isEmpty() ? ExitCode::failure : ExitCode::ok;
+            return importDataFile(u"profile"_s, action.args[0], u"Imported"_s);
         }
         if (action == u"set") {
             action.expect(2);
