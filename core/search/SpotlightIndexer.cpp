@@ -49,9 +49,11 @@ SpotlightIndexer::~SpotlightIndexer()
     delete m_thread;
 }
 
-void SpotlightIndexer::post(std::function<void(SearchIndex&)> work, const char* failure)
+void SpotlightIndexer::post(std::function<void(SearchIndex&)> work, const char* failure,
+                            std::function<void()> finally)
 {
-    QMetaObject::invokeMethod(m_worker, [index = m_index, path = m_path, work = std::move(work), failure] {
+    QMetaObject::invokeMethod(m_worker, [index = m_index, path = m_path, work = std::move(work), failure,
+                                         finally = std::move(finally)] {
         try {
             if (!*index)
                 *index = std::make_unique<SearchIndex>(path);
@@ -59,6 +61,9 @@ void SpotlightIndexer::post(std::function<void(SearchIndex&)> work, const char* 
         } catch (const std::exception& error) {
             qCWarning(lcSearch).noquote() << failure << QString::fromUtf8(error.what());
         }
+        // Also when the index could not be opened: whoever waits for this work must not wait forever.
+        if (finally)
+            finally();
     });
 }
 
@@ -67,24 +72,11 @@ void SpotlightIndexer::runBlocking(std::function<void(SearchIndex&)> work, const
     QMutex mutex;
     QWaitCondition done;
     bool finished = false;
-    post(
-        [&](SearchIndex& index) {
-            // Runs whatever happens to `work`, so that the caller never waits forever.
-            struct Signal
-            {
-                QMutex& mutex;
-                QWaitCondition& done;
-                bool& finished;
-                ~Signal()
-                {
-                    QMutexLocker lock(&mutex);
-                    finished = true;
-                    done.wakeAll();
-                }
-            } signal{mutex, done, finished};
-            work(index);
-        },
-        failure);
+    post(std::move(work), failure, [&] {
+        QMutexLocker lock(&mutex);
+        finished = true;
+        done.wakeAll();
+    });
     QMutexLocker lock(&mutex);
     while (!finished)
         done.wait(&mutex);
@@ -202,20 +194,17 @@ int SpotlightIndexer::synchronizeFolders(SearchIndex& index, const QList<Folder>
 void SpotlightIndexer::search(const QString& query, const std::optional<QUuid>& profileId, int limit,
                               std::function<void(QList<SearchResult>)> done)
 {
-    post(
-        [this, query, profileId, limit, done = std::move(done)](SearchIndex& index) {
-            QList<SearchResult> results;
-            try {
-                results = index.search(query, profileId, limit);
-            } catch (const SearchIndexError& error) {
-                qCWarning(lcSearch).noquote() << "Search failed:" << error.message();
-            }
-            QMetaObject::invokeMethod(this, [done, results] {
-                if (done)
-                    done(results);
-            });
-        },
-        "Search failed:");
+    auto results = std::make_shared<QList<SearchResult>>();
+    post([query, profileId, limit,
+          results](SearchIndex& index) { *results = index.search(query, profileId, limit); },
+         "Search failed:",
+         // An index that failed answers with no results, so the caller is never left waiting.
+         [this, results, done = std::move(done)] {
+             QMetaObject::invokeMethod(this, [done, results] {
+                 if (done)
+                     done(*results);
+             });
+         });
 }
 
 QList<SearchResult> SpotlightIndexer::searchNow(const QString& query, const std::optional<QUuid>& profileId,

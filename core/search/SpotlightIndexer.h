@@ -62,7 +62,8 @@ private:
         QString invoicesFolder;
     };
     // Runs on the worker thread, with the index opened on first use.
-    void post(std::function<void(SearchIndex&)> work, const char* failure);
+    void post(std::function<void(SearchIndex&)> work, const char* failure,
+              std::function<void()> finally = {});
     void runBlocking(std::function<void(SearchIndex&)> work, const char* failure);
     static int synchronizeFolders(SearchIndex& index, const QList<Folder>& folders, Language language,
                                   bool rebuild);

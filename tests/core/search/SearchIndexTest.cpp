@@ -4,6 +4,7 @@
 #include "support/StorageFixture.h"
 #include "util/Files.h"
 
+#include <QDir>
 #include <QFile>
 #include <QSignalSpy>
 
@@ -84,7 +85,8 @@ TEST_F(SearchIndexTest, ItemsCarryTitleDescriptionAndFullText)
     EXPECT_EQ(item.title, u"2025-001 · Becker & Söhne GmbH");
     EXPECT_TRUE(item.fullText.contains(u"\n20457 Hamburg\nFrankreich\nJana Becker\n"_s))
         << item.fullText.toStdString();
-    EXPECT_TRUE(item.description.startsWith(u"Rechnung 2025-001 für Becker & Söhne GmbH. Gesamt 238,00\u00a0€."_s))
+    EXPECT_TRUE(
+        item.description.startsWith(u"Rechnung 2025-001 für Becker & Söhne GmbH. Gesamt 238,00\u00a0€."_s))
         << item.description.toStdString();
     EXPECT_TRUE(item.keywords.contains(u"EUR"_s));
     EXPECT_TRUE(item.keywords.contains(u"Versendet"_s) || item.keywords.contains(u"Gesendet"_s))
@@ -224,4 +226,31 @@ TEST_F(SearchIndexTest, AMissingOrDamagedIndexIsRebuiltFromTheDataFolder)
     m_indexer->synchronize(profiles());
     EXPECT_EQ(m_indexer->count(), 4);
     EXPECT_EQ(find(u"nordlicht"_s).size(), 1);
+}
+
+TEST_F(SearchIndexTest, AnIndexThatCannotBeOpenedIsALogLineNotAFailure)
+{
+    // A folder where the database file should be: neither opened nor replaced.
+    QDir().mkpath(indexPath());
+    QDir().mkpath(indexPath() + u"/inside"_s);
+    QStringList lines;
+    static QStringList* s_lines = nullptr;
+    s_lines = &lines;
+    const QtMessageHandler previous =
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString& message) {
+            if (s_lines)
+                s_lines->append(message);
+        });
+    {
+        SpotlightIndexer indexer(indexPath());
+        const Invoice invoice = saved(u"Becker"_s, u""_s, u"Logo"_s, 10);
+        indexer.index(invoice, *profiles().activeProfile(), *invoices().filePath(invoice.id));
+        indexer.remove(profiles().activeProfile()->id, invoice.id);
+        EXPECT_TRUE(indexer.searchNow(u"becker"_s).isEmpty());
+    }
+    qInstallMessageHandler(previous);
+    s_lines = nullptr;
+    const QString log = lines.join(u'\n');
+    EXPECT_TRUE(log.contains(u"Spotlight indexing failed:"_s)) << log.toStdString();
+    EXPECT_TRUE(log.contains(u"Spotlight removal failed:"_s)) << log.toStdString();
 }
