@@ -1,0 +1,573 @@
+#include "extraction/TextParser.h"
+
+#include "extraction/PartialJson.h"
+#include "l10n/Strings.h"
+#include "model/Invoice.h"
+#include "model/Profile.h"
+#include "util/Clock.h"
+
+#include <QHostAddress>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTimer>
+
+using namespace Qt::Literals::StringLiterals;
+
+const QString TextParser::instructions =
+    u"You extract invoice details from free-form text such as a pasted email, a note, or an address block. "
+    u"The text may be in German or English and may contain only a recipient address, only a list of "
+    u"services, or a complete invoice.\n\nRules:\n- Only extract information that is actually present. Never "
+    u"invent, guess, or fill in placeholder values. Leave any unknown field empty.\n- Copy names, addresses, "
+    u"and numbers verbatim; do not translate or reformat them, other than converting dates to yyyy-MM-dd and "
+    u"using ISO codes where asked.\n- Interpret prices as net unit prices. Numbers may use a decimal comma "
+    u"(e.g. \"1.234,50\" means 1234.50).\n- Do not compute totals or taxes \u2014 only capture the per-line "
+    u"values that are stated."_s;
+
+namespace {
+
+QString ui(QStringView key)
+{
+    return Strings::ui(key);
+}
+
+QString origin(const QUrl& url)
+{
+    return url
+        .adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment | QUrl::StripTrailingSlash)
+        .toString();
+}
+
+QString notReachable(const QUrl& url)
+{
+    return ui(u"No language model server answers at %1. Start one on this computer, for example with "
+              u"\u201Cllama-server -m MODEL.gguf --port 8080\u201D or \u201Collama serve\u201D, or enter its "
+              u"address in Preferences.")
+        .arg(origin(url));
+}
+
+QString stillLoading()
+{
+    return ui(u"The language model server is still loading its model. Try again in a little while.");
+}
+
+QString otherState()
+{
+    return ui(u"The local language model isn\u2019t available right now.");
+}
+
+// A server error's own words: {"error":{"message":…}} (OpenAI style) or {"error":"…"} (Ollama).
+QString errorMessageOf(const QByteArray& body)
+{
+    const QJsonObject object = QJsonDocument::fromJson(body).object();
+    const QJsonValue error = object.value(u"error"_s);
+    if (error.isString())
+        return error.toString();
+    if (error.isObject())
+        return error.toObject().value(u"message"_s).toString();
+    return {};
+}
+
+bool isLoadingError(int status, const QByteArray& body)
+{
+    return status == 503 || errorMessageOf(body).contains(u"loading"_s, Qt::CaseInsensitive);
+}
+
+std::optional<QDate> isoDate(const std::optional<QString>& text)
+{
+    if (!text)
+        return std::nullopt;
+    const QDate date = QDate::fromString(*text, u"yyyy-MM-dd"_s);
+    if (!date.isValid())
+        return std::nullopt;
+    return date;
+}
+
+Timestamp withDate(Timestamp moment, QDate date)
+{
+    const QDateTime local = moment.toLocalDateTime();
+    return Timestamp::fromDateTime(QDateTime(date, local.time(), Clock::timeZone()));
+}
+
+Unit unitOf(ExtractedUnit unit)
+{
+    switch (unit) {
+    case ExtractedUnit::piece:
+        return Unit::piece;
+    case ExtractedUnit::hour:
+        return Unit::hour;
+    case ExtractedUnit::day:
+        return Unit::day;
+    case ExtractedUnit::week:
+        return Unit::week;
+    case ExtractedUnit::lumpSum:
+        return Unit::lumpSum;
+    }
+    return Unit::piece;
+}
+
+void take(QString& target, const std::optional<QString>& value)
+{
+    if (value && !value->trimmed().isEmpty())
+        target = value->trimmed();
+}
+
+} // namespace
+
+TextParserSettings TextParserSettings::load(const QSettings& settings)
+{
+    TextParserSettings result;
+    const QString url = settings.value(QLatin1StringView(serverUrlKey)).toString().trimmed();
+    if (settings.contains(QLatin1StringView(serverUrlKey)))
+        result.serverUrl = QUrl::fromUserInput(url);
+    result.model = settings.value(QLatin1StringView(modelKey)).toString().trimmed();
+    result.allowRemoteHost = settings.value(QLatin1StringView(allowRemoteHostKey), false).toBool();
+    return result;
+}
+
+void TextParserSettings::save(QSettings& settings) const
+{
+    settings.setValue(QLatin1StringView(serverUrlKey), serverUrl.toString());
+    settings.setValue(QLatin1StringView(modelKey), model);
+    settings.setValue(QLatin1StringView(allowRemoteHostKey), allowRemoteHost);
+}
+
+TextParser::TextParser(TextParserSettings settings, QObject* parent)
+    : QObject(parent), m_settings(std::move(settings)), m_network(new QNetworkAccessManager(this)),
+      m_stallTimer(new QTimer(this))
+{
+    m_stallTimer->setSingleShot(true);
+    connect(m_stallTimer, &QTimer::timeout, this, [this] {
+        m_stalled = true;
+        if (m_reply)
+            m_reply->abort();
+    });
+}
+
+TextParser::~TextParser()
+{
+    if (m_reply) {
+        m_reply->disconnect(this);
+        m_reply->abort();
+    }
+}
+
+bool TextParser::isPermittedHost(const QUrl& url, bool allowRemoteHost)
+{
+    const QString host = url.host().toLower();
+    if (host.isEmpty())
+        return false;
+    if (allowRemoteHost)
+        return true;
+    const QHostAddress address(host);
+    if (address.isNull()) {
+        // Names: this computer, or names that only resolve on the local network.
+        static const QRegularExpression localName(
+            uR"(^(localhost|[^.]+|.*\.(localhost|local|lan|home\.arpa|internal))$)"_s);
+        return localName.match(host).hasMatch();
+    }
+    if (address.isLoopback() || address.isLinkLocal() || address.isUniqueLocalUnicast())
+        return true;
+    static const QList<std::pair<QHostAddress, int>> privateNetworks = {
+        QHostAddress::parseSubnet(u"10.0.0.0/8"_s),
+        QHostAddress::parseSubnet(u"172.16.0.0/12"_s),
+        QHostAddress::parseSubnet(u"192.168.0.0/16"_s),
+    };
+    for (const auto& [network, length] : privateNetworks)
+        if (address.isInSubnet(network, length))
+            return true;
+    return false;
+}
+
+QUrl TextParser::endpoint(const QString& path) const
+{
+    QUrl url = m_settings.serverUrl;
+    QString base = url.path();
+    while (base.endsWith(u'/'))
+        base.chop(1);
+    // "http://host:8080/v1" and "http://host:8080" both work: the paths below carry "/v1".
+    if (base.endsWith(u"/v1"_s) && path.startsWith(u"/v1/"_s))
+        base.chop(3);
+    url.setPath(base + path);
+    return url;
+}
+
+void TextParser::probe(const QString& path, std::function<void(int, QByteArray, bool)> done)
+{
+    QNetworkRequest request(endpoint(path));
+    request.setTransferTimeout(m_settings.probeTimeoutMs);
+    QNetworkReply* reply = m_network->get(request);
+    connect(reply, &QNetworkReply::finished, this, [reply, done = std::move(done)] {
+        reply->deleteLater();
+        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        done(status.toInt(), reply->readAll(), status.isValid());
+    });
+}
+
+void TextParser::checkAvailability(std::function<void(TextParserAvailability)> done)
+{
+    const QUrl& url = m_settings.serverUrl;
+    if (!url.isValid() || url.host().isEmpty() || (url.scheme() != u"http"_s && url.scheme() != u"https"_s)) {
+        done(TextParserAvailability::unavailable(
+            ui(u"No language model server is set. Enter the address of a server on this computer "
+               u"(llama-server, Ollama or LM Studio) in Preferences.")));
+        return;
+    }
+    if (!isPermittedHost(url, m_settings.allowRemoteHost)) {
+        done(TextParserAvailability::unavailable(
+            ui(u"The language model server %1 is neither on this computer nor in the local network. Invoice "
+               u"text is only sent there after you allow other hosts in Preferences.")
+                .arg(origin(url))));
+        return;
+    }
+    // Ollama answers its version; the others don't have that path.
+    probe(u"/api/version"_s, [this, done](int status, const QByteArray& body, bool reached) {
+        if (!reached) {
+            done(TextParserAvailability::unavailable(notReachable(m_settings.serverUrl)));
+            return;
+        }
+        if (status == 200 && QJsonDocument::fromJson(body).object().contains(u"version"_s))
+            probeOllama(done);
+        else
+            probeOpenAi(done);
+    });
+}
+
+void TextParser::probeOllama(std::function<void(TextParserAvailability)> done)
+{
+    probe(u"/api/tags"_s, [this, done](int status, const QByteArray& body, bool) {
+        m_api = Api::ollama;
+        m_serverName = u"Ollama"_s;
+        if (status != 200) {
+            done(TextParserAvailability::unavailable(otherState()));
+            return;
+        }
+        QStringList models;
+        for (const QJsonValue& model : QJsonDocument::fromJson(body).object().value(u"models"_s).toArray())
+            models.append(model.toObject().value(u"name"_s).toString());
+        const QString wanted = m_settings.model;
+        if (!wanted.isEmpty()) {
+            const bool present = models.contains(wanted) || models.contains(wanted + u":latest"_s);
+            if (!present) {
+                done(TextParserAvailability::unavailable(
+                    ui(u"Ollama has no model \u201C%1\u201D. Download it with \u201Collama pull %1\u201D, or "
+                       u"choose another model in Preferences.")
+                        .arg(wanted)));
+                return;
+            }
+            m_model = wanted;
+        } else if (models.isEmpty()) {
+            done(TextParserAvailability::unavailable(ui(
+                u"Ollama has no model yet. Download one, for example with \u201Collama pull llama3.2\u201D, "
+                u"and try again.")));
+            return;
+        } else {
+            m_model = models.first();
+        }
+        done(TextParserAvailability::makeAvailable());
+    });
+}
+
+void TextParser::probeOpenAi(std::function<void(TextParserAvailability)> done)
+{
+    // llama-server reports on /health whether its model is loaded; LM Studio has no such path.
+    probe(u"/health"_s, [this, done](int healthStatus, const QByteArray& healthBody, bool) {
+        m_api = Api::openAi;
+        const bool llamaServer =
+            healthStatus == 200 && QJsonDocument::fromJson(healthBody).object().contains(u"status"_s);
+        m_serverName = llamaServer ? u"llama-server"_s : ui(u"OpenAI-compatible server");
+        if (isLoadingError(healthStatus, healthBody) && healthStatus != 404) {
+            done(TextParserAvailability::unavailable(stillLoading()));
+            return;
+        }
+        probe(u"/v1/models"_s, [this, done](int status, const QByteArray& body, bool) {
+            if (isLoadingError(status, body)) {
+                done(TextParserAvailability::unavailable(stillLoading()));
+                return;
+            }
+            if (status != 200) {
+                done(TextParserAvailability::unavailable(otherState()));
+                return;
+            }
+            QStringList models;
+            for (const QJsonValue& model : QJsonDocument::fromJson(body).object().value(u"data"_s).toArray())
+                models.append(model.toObject().value(u"id"_s).toString());
+            if (models.isEmpty()) {
+                done(TextParserAvailability::unavailable(
+                    ui(u"The language model server at %1 has no model loaded. Load one and try again.")
+                        .arg(origin(m_settings.serverUrl))));
+                return;
+            }
+            // A server with one loaded model answers with it whatever name is asked for.
+            m_model = m_settings.model.isEmpty() ? models.first() : m_settings.model;
+            done(TextParserAvailability::makeAvailable());
+        });
+    });
+}
+
+QString TextParser::describe() const
+{
+    if (m_serverName.isEmpty())
+        return origin(m_settings.serverUrl);
+    return ui(u"%1 with the model \u201C%2\u201D at %3")
+        .arg(m_serverName, m_model, origin(m_settings.serverUrl));
+}
+
+void TextParser::extract(const QString& text)
+{
+    cancel();
+    m_checking = true;
+    checkAvailability([this, text](const TextParserAvailability& availability) {
+        m_checking = false;
+        if (!availability.available) {
+            Q_EMIT failed(availability.message);
+            return;
+        }
+        startChat(text);
+    });
+}
+
+void TextParser::cancel()
+{
+    if (m_reply) {
+        QNetworkReply* reply = m_reply;
+        m_reply = nullptr;
+        reply->disconnect(this);
+        reply->abort();
+        reply->deleteLater();
+    }
+    m_stallTimer->stop();
+}
+
+void TextParser::startChat(const QString& text)
+{
+    const QJsonArray messages = {
+        QJsonObject{{u"role"_s, u"system"_s}, {u"content"_s, instructions}},
+        QJsonObject{{u"role"_s, u"user"_s}, {u"content"_s, text}},
+    };
+    const QJsonObject schema = ExtractionSchema::jsonSchema();
+    QJsonObject body{{u"messages"_s, messages}, {u"stream"_s, true}};
+    if (!m_model.isEmpty())
+        body.insert(u"model"_s, m_model);
+    QUrl url;
+    if (m_api == Api::ollama) {
+        url = endpoint(u"/api/chat"_s);
+        body.insert(u"format"_s, schema);
+        body.insert(u"options"_s, QJsonObject{{u"temperature"_s, 0}});
+    } else {
+        url = endpoint(u"/v1/chat/completions"_s);
+        body.insert(u"temperature"_s, 0);
+        body.insert(u"response_format"_s,
+                    QJsonObject{{u"type"_s, u"json_schema"_s},
+                                {u"json_schema"_s, QJsonObject{{u"name"_s, u"ExtractedInvoice"_s},
+                                                               {u"strict"_s, true},
+                                                               {u"schema"_s, schema}}}});
+    }
+
+    m_pending.clear();
+    m_content.clear();
+    m_wholeResponse.clear();
+    m_serverError.clear();
+    m_lastPartial.reset();
+    m_stalled = false;
+    m_generationId = QUuid::createUuid().toString(QUuid::WithoutBraces);
+
+    QNetworkRequest request(url);
+    request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
+    request.setRawHeader("Accept", "text/event-stream, application/x-ndjson, application/json");
+    m_reply = m_network->post(request, QJsonDocument(body).toJson(QJsonDocument::Compact));
+    connect(m_reply, &QNetworkReply::readyRead, this, &TextParser::receive);
+    connect(m_reply, &QNetworkReply::finished, this, &TextParser::finish);
+    m_stallTimer->start(m_settings.stallTimeoutMs);
+}
+
+void TextParser::receive()
+{
+    if (!m_reply)
+        return;
+    m_stallTimer->start(m_settings.stallTimeoutMs);
+    consume(m_reply, m_reply->readAll());
+}
+
+void TextParser::consume(QNetworkReply* reply, const QByteArray& chunk)
+{
+    const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+    const bool eventStream =
+        reply->header(QNetworkRequest::ContentTypeHeader).toString().contains(u"event-stream"_s);
+    if (status >= 400 || (m_api == Api::openAi && !eventStream)) {
+        m_wholeResponse += chunk;
+        return;
+    }
+    m_pending += chunk;
+    bool grew = false;
+    qsizetype newline;
+    while ((newline = m_pending.indexOf('\n')) >= 0) {
+        QByteArray line = m_pending.left(newline).trimmed();
+        m_pending.remove(0, newline + 1);
+        if (m_api == Api::openAi) {
+            // Server-sent events: "data: {…}" lines, "data: [DONE]" at the end.
+            if (!line.startsWith("data:"))
+                continue;
+            line = line.mid(5).trimmed();
+            if (line == "[DONE]")
+                continue;
+        }
+        if (line.isEmpty())
+            continue;
+        const QJsonObject event = QJsonDocument::fromJson(line).object();
+        if (event.contains(u"error"_s)) {
+            m_serverError = errorMessageOf(line);
+            continue;
+        }
+        const QString piece = m_api == Api::ollama
+                                  ? event.value(u"message"_s).toObject().value(u"content"_s).toString()
+                                  : event.value(u"choices"_s)
+                                        .toArray()
+                                        .at(0)
+                                        .toObject()
+                                        .value(u"delta"_s)
+                                        .toObject()
+                                        .value(u"content"_s)
+                                        .toString();
+        if (!piece.isEmpty()) {
+            m_content += piece.toUtf8();
+            grew = true;
+        }
+    }
+    if (grew)
+        publishPartial();
+}
+
+void TextParser::publishPartial()
+{
+    const auto object = PartialJson::complete(m_content);
+    if (!object)
+        return;
+    const PartiallyGeneratedExtractedInvoice partial =
+        ExtractionSchema::decodePartial(*object, m_generationId);
+    if (m_lastPartial && *m_lastPartial == partial)
+        return;
+    m_lastPartial = partial;
+    Q_EMIT partiallyGenerated(partial);
+}
+
+void TextParser::finish()
+{
+    if (!m_reply)
+        return;
+    QNetworkReply* reply = m_reply;
+    m_reply = nullptr;
+    reply->deleteLater();
+    m_stallTimer->stop();
+    if (reply->isOpen())
+        consume(reply, reply->readAll());
+    // The last event may come without its newline.
+    if (!m_pending.trimmed().isEmpty())
+        consume(reply, "\n");
+    if (m_stalled) {
+        fail(ui(u"The language model server stopped answering. Try again, or use the offline extractor."));
+        return;
+    }
+    const QVariant statusValue = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+    if (!statusValue.isValid()) {
+        fail(notReachable(m_settings.serverUrl));
+        return;
+    }
+    const int status = statusValue.toInt();
+    if (status >= 400) {
+        const QByteArray& body = m_wholeResponse;
+        if (isLoadingError(status, body)) {
+            fail(stillLoading());
+            return;
+        }
+        const QString reason = errorMessageOf(body);
+        fail(ui(u"The language model server refused the request: %1")
+                 .arg(reason.isEmpty() ? reply->errorString() : reason));
+        return;
+    }
+    if (!m_wholeResponse.isEmpty()) {
+        // Answered in one piece: {"choices":[{"message":{"content":"…"}}]}.
+        const QJsonObject object = QJsonDocument::fromJson(m_wholeResponse).object();
+        if (object.contains(u"error"_s))
+            m_serverError = errorMessageOf(m_wholeResponse);
+        m_content = object.value(u"choices"_s)
+                        .toArray()
+                        .at(0)
+                        .toObject()
+                        .value(u"message"_s)
+                        .toObject()
+                        .value(u"content"_s)
+                        .toString()
+                        .toUtf8();
+    }
+    if (!m_serverError.isEmpty()) {
+        fail(ui(u"The language model server reported an error: %1").arg(m_serverError));
+        return;
+    }
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(m_content, &parseError);
+    if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
+        fail(ui(u"The model\u2019s answer is not the expected JSON."));
+        return;
+    }
+    try {
+        const ExtractedInvoice result = ExtractionSchema::decode(document.object());
+        Q_EMIT finished(result);
+    } catch (const ExtractionDecodingError& error) {
+        fail(ui(u"The model\u2019s answer does not fit the invoice fields: %1").arg(error.message()));
+    }
+}
+
+void TextParser::fail(const QString& message)
+{
+    Q_EMIT failed(message);
+}
+
+void TextParser::fill(Invoice& invoice, const ExtractedInvoice& extracted, const Profile& profile)
+{
+    if (const auto& r = extracted.recipient) {
+        take(invoice.name, r->name);
+        take(invoice.businessName, r->businessName);
+        take(invoice.email, r->email);
+        take(invoice.addressLineOne, r->addressLineOne);
+        take(invoice.addressLineTwo, r->addressLineTwo);
+        take(invoice.addressPostcode, r->postcode);
+        take(invoice.addressCity, r->city);
+        take(invoice.addressState, r->state);
+        static const QRegularExpression countryCode(u"^[A-Z]{2}$"_s);
+        if (r->countryCode && countryCode.match(r->countryCode->toUpper()).hasMatch())
+            invoice.addressCountry = Country{r->countryCode->toUpper()};
+    }
+    take(invoice.note, extracted.note);
+    if (extracted.reference && !extracted.reference->trimmed().isEmpty())
+        invoice.reference = extracted.reference->trimmed();
+    static const QRegularExpression currencyCode(u"^[A-Z]{3}$"_s);
+    if (extracted.currencyCode && currencyCode.match(extracted.currencyCode->toUpper()).hasMatch())
+        invoice.currency = Currency{extracted.currencyCode->toUpper()};
+
+    // A start alone is a single day; an end before the start is not taken.
+    if (const auto start = isoDate(extracted.serviceDateStart)) {
+        invoice.serviceDateStart = withDate(invoice.serviceDateStart, *start);
+        invoice.serviceDateEnd.reset();
+        if (const auto end = isoDate(extracted.serviceDateEnd); end && *end > *start)
+            invoice.serviceDateEnd = withDate(invoice.serviceDateStart, *end);
+    }
+
+    if (extracted.items && !extracted.items->isEmpty()) {
+        invoice.items.clear();
+        for (const ExtractedItem& extractedItem : *extracted.items) {
+            InvoiceItem item = InvoiceItem::makeNew();
+            item.item = extractedItem.description.value_or(QString());
+            item.quantity = extractedItem.quantity.value_or(1);
+            item.unit = extractedItem.unit ? unitOf(*extractedItem.unit) : Unit::piece;
+            item.unitPrice = extractedItem.unitPrice.value_or(0);
+            item.vatPercentage = extractedItem.vatPercentage.value_or(profile.vatPercentage);
+            invoice.items.append(item);
+        }
+        // The prices read from the text are net prices, whatever the profile's preset.
+        invoice.grossPrices = false;
+    }
+}
