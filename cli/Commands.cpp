@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "exchange/ProfileExchange.h"
+#include "util/Files.h"
 
 #include <QDir>
 #include <QFile>
@@ -30,6 +31,7 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeExportFolderCommand());
     commands.push_back(makeMailCommand());
     commands.push_back(makeSearchCommand());
+    commands.push_back(makeExtractCommand());
     commands.push_back(makeZugferdCommand());
     commands.push_back(makeAttachmentsCommand());
     commands.push_back(makeBenchCommand());
@@ -96,6 +98,26 @@ int importDataFile(const QString& command, const QString& path, const QString& v
     for (const QString& failure : result.failures)
         err() << "ledra " << command << ": " << path << ": could not add " << failure << '\n';
     return result.imported.isEmpty() ? ExitCode::failure : ExitCode::ok;
+}
+
+QString inputName(const QString& file)
+{
+    return file == u"-" ? u"standard input"_s : file;
+}
+
+QByteArray readInputArgument(const QString& file)
+{
+    if (file == u"-") {
+        QFile input;
+        if (!input.open(stdin, QIODevice::ReadOnly))
+            throw CliError(u"%1: cannot be read"_s.arg(inputName(file)));
+        return input.readAll();
+    }
+    QString error;
+    const std::optional<QByteArray> bytes = Files::read(file, &error);
+    if (!bytes)
+        throw CliError(u"%1: %2"_s.arg(file, error));
+    return *bytes;
 }
 
 QString joinNonEmpty(const QStringList& parts)

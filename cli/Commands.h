@@ -32,6 +32,7 @@ std::unique_ptr<Command> makeBackupCommand();
 std::unique_ptr<Command> makeExportFolderCommand();
 std::unique_ptr<Command> makeMailCommand();
 std::unique_ptr<Command> makeSearchCommand();
+std::unique_ptr<Command> makeExtractCommand();
 
 // A wrong argument or a refused action; like every task failure, its message is shown as it
 // stands.
@@ -87,6 +88,12 @@ void expectArguments(const QString& action, const QStringList& arguments, qsizet
 // reports each as "<verb> profile "NAME"". Exit status 1 when none came in; throws CliError
 // when the file cannot be used.
 int importDataFile(const QString& command, const QString& path, const QString& verb);
+
+// What a FILE argument names: the file's bytes, or standard input for "-". Throws CliError
+// naming the file ("standard input" for "-") and what went wrong.
+QByteArray readInputArgument(const QString& file);
+// "standard input" for "-", else the file as given.
+QString inputName(const QString& file);
 
 // The non-empty parts joined with ", ".
 QString joinNonEmpty(const QStringList& parts);

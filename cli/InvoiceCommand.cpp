@@ -5,9 +5,7 @@
 #include "numbering/NumberFormat.h"
 #include "tasks/ContactTasks.h"
 #include "util/Clock.h"
-#include "util/Files.h"
 
-#include <QFile>
 
 #include <algorithm>
 #include <cstdio>
@@ -187,21 +185,8 @@ private:
 
     int fromVCard(const QString& file)
     {
-        const bool standardInput = file == u"-";
-        const QString shownName = standardInput ? u"standard input"_s : file;
-        QByteArray data;
-        if (standardInput) {
-            QFile input;
-            if (!input.open(stdin, QIODevice::ReadOnly))
-                throw CliError(u"%1: cannot be read"_s.arg(shownName));
-            data = input.readAll();
-        } else {
-            QString error;
-            const std::optional<QByteArray> bytes = Files::read(file, &error);
-            if (!bytes)
-                throw CliError(u"%1: %2"_s.arg(shownName, error));
-            data = *bytes;
-        }
+        const QString shownName = inputName(file);
+        const QByteArray data = readInputArgument(file);
         QList<Invoice> made;
         try {
             made = ContactTasks::createInvoicesFromVCard(workspace(), data);

@@ -24,7 +24,7 @@ const QString TextParser::instructions =
     u"invent, guess, or fill in placeholder values. Leave any unknown field empty.\n- Copy names, addresses, "
     u"and numbers verbatim; do not translate or reformat them, other than converting dates to yyyy-MM-dd and "
     u"using ISO codes where asked.\n- Interpret prices as net unit prices. Numbers may use a decimal comma "
-    u"(e.g. \"1.234,50\" means 1234.50).\n- Do not compute totals or taxes \u2014 only capture the per-line "
+    u"(e.g. \"1.234,50\" means 1234.50).\n- Do not compute totals or taxes — only capture the per-line "
     u"values that are stated."_s;
 
 namespace {
@@ -44,7 +44,7 @@ QString origin(const QUrl& url)
 QString notReachable(const QUrl& url)
 {
     return ui(u"No language model server answers at %1. Start one on this computer, for example with "
-              u"\u201Cllama-server -m MODEL.gguf --port 8080\u201D or \u201Collama serve\u201D, or enter its "
+              u"“llama-server -m MODEL.gguf --port 8080” or “ollama serve”, or enter its "
               u"address in Preferences.")
         .arg(origin(url));
 }
@@ -56,7 +56,7 @@ QString stillLoading()
 
 QString otherState()
 {
-    return ui(u"The local language model isn\u2019t available right now.");
+    return ui(u"The local language model isn’t available right now.");
 }
 
 // A server error's own words: {"error":{"message":…}} (OpenAI style) or {"error":"…"} (Ollama).
@@ -253,16 +253,16 @@ void TextParser::probeOllama(std::function<void(TextParserAvailability)> done)
             const bool present = models.contains(wanted) || models.contains(wanted + u":latest"_s);
             if (!present) {
                 done(TextParserAvailability::unavailable(
-                    ui(u"Ollama has no model \u201C%1\u201D. Download it with \u201Collama pull %1\u201D, or "
+                    ui(u"Ollama has no model “%1”. Download it with “ollama pull %1”, or "
                        u"choose another model in Preferences.")
                         .arg(wanted)));
                 return;
             }
             m_model = wanted;
         } else if (models.isEmpty()) {
-            done(TextParserAvailability::unavailable(ui(
-                u"Ollama has no model yet. Download one, for example with \u201Collama pull llama3.2\u201D, "
-                u"and try again.")));
+            done(TextParserAvailability::unavailable(
+                ui(u"Ollama has no model yet. Download one, for example with “ollama pull llama3.2”, "
+                   u"and try again.")));
             return;
         } else {
             m_model = models.first();
@@ -312,15 +312,18 @@ QString TextParser::describe() const
 {
     if (m_serverName.isEmpty())
         return origin(m_settings.serverUrl);
-    return ui(u"%1 with the model \u201C%2\u201D at %3")
-        .arg(m_serverName, m_model, origin(m_settings.serverUrl));
+    return ui(u"%1 with the model “%2” at %3").arg(m_serverName, m_model, origin(m_settings.serverUrl));
 }
 
 void TextParser::extract(const QString& text)
 {
     cancel();
     m_checking = true;
-    checkAvailability([this, text](const TextParserAvailability& availability) {
+    const int run = m_run;
+    checkAvailability([this, text, run](const TextParserAvailability& availability) {
+        // Cancelled, or another text was given meanwhile.
+        if (run != m_run)
+            return;
         m_checking = false;
         if (!availability.available) {
             Q_EMIT failed(availability.message);
@@ -332,6 +335,8 @@ void TextParser::extract(const QString& text)
 
 void TextParser::cancel()
 {
+    ++m_run;
+    m_checking = false;
     if (m_reply) {
         QNetworkReply* reply = m_reply;
         m_reply = nullptr;
@@ -510,14 +515,14 @@ void TextParser::finish()
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(m_content, &parseError);
     if (parseError.error != QJsonParseError::NoError || !document.isObject()) {
-        fail(ui(u"The model\u2019s answer is not the expected JSON."));
+        fail(ui(u"The model’s answer is not the expected JSON."));
         return;
     }
     try {
         const ExtractedInvoice result = ExtractionSchema::decode(document.object());
         Q_EMIT finished(result);
     } catch (const ExtractionDecodingError& error) {
-        fail(ui(u"The model\u2019s answer does not fit the invoice fields: %1").arg(error.message()));
+        fail(ui(u"The model’s answer does not fit the invoice fields: %1").arg(error.message()));
     }
 }
 

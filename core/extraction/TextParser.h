@@ -30,9 +30,10 @@ struct TextParserSettings
     // Empty: the model the server has loaded (llama-server, LM Studio) or its first one (Ollama).
     QString model;
     bool allowRemoteHost = false;
-    // How long the server may stay silent before it counts as stalled.
+    // How long the server may take to answer a status request, and how long it may stay silent
+    // while extracting (a model on a CPU can think a minute before its first word).
     int probeTimeoutMs = 3000;
-    int stallTimeoutMs = 60000;
+    int stallTimeoutMs = 120000;
 
     static TextParserSettings load(const QSettings& settings);
     void save(QSettings& settings) const;
@@ -117,6 +118,7 @@ private:
     QTimer* m_stallTimer;
     QPointer<QNetworkReply> m_reply;
     bool m_checking = false;
+    int m_run = 0; // counts extractions, so that a late answer of a cancelled one is dropped
     Api m_api = Api::openAi;
     QString m_serverName;
     QString m_model;

@@ -1,3 +1,4 @@
+#include "support/CliRunner.h"
 #include "support/ForgeTestServer.h"
 
 #include <QCoreApplication>
@@ -15,19 +16,10 @@ using namespace Qt::Literals::StringLiterals;
 
 // `ledra plugin check-updates` and `ledra plugin update ID` against a forge on 127.0.0.1. The
 // test serves the forge from its own event loop while the command runs.
-// The command-line tests run without an application object; the server's sockets need one,
-// made before the fixture's members.
+// The server's sockets need an application object, made before the fixture's members.
 struct WithApplication
 {
-    WithApplication()
-    {
-        if (!QCoreApplication::instance()) {
-            static int argc = 1;
-            static char name[] = "cli_tests";
-            static char* argv[] = {name, nullptr};
-            static QCoreApplication app(argc, argv);
-        }
-    }
+    WithApplication() { ensureApplication(); }
 };
 
 class PluginUpdateCli : public ::testing::Test, private WithApplication
@@ -41,25 +33,9 @@ protected:
         m_server.serveGitHub();
     }
 
-    struct Result
+    CliResult ledra(const QStringList& arguments)
     {
-        int exitCode = -1;
-        QString out;
-        QString err;
-    };
-
-    Result ledra(const QStringList& arguments)
-    {
-        QProcess process;
-        process.setProcessEnvironment(m_environment);
-        QEventLoop loop;
-        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
-        QObject::connect(&process, &QProcess::errorOccurred, &loop, &QEventLoop::quit);
-        process.start(QStringLiteral(LEDRA_CLI), arguments);
-        loop.exec();
-        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
-                QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return runLedraServing(QStringLiteral(LEDRA_CLI), arguments, m_environment);
     }
 
     QString pluginFolder() const { return m_home.filePath(u"data/Ledra/Plugins/Bank Sync.ledraplugin"_s); }
@@ -97,18 +73,18 @@ TEST_F(PluginUpdateCli, ChecksAndUpdates)
     release(u"1.10.0"_s, makePluginZip(u"acme-bank-sync-1a2b"_s, u"Bank Sync"_s, u"1.10.0"_s, true,
                                        m_server.url(u"/acme/bank-sync"_s)));
 
-    const Result check = ledra({u"plugin"_s, u"check-updates"_s});
+    const CliResult check = ledra({u"plugin"_s, u"check-updates"_s});
     EXPECT_EQ(check.exitCode, 0) << check.err.toStdString();
     EXPECT_EQ(check.out.toStdString(), "Bank Sync: update available: 1.2.0 -> 1.10.0\n");
 
-    const Result update = ledra({u"plugin"_s, u"update"_s, u"Bank Sync"_s});
+    const CliResult update = ledra({u"plugin"_s, u"update"_s, u"Bank Sync"_s});
     EXPECT_EQ(update.exitCode, 0) << update.err.toStdString();
     EXPECT_EQ(update.out.toStdString(), "Bank Sync: updated to 1.10.0\n");
     QFile version(pluginFolder() + u"/.ledra-source-version"_s);
     ASSERT_TRUE(version.open(QIODevice::ReadOnly));
     EXPECT_EQ(version.readAll(), "1.10.0\n");
 
-    const Result again = ledra({u"plugin"_s, u"check-updates"_s});
+    const CliResult again = ledra({u"plugin"_s, u"check-updates"_s});
     EXPECT_EQ(again.out.toStdString(), "Bank Sync: up to date (1.10.0)\n");
 }
 
@@ -117,7 +93,7 @@ TEST_F(PluginUpdateCli, ReportsFailures)
     installPlugin(u"1.2.0"_s);
     release(u"1.10.0"_s, makePluginZip(u"top"_s, u"Bank Sync"_s, u"1.10.0"_s, false));
 
-    const Result update = ledra({u"plugin"_s, u"update"_s, u"Bank Sync"_s});
+    const CliResult update = ledra({u"plugin"_s, u"update"_s, u"Bank Sync"_s});
     EXPECT_EQ(update.exitCode, 1);
     EXPECT_TRUE(update.err.contains(u"Failed to update plugin: Installed plugin is missing main.js."_s))
         << update.err.toStdString();
@@ -128,7 +104,7 @@ TEST_F(PluginUpdateCli, ReportsFailures)
     EXPECT_NE(ledra({u"plugin"_s, u"update"_s, u"Nothing"_s}).exitCode, 0);
 
     m_server.route("/api/v3/repos/acme/bank-sync/releases/latest", {429, {{"Retry-After", "30"}}, {}});
-    const Result limited = ledra({u"plugin"_s, u"check-updates"_s});
+    const CliResult limited = ledra({u"plugin"_s, u"check-updates"_s});
     EXPECT_EQ(limited.exitCode, 1);
     EXPECT_TRUE(limited.err.contains(u"Bank Sync: Rate limit exceeded; retry in about 30 seconds."_s))
         << limited.err.toStdString();

@@ -397,3 +397,29 @@ TEST(PartialJsonTest, ClosesWhatHasArrivedSoFar)
     EXPECT_EQ(completed(R"({"a": true, "b": [1, 2)"), uR"({"a":true,"b":[1,2]})"_s);
     EXPECT_EQ(completed(R"({"note": "x"} trailing words)"), uR"({"note":"x"})"_s);
 }
+
+TEST(TextParserCancelTest, ACancelledExtractionReportsNothing)
+{
+    ModelTestServer server(ModelTestServer::Kind::llamaServer);
+    server.stallAfter({R"({"note":"a)"});
+    TextParser parser(settingsFor(server.origin()));
+    int reports = 0;
+    QObject::connect(&parser, &TextParser::finished, [&] { ++reports; });
+    QObject::connect(&parser, &TextParser::failed, [&] { ++reports; });
+    // Cancelled while the server is asked whether it runs, and again while it answers.
+    parser.extract(u"first"_s);
+    parser.cancel();
+    parser.extract(u"second"_s);
+    waitForReport<bool>(
+        [&](auto report) {
+            QObject::connect(&parser, &TextParser::partiallyGenerated, [report] { report(true); });
+        },
+        5000);
+    EXPECT_TRUE(parser.isRunning());
+    parser.cancel();
+    EXPECT_FALSE(parser.isRunning());
+    waitForReport<bool>([](auto) {}, 700); // longer than the stall time
+    EXPECT_EQ(reports, 0);
+    EXPECT_EQ(server.chatRequests(), 1);
+    EXPECT_EQ(server.chatRequest()[u"messages"_s].toArray()[1][u"content"_s].toString(), u"second"_s);
+}
