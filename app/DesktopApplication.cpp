@@ -9,6 +9,7 @@
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
+#include "TextExtractionDialog.h"
 #include "render/RenderEnvironment.h"
 #include "storage/ProfileManager.h"
 #include "tasks/SampleData.h"
@@ -94,6 +95,21 @@ void waitForPreview(MainWindow& window)
         QApplication::processEvents(QEventLoop::AllEvents, 20);
 }
 
+QString germanSampleMail()
+{
+    return u"Hallo Frau Schneider,\n\nwie besprochen bitte die Rechnung an:\n\nNordlicht Design UG "
+           u"(haftungsbeschränkt)\nz. Hd. Jana Becker\nAm Markt 3a\n24103 Kiel\n\n"
+           u"Leistungszeitraum: 01.03.2026 - 15.03.2026\n12 Std. Webdesign à 85,00 €\n"
+           u"Pauschale Hosting: 120,-\n\nBestellnummer: 4711\n\nViele Grüße\nJana Becker\n"_s;
+}
+
+QString englishSampleMail()
+{
+    return u"Hi Anna,\n\nplease send the invoice to:\n\nHarbour Lights Ltd\nAttn: Tom Fisher\n"
+           u"221B Baker Street\nLondon NW1 6XE\nUnited Kingdom\n\n10 hours consulting at £95/h\n"
+           u"PO number: PO-20931\n\nBest regards,\nTom\n"_s;
+}
+
 bool savePicture(QWidget& widget, const QString& path)
 {
     const bool saved = widget.grab().save(path);
@@ -175,6 +191,17 @@ int writeScreenshots(const QString& folder)
             QApplication::processEvents();
             const QString name = u"preferences-"_s + rawValue(shot.language) + u".png"_s;
             failures += savePicture(preferences, QDir(folder).filePath(name)) ? 0 : 1;
+            preferences.close();
+
+            // No model server in the screenshot home: the offline reading of a customer's e-mail.
+            TextExtractionDialog fromText(*settings, &window);
+            fromText.show();
+            fromText.setText(shot.language == Language::german ? germanSampleMail() : englishSampleMail());
+            QDeadlineTimer settle(1500);
+            while (!settle.hasExpired())
+                QApplication::processEvents(QEventLoop::AllEvents, 20);
+            const QString textName = u"from-text-"_s + rawValue(shot.language) + u".png"_s;
+            failures += savePicture(fromText, QDir(folder).filePath(textName)) ? 0 : 1;
         }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);

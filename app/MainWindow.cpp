@@ -13,6 +13,7 @@
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
+#include "TextExtractionDialog.h"
 #include "exchange/BackupManager.h"
 #include "numbering/NumberFormat.h"
 #include "plugins/PluginError.h"
@@ -22,6 +23,7 @@
 #include "storage/RateLimitedSaver.h"
 #include "tasks/AutoExport.h"
 #include "tasks/ContactTasks.h"
+#include "tasks/ExtractTasks.h"
 #include "tasks/ImportTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
@@ -84,6 +86,15 @@ bool hasContact(const QMimeData* data)
             if (url.isLocalFile() && isContactFile(url.toLocalFile()))
                 return true;
     return false;
+}
+
+// Text dragged from a mail or a web page (not a file, not a contact card): drafted into an invoice.
+bool isDroppedText(const QMimeData* data)
+{
+    if (data->hasUrls() || !data->hasText() || hasContact(data))
+        return false;
+    const QString text = data->text().trimmed();
+    return !text.isEmpty() && !text.startsWith(u"BEGIN:VCARD"_s, Qt::CaseInsensitive);
 }
 
 } // namespace
@@ -278,6 +289,8 @@ void MainWindow::createActions()
             &QAction::triggered, this, [this] { newInvoice(InvoiceType::invoice); });
     connect(add(u"newQuote"_s, ui(u"New Quote"), QKeySequence(u"Ctrl+Shift+N"_s)), &QAction::triggered, this,
             [this] { newInvoice(InvoiceType::quote); });
+    connect(add(u"newFromText"_s, ui(u"New Invoice from Text…"), QKeySequence(u"Ctrl+Alt+N"_s)),
+            &QAction::triggered, this, [this] { newInvoiceFromText(); });
     connect(add(u"duplicate"_s, ui(u"Duplicate"), QKeySequence(u"Ctrl+D"_s), u"edit-copy"_s),
             &QAction::triggered, this, &MainWindow::duplicateInvoice);
     connect(add(u"cancelInvoice"_s, ui(u"Create Cancellation Invoice")), &QAction::triggered, this,
@@ -438,7 +451,7 @@ QAction* MainWindow::action(const QString& name) const
 void MainWindow::createMenus()
 {
     QMenu* file = menuBar()->addMenu(ui(u"&File"));
-    file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s)});
+    file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s), action(u"newFromText"_s)});
     file->addSeparator();
     file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s)});
     file->addSeparator();
@@ -506,7 +519,7 @@ void MainWindow::createToolBar()
     newButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     newButton->setPopupMode(QToolButton::MenuButtonPopup);
     auto* newMenu = new QMenu(newButton);
-    newMenu->addActions({action(u"newInvoice"_s), action(u"newQuote"_s)});
+    newMenu->addActions({action(u"newInvoice"_s), action(u"newQuote"_s), action(u"newFromText"_s)});
     newButton->setMenu(newMenu);
     bar->addWidget(newButton);
 
@@ -799,8 +812,8 @@ void MainWindow::onStoreReloaded()
 
 void MainWindow::showNewlyCreated()
 {
-    // Invoices from contacts are opened once their recipient is in.
-    if (m_creatingFromContacts)
+    // Invoices from contacts or text are opened once they are filled in.
+    if (m_fillingNewInvoice)
         return;
     if (const auto id = m_workspace.invoices().newlyCreatedInvoiceId())
         reveal(*id);
@@ -1140,6 +1153,11 @@ void MainWindow::dragEnterEvent(QDragEnterEvent* event)
         event->acceptProposedAction();
         return;
     }
+    if (isDroppedText(data)) {
+        m_list->setDropHint(ui(u"Drop Text here\nto Draft an Invoice from It"));
+        event->acceptProposedAction();
+        return;
+    }
     if (!data->hasUrls())
         return;
     for (const QUrl& url : data->urls())
@@ -1169,6 +1187,11 @@ void MainWindow::dropEvent(QDropEvent* event)
                                [this, card] { createFromContacts(card, ui(u"the dropped contact")); });
             return;
         }
+    if (isDroppedText(data)) {
+        const QString text = data->text();
+        QTimer::singleShot(0, this, [this, text] { newInvoiceFromText(text); });
+        return;
+    }
     QStringList files;
     for (const QUrl& url : data->urls())
         if (url.isLocalFile())
@@ -1196,15 +1219,15 @@ void MainWindow::createFromContacts(const QByteArray& vcard, const QString& sour
 {
     saveNow();
     QList<Invoice> created;
-    m_creatingFromContacts = true;
+    m_fillingNewInvoice = true;
     try {
         created = ContactTasks::createInvoicesFromVCard(m_workspace, vcard);
     } catch (const TaskError& error) {
-        m_creatingFromContacts = false;
+        m_fillingNewInvoice = false;
         m_messages->show(MessageBar::Kind::warning, source + u": "_s + error.message());
         return;
     }
-    m_creatingFromContacts = false;
+    m_fillingNewInvoice = false;
     reveal(created.last().id);
     QStringList names;
     for (const Invoice& invoice : created)
@@ -1212,6 +1235,34 @@ void MainWindow::createFromContacts(const QByteArray& vcard, const QString& sour
     setStatusText(created.size() == 1
                       ? ui(u"New invoice for %1").arg(names.first())
                       : ui(u"%1 new invoices: %2").arg(created.size()).arg(names.join(u", "_s)));
+}
+
+void MainWindow::newInvoiceFromText(const QString& text)
+{
+    auto* dialog = new TextExtractionDialog(m_settings, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    if (!text.isEmpty())
+        dialog->setText(text);
+    connect(dialog, &QDialog::accepted, this,
+            [this, dialog] { createFromExtraction(dialog->result(), dialog->extractorName()); });
+    dialog->open();
+}
+
+void MainWindow::createFromExtraction(const ExtractedInvoice& extracted, const QString& extractor)
+{
+    saveNow();
+    Invoice created;
+    m_fillingNewInvoice = true;
+    try {
+        created = ExtractTasks::createInvoice(m_workspace, extracted);
+    } catch (const TaskError& error) {
+        m_fillingNewInvoice = false;
+        m_messages->show(MessageBar::Kind::warning, error.message());
+        return;
+    }
+    m_fillingNewInvoice = false;
+    reveal(created.id);
+    setStatusText(ui(u"New invoice drafted by %1").arg(extractor));
 }
 
 void MainWindow::backUpNow()

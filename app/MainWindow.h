@@ -1,6 +1,7 @@
 #pragma once
 
 #include "InvoiceListModel.h"
+#include "extraction/ExtractedInvoice.h"
 #include "model/Invoice.h"
 
 #include <QHash>
@@ -44,6 +45,10 @@ public:
     void openFiles(const QStringList& files);
     // New invoices addressed to the contacts of vCard data (a dropped card or .vcf file).
     void createFromContacts(const QByteArray& vcard, const QString& source);
+    // "New Invoice from Text…": the text view, filled with `text` when given.
+    void newInvoiceFromText(const QString& text = {});
+    // A new invoice of the active profile from what an extractor found, opened in the editor.
+    void createFromExtraction(const ExtractedInvoice& extracted, const QString& extractor);
     // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
     // (and nothing happens) for an identifier that names no invoice.
     bool showSearchResult(const QString& identifier);
@@ -146,7 +151,7 @@ private:
     QLabel* m_statusText = nullptr;
     DocumentActions* m_documents = nullptr;
     BackgroundServices* m_services = nullptr;
-    bool m_creatingFromContacts = false;
+    bool m_fillingNewInvoice = false;
     QUndoGroup* m_undoGroup = nullptr;
     QHash<QUuid, QUndoStack*> m_undoStacks;
     std::unique_ptr<RateLimitedSaver> m_saver;

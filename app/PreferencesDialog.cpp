@@ -4,6 +4,7 @@
 #include "AppText.h"
 #include "BackgroundServices.h"
 #include "exchange/BackupManager.h"
+#include "extraction/TextParser.h"
 #include "tasks/AutoExport.h"
 #include "tasks/Workspace.h"
 
@@ -16,6 +17,7 @@
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
@@ -90,6 +92,7 @@ PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, 
 
     form->addRow(ui(u"Backups"), backupSection());
     form->addRow(ui(u"Automatic Export"), exportSection());
+    form->addRow(ui(u"Language Model"), modelSection());
     layout->addLayout(form);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::accept);
@@ -242,6 +245,70 @@ QWidget* PreferencesDialog::exportSection()
     connect(m_exportZugferd, &QCheckBox::toggled, this, [&helper](bool on) { helper.setZugferdEnabled(on); });
     connect(m_exportAll, &QCheckBox::toggled, this, [&helper](bool on) { helper.setExportAllEligible(on); });
     updateExport();
+    return box;
+}
+
+QWidget* PreferencesDialog::modelSection()
+{
+    const TextParserSettings current = TextParserSettings::load(m_settings);
+    auto* box = new QWidget;
+    auto* layout = new QFormLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* intro =
+        new QLabel(ui(u"“New Invoice from Text…” can ask a language model server on this computer "
+                      u"(llama-server, Ollama or LM Studio). Without one, the offline extractor reads "
+                      u"the text."));
+    intro->setWordWrap(true);
+    layout->addRow(intro);
+    m_modelServer = new QLineEdit(current.serverUrl.toString());
+    m_modelServer->setObjectName(u"modelServer"_s);
+    m_modelServer->setPlaceholderText(QString::fromLatin1(TextParserSettings::defaultServerUrl));
+    m_modelServer->setAccessibleName(ui(u"Server Address"));
+    layout->addRow(ui(u"Server Address"), m_modelServer);
+    m_modelName = new QLineEdit(current.model);
+    m_modelName->setObjectName(u"modelName"_s);
+    m_modelName->setPlaceholderText(ui(u"The server’s model"));
+    m_modelName->setAccessibleName(ui(u"Model"));
+    layout->addRow(ui(u"Model"), m_modelName);
+    m_modelRemote = new QCheckBox(ui(u"Allow servers outside this computer and the local network"));
+    m_modelRemote->setObjectName(u"modelAllowRemote"_s);
+    m_modelRemote->setChecked(current.allowRemoteHost);
+    layout->addRow(m_modelRemote);
+    auto* check = new QPushButton(ui(u"Check Connection"));
+    check->setObjectName(u"checkModel"_s);
+    m_modelState = new QLabel;
+    m_modelState->setObjectName(u"modelCheckResult"_s);
+    m_modelState->setWordWrap(true);
+    m_modelState->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    auto* row = new QHBoxLayout;
+    row->addWidget(check);
+    row->addWidget(m_modelState, 1);
+    layout->addRow(row);
+
+    const auto store = [this] {
+        TextParserSettings settings = TextParserSettings::load(m_settings);
+        const QString address = m_modelServer->text().trimmed();
+        settings.serverUrl = address.isEmpty()
+                                 ? QUrl(QString::fromLatin1(TextParserSettings::defaultServerUrl))
+                                 : QUrl::fromUserInput(address);
+        settings.model = m_modelName->text().trimmed();
+        settings.allowRemoteHost = m_modelRemote->isChecked();
+        settings.save(m_settings);
+        m_modelState->clear();
+    };
+    connect(m_modelServer, &QLineEdit::editingFinished, this, store);
+    connect(m_modelName, &QLineEdit::editingFinished, this, store);
+    connect(m_modelRemote, &QCheckBox::toggled, this, store);
+    connect(check, &QPushButton::clicked, this, [this, store] {
+        store();
+        m_modelState->setText(ui(u"Checking…"));
+        auto* parser = new TextParser(TextParserSettings::load(m_settings), this);
+        parser->checkAvailability([this, parser](const TextParserAvailability& availability) {
+            m_modelState->setText(availability.available ? ui(u"Ready: %1").arg(parser->describe())
+                                                         : availability.message);
+            parser->deleteLater();
+        });
+    });
     return box;
 }
 

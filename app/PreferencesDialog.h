@@ -6,6 +6,7 @@ class BackgroundServices;
 class QCheckBox;
 class QComboBox;
 class QLabel;
+class QLineEdit;
 class QSettings;
 class Workspace;
 
@@ -24,6 +25,7 @@ private:
     void updateDataFolder();
     QWidget* backupSection();
     QWidget* exportSection();
+    QWidget* modelSection();
     void updateExport();
 
     Workspace& m_workspace;
@@ -39,4 +41,8 @@ private:
     QCheckBox* m_darkMode = nullptr;
     QCheckBox* m_pluginUpdates = nullptr;
     QLabel* m_restartHint = nullptr;
+    QLineEdit* m_modelServer = nullptr;
+    QLineEdit* m_modelName = nullptr;
+    QCheckBox* m_modelRemote = nullptr;
+    QLabel* m_modelState = nullptr;
 };

@@ -17,9 +17,16 @@ TEST(Translations, EveryInterfaceTextHasAGermanEntry)
     static const QRegularExpression literal(uR"re(u"((?:[^"\\]|\\.)*)")re"_s);
     QStringList untranslated;
     int keys = 0;
-    QDirIterator files(QStringLiteral(LEDRA_SOURCE_DIR "/app"), {u"*.cpp"_s}, QDir::Files);
-    while (files.hasNext()) {
-        QFile file(files.next());
+    // The window's own texts, and the messages of the text reader that it shows as they stand.
+    QStringList sources;
+    for (const char* folder : {"/app", "/core/extraction"}) {
+        QDirIterator files(QStringLiteral(LEDRA_SOURCE_DIR) + QLatin1StringView(folder), {u"*.cpp"_s},
+                           QDir::Files);
+        while (files.hasNext())
+            sources.append(files.next());
+    }
+    for (const QString& path : sources) {
+        QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::ReadOnly));
         const QString source = QString::fromUtf8(file.readAll());
         for (auto match = call.globalMatch(source); match.hasNext();) {
