@@ -54,9 +54,14 @@ QString stillLoading()
     return ui(u"The language model server is still loading its model. Try again in a little while.");
 }
 
-QString otherState()
+QString otherState(const QUrl& url, int status)
 {
-    return ui(u"The local language model isn’t available right now.");
+    return ui(u"The local language model isn’t available right now.") + u" "_s +
+           ui(u"The server at %1 answered with status %2; check that it is a llama-server, Ollama or LM "
+              u"Studio "
+              u"server and that its model is loaded.")
+               .arg(origin(url))
+               .arg(status);
 }
 
 // A server error's own words: {"error":{"message":…}} (OpenAI style) or {"error":"…"} (Ollama).
@@ -242,7 +247,7 @@ void TextParser::probeOllama(std::function<void(TextParserAvailability)> done)
         m_api = Api::ollama;
         m_serverName = u"Ollama"_s;
         if (status != 200) {
-            done(TextParserAvailability::unavailable(otherState()));
+            done(TextParserAvailability::unavailable(otherState(m_settings.serverUrl, status)));
             return;
         }
         QStringList models;
@@ -289,7 +294,7 @@ void TextParser::probeOpenAi(std::function<void(TextParserAvailability)> done)
                 return;
             }
             if (status != 200) {
-                done(TextParserAvailability::unavailable(otherState()));
+                done(TextParserAvailability::unavailable(otherState(m_settings.serverUrl, status)));
                 return;
             }
             QStringList models;

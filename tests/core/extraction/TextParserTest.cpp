@@ -279,6 +279,15 @@ TEST(TextParserAvailabilityTest, SaysWhyTheModelCannotBeUsed)
     EXPECT_FALSE(availability.message.contains(u"Apple"_s));
 
     EXPECT_FALSE(availabilityOf(settingsFor(u"not a url"_s)).available);
+
+    // Something else answers on the port.
+    ModelTestServer other(ModelTestServer::Kind::llamaServer);
+    other.route("GET /v1/models", {500, "text/html", {"<h1>Internal Server Error</h1>"}, false});
+    availability = availabilityOf(settingsFor(other.origin()));
+    EXPECT_FALSE(availability.available);
+    EXPECT_TRUE(availability.message.startsWith(u"The local language model isn’t available right now."_s))
+        << availability.message.toStdString();
+    EXPECT_TRUE(availability.message.contains(u"status 500"_s));
 }
 
 TEST(TextParserAvailabilityTest, InvoiceTextStaysOnThisComputerOrNetworkUnlessAllowed)
