@@ -10,6 +10,7 @@
 #include "InvoiceFilterModel.h"
 #include "InvoiceListView.h"
 #include "MessageBar.h"
+#include "PluginsDialog.h"
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
@@ -325,6 +326,7 @@ void MainWindow::createActions()
             &DocumentActions::importEInvoices);
     connect(add(u"createReminder"_s, ui(u"Create Payment Reminder")), &QAction::triggered, this,
             &MainWindow::createReminder);
+    connect(add(u"plugins"_s, ui(u"Plugins…")), &QAction::triggered, this, &MainWindow::showPlugins);
     connect(add(u"openDataFolder"_s, ui(u"Open Data Folder")), &QAction::triggered, this,
             &MainWindow::openDataFolder);
     QAction* preferences =
@@ -471,7 +473,7 @@ void MainWindow::createMenus()
     edit->addSeparator();
     edit->addAction(action(u"find"_s));
     edit->addSeparator();
-    edit->addAction(action(u"preferences"_s));
+    edit->addActions({action(u"plugins"_s), action(u"preferences"_s)});
 
     QMenu* invoice = menuBar()->addMenu(ui(u"&Invoice"));
     invoice->addActions({action(u"duplicate"_s), action(u"cancelInvoice"_s), action(u"convertQuote"_s)});
@@ -1284,12 +1286,33 @@ void MainWindow::installPlugin(const QString& path)
     if (answer != QMessageBox::Yes)
         return;
     try {
-        PluginManager plugins(m_settings, QApplication::applicationVersion());
-        const Plugin installed = plugins.install(path);
+        const Plugin installed = pluginManager().install(path);
         setStatusText(ui(u"Plugin “%1” installed").arg(installed.manifest.name));
     } catch (const PluginError& error) {
         m_messages->show(MessageBar::Kind::error, error.message());
     }
+}
+
+PluginManager& MainWindow::pluginManager()
+{
+    // Made when first needed: the list and installation need no running plugins.
+    if (!m_pluginManager) {
+        m_pluginManager = std::make_unique<PluginManager>(m_settings, QApplication::applicationVersion());
+        m_pluginManager->reloadPlugins();
+    }
+    return *m_pluginManager;
+}
+
+void MainWindow::showPlugins()
+{
+    auto* dialog = findChild<PluginsDialog*>();
+    if (!dialog) {
+        dialog = new PluginsDialog(pluginManager(), this);
+        dialog->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    dialog->show();
+    dialog->raise();
+    dialog->activateWindow();
 }
 
 bool MainWindow::event(QEvent* event)

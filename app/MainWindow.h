@@ -20,6 +20,7 @@ class InvoiceFileWatcher;
 class InvoiceFilterModel;
 class InvoiceListView;
 class MessageBar;
+class PluginManager;
 class PreviewWidget;
 class QAction;
 class QComboBox;
@@ -49,6 +50,9 @@ public:
     void newInvoiceFromText(const QString& text = {});
     // A new invoice of the active profile from what an extractor found, opened in the editor.
     void createFromExtraction(const ExtractedInvoice& extracted, const QString& extractor);
+    // Edit › Plugins…: the installed plugins, installation and updates.
+    void showPlugins();
+    PluginManager& pluginManager();
     // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
     // (and nothing happens) for an identifier that names no invoice.
     bool showSearchResult(const QString& identifier);
@@ -156,6 +160,7 @@ private:
     QHash<QUuid, QUndoStack*> m_undoStacks;
     std::unique_ptr<RateLimitedSaver> m_saver;
     std::unique_ptr<InvoiceFileWatcher> m_fileWatcher;
+    std::unique_ptr<PluginManager> m_pluginManager;
     QHash<QString, QAction*> m_actions;
     QMenu* m_profileMenu = nullptr;
 
