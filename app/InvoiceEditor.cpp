@@ -83,12 +83,6 @@ QDate dateOf(Timestamp moment)
 }
 
 // The chosen day at the time of day the moment had, in the calendar's time zone.
-Timestamp withDate(Timestamp moment, QDate date)
-{
-    const QDateTime local = moment.toLocalDateTime();
-    return Timestamp::fromDateTime(QDateTime(date, local.time(), Clock::timeZone()));
-}
-
 QLabel* secondaryLabel(const QString& text = {})
 {
     auto* label = new QLabel(text);
@@ -276,7 +270,7 @@ QWidget* InvoiceEditor::buildForm()
     };
     m_date = makeDate(u"Date"_s);
     connect(m_date, &QDateEdit::dateChanged, this, [this](QDate date) {
-        change(u"date"_s, ui(u"Change Date"), [&](Invoice& i) { i.date = withDate(i.date, date); });
+        change(u"date"_s, ui(u"Change Date"), [&](Invoice& i) { i.date = i.date.withLocalDate(date); });
     });
     details->addRow(ui(u"Invoice Date"), m_date);
 
@@ -284,7 +278,7 @@ QWidget* InvoiceEditor::buildForm()
     m_serviceStart = makeDate(u"ServiceStart"_s);
     connect(m_serviceStart, &QDateEdit::dateChanged, this, [this](QDate date) {
         change(u"serviceStart"_s, ui(u"Change Service Date"),
-               [&](Invoice& i) { i.serviceDateStart = withDate(i.serviceDateStart, date); });
+               [&](Invoice& i) { i.serviceDateStart = i.serviceDateStart.withLocalDate(date); });
     });
     m_hasServiceEnd = new QCheckBox(ui(u"until"));
     m_hasServiceEnd->setObjectName(u"HasServiceEnd"_s);
@@ -292,7 +286,7 @@ QWidget* InvoiceEditor::buildForm()
         change(u"serviceEnd"_s, ui(u"Change Service Period"), [&](Invoice& i) {
             if (on)
                 i.serviceDateEnd =
-                    i.serviceDateEnd.value_or(withDate(i.serviceDateStart, m_serviceEnd->date()));
+                    i.serviceDateEnd.value_or(i.serviceDateStart.withLocalDate(m_serviceEnd->date()));
             else
                 i.serviceDateEnd.reset();
         });
@@ -300,7 +294,7 @@ QWidget* InvoiceEditor::buildForm()
     m_serviceEnd = makeDate(u"ServiceEnd"_s);
     connect(m_serviceEnd, &QDateEdit::dateChanged, this, [this](QDate date) {
         change(u"serviceEnd"_s, ui(u"Change Service Period"), [&](Invoice& i) {
-            i.serviceDateEnd = withDate(i.serviceDateEnd.value_or(i.serviceDateStart), date);
+            i.serviceDateEnd = i.serviceDateEnd.value_or(i.serviceDateStart).withLocalDate(date);
         });
     });
     service->addWidget(m_serviceStart);

@@ -4,7 +4,6 @@
 #include "l10n/Strings.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
-#include "util/Clock.h"
 
 #include <QHostAddress>
 #include <QJsonArray>
@@ -89,12 +88,6 @@ std::optional<QDate> isoDate(const std::optional<QString>& text)
     if (!date.isValid())
         return std::nullopt;
     return date;
-}
-
-Timestamp withDate(Timestamp moment, QDate date)
-{
-    const QDateTime local = moment.toLocalDateTime();
-    return Timestamp::fromDateTime(QDateTime(date, local.time(), Clock::timeZone()));
 }
 
 Unit unitOf(ExtractedUnit unit)
@@ -560,10 +553,10 @@ void TextParser::fill(Invoice& invoice, const ExtractedInvoice& extracted, const
 
     // A start alone is a single day; an end before the start is not taken.
     if (const auto start = isoDate(extracted.serviceDateStart)) {
-        invoice.serviceDateStart = withDate(invoice.serviceDateStart, *start);
+        invoice.serviceDateStart = invoice.serviceDateStart.withLocalDate(*start);
         invoice.serviceDateEnd.reset();
         if (const auto end = isoDate(extracted.serviceDateEnd); end && *end > *start)
-            invoice.serviceDateEnd = withDate(invoice.serviceDateStart, *end);
+            invoice.serviceDateEnd = invoice.serviceDateStart.withLocalDate(*end);
     }
 
     if (extracted.items && !extracted.items->isEmpty()) {

@@ -25,6 +25,11 @@ QDate Timestamp::localDate() const
     return toLocalDateTime().date();
 }
 
+Timestamp Timestamp::withLocalDate(QDate date) const
+{
+    return fromDateTime(QDateTime(date, toLocalDateTime().time(), Clock::timeZone()));
+}
+
 Timestamp Timestamp::addingCalendarDays(int days) const
 {
     const QDateTime local = toLocalDateTime();

@@ -27,6 +27,8 @@ public:
     // In the calendar's time zone (see Clock).
     QDateTime toLocalDateTime() const;
     QDate localDate() const;
+    // The same local time of day on another date (date pickers change the day, not the time).
+    Timestamp withLocalDate(QDate date) const;
 
     // Adds calendar days in the calendar's time zone, keeping the local time of day
     // (so a due date stays at the same wall-clock time across a DST change).
