@@ -9,6 +9,7 @@
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
+#include "RemindersDialog.h"
 #include "TextExtractionDialog.h"
 #include "render/RenderEnvironment.h"
 #include "storage/ProfileManager.h"
@@ -202,6 +203,26 @@ int writeScreenshots(const QString& folder)
                 QApplication::processEvents(QEventLoop::AllEvents, 20);
             const QString textName = u"from-text-"_s + rawValue(shot.language) + u".png"_s;
             failures += savePicture(fromText, QDir(folder).filePath(textName)) ? 0 : 1;
+            fromText.close();
+
+            // The first reminder of an overdue invoice, its letter beside it.
+            for (const Invoice& invoice : workspace.invoices().invoices())
+                if (invoice.type == InvoiceType::invoice && invoice.isOverdue() &&
+                    window.list()->selectId(invoice.id)) {
+                    window.showReminders();
+                    if (auto* reminders = window.findChild<RemindersDialog*>()) {
+                        QDeadlineTimer deadline(15000);
+                        while (reminders->preview()->renderedCount() == 0 && !deadline.hasExpired())
+                            QApplication::processEvents(QEventLoop::AllEvents, 50);
+                        QDeadlineTimer letter(600);
+                        while (!letter.hasExpired())
+                            QApplication::processEvents(QEventLoop::AllEvents, 20);
+                        const QString reminderName = u"reminders-"_s + rawValue(shot.language) + u".png"_s;
+                        failures += savePicture(*reminders, QDir(folder).filePath(reminderName)) ? 0 : 1;
+                        reminders->close();
+                    }
+                    break;
+                }
         }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);

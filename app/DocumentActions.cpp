@@ -250,12 +250,7 @@ void DocumentActions::exportReminder(const Invoice& invoice)
         failed(ui(u"The payment reminder could not be created"), error);
         return;
     }
-    const Profile& profile = m_workspace.activeProfile();
-    QString name = Strings::text(Reminder::titleKey(next->number), invoice.documentLanguage(profile)) + u' ' +
-                   NumberFormat::displayNumber(invoice, profile) + u".pdf"_s;
-    name.replace(u'/', u'-');
-    const QString path =
-        chooseSaveFile(ui(u"Create Payment Reminder"), suggestedPath(name), ui(u"PDF Documents (*.pdf)"));
+    const QString path = chooseReminderFile(*next, invoice, ui(u"Create Payment Reminder"));
     if (path.isEmpty())
         return;
     Reminder created;
@@ -263,9 +258,31 @@ void DocumentActions::exportReminder(const Invoice& invoice)
         failed(ui(u"The payment reminder could not be created"), *saveError);
         return;
     }
+    writeReminderPdf(created, invoice, path);
+}
+
+void DocumentActions::exportReminderPdf(const Reminder& reminder, const Invoice& invoice)
+{
+    const QString path = chooseReminderFile(reminder, invoice, ui(u"Export PDF"));
+    if (!path.isEmpty())
+        writeReminderPdf(reminder, invoice, path);
+}
+
+QString DocumentActions::chooseReminderFile(const Reminder& reminder, const Invoice& invoice,
+                                            const QString& title)
+{
+    const Profile& profile = m_workspace.activeProfile();
+    QString name = Strings::text(Reminder::titleKey(reminder.number), invoice.documentLanguage(profile)) +
+                   u' ' + NumberFormat::displayNumber(invoice, profile) + u".pdf"_s;
+    name.replace(u'/', u'-');
+    return chooseSaveFile(title, suggestedPath(name), ui(u"PDF Documents (*.pdf)"));
+}
+
+void DocumentActions::writeReminderPdf(const Reminder& reminder, const Invoice& invoice, const QString& path)
+{
     ++m_busy;
     Q_EMIT status(ui(u"Creating the payment reminder…"));
-    DocumentTasks::reminderPdfAsync(created, DocumentSource::of(m_workspace, invoice),
+    DocumentTasks::reminderPdfAsync(reminder, DocumentSource::of(m_workspace, invoice),
                                     [self = QPointer<DocumentActions>(this),
                                      path](std::optional<QByteArray> pdf, const QString& renderError) {
                                         if (self)

@@ -3,6 +3,7 @@
 #include "einvoice/CSVExporter.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
+#include "reminders/Reminder.h"
 #include "tasks/ImportTasks.h"
 
 #include <QObject>
@@ -44,6 +45,8 @@ public:
     void exportCsv(const QList<Invoice>& invoices);
     // Creates the next payment reminder of the chain and writes its letter.
     void exportReminder(const Invoice& invoice);
+    // The PDF of a reminder that exists already, to a file the user chooses.
+    void exportReminderPdf(const Reminder& reminder, const Invoice& invoice);
 
     void importPdfs();
     void importEInvoices();
@@ -78,6 +81,8 @@ private:
     bool checkEInvoice(const Invoice& invoice);
     void reportImport(const QList<ImportResult>& results);
     void writeDataFile(const QList<Profile>& profiles, const QString& path);
+    QString chooseReminderFile(const Reminder& reminder, const Invoice& invoice, const QString& title);
+    void writeReminderPdf(const Reminder& reminder, const Invoice& invoice, const QString& path);
     void written(const QString& path, const QString& what);
     // Writes a rendered PDF, or reports why there is none.
     void pdfDone(const QString& path, const std::optional<QByteArray>& pdf, const QString& error,

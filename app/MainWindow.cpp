@@ -14,6 +14,7 @@
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
+#include "RemindersDialog.h"
 #include "TextExtractionDialog.h"
 #include "exchange/BackupManager.h"
 #include "numbering/NumberFormat.h"
@@ -326,6 +327,8 @@ void MainWindow::createActions()
             &DocumentActions::importEInvoices);
     connect(add(u"createReminder"_s, ui(u"Create Payment Reminder")), &QAction::triggered, this,
             &MainWindow::createReminder);
+    connect(add(u"showReminders"_s, ui(u"Payment Reminders…"), QKeySequence(u"Ctrl+Shift+R"_s)),
+            &QAction::triggered, this, &MainWindow::showReminders);
     connect(add(u"plugins"_s, ui(u"Plugins…")), &QAction::triggered, this, &MainWindow::showPlugins);
     connect(add(u"openDataFolder"_s, ui(u"Open Data Folder")), &QAction::triggered, this,
             &MainWindow::openDataFolder);
@@ -436,8 +439,8 @@ void MainWindow::createActions()
     for (const QString& name : {u"markDraft"_s, u"markSent"_s, u"markPaid"_s})
         m_list->addAction(action(name));
     m_list->addAction(separator());
-    for (const QString& name :
-         {u"exportPdf"_s, u"exportXRechnung"_s, u"exportZugferd"_s, u"exportCsv"_s, u"createReminder"_s})
+    for (const QString& name : {u"exportPdf"_s, u"exportXRechnung"_s, u"exportZugferd"_s, u"exportCsv"_s,
+                                u"createReminder"_s, u"showReminders"_s})
         m_list->addAction(action(name));
     m_list->addAction(separator());
     // The delete action was added first; move it to the end of the menu.
@@ -480,7 +483,7 @@ void MainWindow::createMenus()
     invoice->addSeparator();
     invoice->addActions({action(u"markDraft"_s), action(u"markSent"_s), action(u"markPaid"_s)});
     invoice->addSeparator();
-    invoice->addAction(action(u"createReminder"_s));
+    invoice->addActions({action(u"createReminder"_s), action(u"showReminders"_s)});
     invoice->addSeparator();
     invoice->addActions({action(u"editNumber"_s), action(u"addItem"_s), action(u"removeItem"_s),
                          action(u"moveItemUp"_s), action(u"moveItemDown"_s)});
@@ -874,6 +877,8 @@ void MainWindow::updateActions()
     action(u"exportCsv"_s)->setEnabled(m_listModel->rowCount() > 0);
     const bool remindable = ordinary && current->isOverdue();
     action(u"createReminder"_s)->setEnabled(remindable);
+    action(u"showReminders"_s)
+        ->setEnabled(ordinary && (remindable || !m_workspace.reminders().remindersOf(current->id).isEmpty()));
     if (remindable)
         action(u"createReminder"_s)
             ->setText(m_workspace.reminders().remindersOf(current->id).isEmpty()
@@ -1056,6 +1061,21 @@ void MainWindow::createReminder()
     if (const auto current = currentInvoice())
         m_documents->exportReminder(*current);
     updateActions();
+}
+
+void MainWindow::showReminders()
+{
+    saveNow();
+    const auto current = currentInvoice();
+    if (!current)
+        return;
+    auto* dialog = new RemindersDialog(m_workspace, *m_documents, *current, this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    // The first one is made right away when there is none yet.
+    if (m_workspace.reminders().remindersOf(current->id).isEmpty())
+        dialog->createNext();
+    connect(dialog, &QDialog::finished, this, &MainWindow::updateActions);
+    dialog->open();
 }
 
 void MainWindow::openDataFolder()

@@ -52,6 +52,8 @@ public:
     void createFromExtraction(const ExtractedInvoice& extracted, const QString& extractor);
     // Edit › Plugins…: the installed plugins, installation and updates.
     void showPlugins();
+    // Invoice › Payment Reminders…: the reminders of the open invoice, to edit and export.
+    void showReminders();
     PluginManager& pluginManager();
     // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
     // (and nothing happens) for an identifier that names no invoice.
