@@ -18,6 +18,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTabWidget>
@@ -172,7 +173,10 @@ QWidget* ProfileDialog::senderPage()
     place->addWidget(m_city);
     form->addRow(ui(u"Postcode, City"), place);
     form->addRow(ui(u"Country"), m_country);
+    m_emailHint = explanation(QString());
+    m_emailHint->setObjectName(u"emailHint"_s);
     form->addRow(ui(u"Email"), m_email);
+    form->addRow(QString(), m_emailHint);
     form->addRow(ui(u"Phone"), m_phone);
     form->addRow(ui(u"Website"), m_website);
     return page(m_mode == Mode::onboarding ? ui(u"Who sends the invoices") : QString(),
@@ -193,8 +197,12 @@ QWidget* ProfileDialog::paymentPage()
     m_iban = field(u"iban"_s, p.iban, ui(u"Where customers pay to"));
     m_bic = field(u"bic"_s, p.bic);
     m_ibanHint = explanation(QString());
+    m_ibanHint->setObjectName(u"ibanHint"_s);
+    m_vatHint = explanation(QString());
+    m_vatHint->setObjectName(u"vatHint"_s);
     form->addRow(ui(u"Tax Number"), m_taxNumber);
     form->addRow(ui(u"VAT ID"), m_vatNumber);
+    form->addRow(QString(), m_vatHint);
     form->addRow(ui(u"IBAN"), m_iban);
     form->addRow(QString(), m_ibanHint);
     form->addRow(ui(u"BIC"), m_bic);
@@ -340,6 +348,29 @@ QStringList ProfileDialog::missingForEInvoices(const Profile& profile)
     return missing;
 }
 
+QString ProfileDialog::emailProblem(const QString& email)
+{
+    static const QRegularExpression form(u"^[^@\\s]+@[^@\\s]+\\.[^@\\s.]{2,}$"_s);
+    const QString trimmed = email.trimmed();
+    if (trimmed.isEmpty() || form.match(trimmed).hasMatch())
+        return {};
+    return ui(u"This does not look like an e-mail address (name@example.com).");
+}
+
+QString ProfileDialog::vatIdProblem(const QString& vatId)
+{
+    const QString compact = QString(vatId).remove(u' ').remove(u'.').remove(u'-').toUpper();
+    if (compact.isEmpty())
+        return {};
+    static const QRegularExpression prefixed(u"^[A-Z]{2}[0-9A-Z+*]{2,12}$"_s);
+    static const QRegularExpression german(u"^DE[0-9]{9}$"_s);
+    if (!prefixed.match(compact).hasMatch())
+        return ui(u"A VAT ID starts with its country code, e.g. DE123456789.");
+    if (compact.startsWith(u"DE"_s) && !german.match(compact).hasMatch())
+        return ui(u"A German VAT ID is DE followed by nine digits.");
+    return {};
+}
+
 bool ProfileDialog::isValidIban(const QString& iban)
 {
     const QString compact = QString(iban).remove(u' ').toUpper();
@@ -375,6 +406,14 @@ void ProfileDialog::updateHints()
                             ? QString()
                             : ui(u"This IBAN looks mistyped: its check digits do not match."));
     m_ibanHint->setVisible(!m_ibanHint->text().isEmpty());
+    if (m_emailHint) {
+        m_emailHint->setText(emailProblem(m_email->text()));
+        m_emailHint->setVisible(!m_emailHint->text().isEmpty());
+    }
+    if (m_vatHint) {
+        m_vatHint->setText(vatIdProblem(m_vatNumber->text()));
+        m_vatHint->setVisible(!m_vatHint->text().isEmpty());
+    }
     if (m_missing) {
         const QStringList missing = missingForEInvoices(p);
         if (missing.isEmpty()) {

@@ -38,6 +38,10 @@ public:
     static QStringList missingForEInvoices(const Profile& profile);
     // True for an IBAN whose check digits are right (ISO 13616, mod 97).
     static bool isValidIban(const QString& iban);
+    // What looks wrong with a typed e-mail address or VAT identifier; empty when it looks right
+    // (or is empty). Only the form is checked: nothing is looked up.
+    static QString emailProblem(const QString& email);
+    static QString vatIdProblem(const QString& vatId);
 
 private:
     QWidget* senderPage();
@@ -68,6 +72,8 @@ private:
     QLineEdit* m_city = nullptr;
     CodeComboBox* m_country = nullptr;
     QLineEdit* m_email = nullptr;
+    QLabel* m_emailHint = nullptr;
+    QLabel* m_vatHint = nullptr;
     QLineEdit* m_phone = nullptr;
     QLineEdit* m_website = nullptr;
     QLineEdit* m_taxNumber = nullptr;

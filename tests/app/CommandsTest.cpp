@@ -280,3 +280,47 @@ TEST(ProfileDialogRules, IbanCheckDigits)
     EXPECT_FALSE(ProfileDialog::isValidIban(u"DE89"_s));
     EXPECT_FALSE(ProfileDialog::isValidIban(u"DE89 3704 0044 0532 0130 0!"_s));
 }
+
+TEST(ProfileDialogRules, EmailAndVatIdForms)
+{
+    for (const char16_t* good :
+         {u"", u"mira@example.org", u" rechnung@lindqvist-design.de ", u"a.b+c@sub.example.co.uk"})
+        EXPECT_TRUE(ProfileDialog::emailProblem(QString::fromUtf16(good)).isEmpty())
+            << QString::fromUtf16(good).toStdString();
+    for (const char16_t* bad : {u"mira", u"mira@", u"mira@example", u"mira@@example.org",
+                                u"mira example@org.de", u"mira@example.c"})
+        EXPECT_FALSE(ProfileDialog::emailProblem(QString::fromUtf16(bad)).isEmpty())
+            << QString::fromUtf16(bad).toStdString();
+
+    for (const char16_t* good : {u"", u"DE123456789", u"de 123 456 789", u"ATU12345678", u"FR12345678901",
+                                 u"NL123456789B01", u"IE1234567WA"})
+        EXPECT_TRUE(ProfileDialog::vatIdProblem(QString::fromUtf16(good)).isEmpty())
+            << QString::fromUtf16(good).toStdString();
+    EXPECT_EQ(ProfileDialog::vatIdProblem(u"123456789"_s),
+              u"A VAT ID starts with its country code, e.g. DE123456789."_s);
+    EXPECT_EQ(ProfileDialog::vatIdProblem(u"DE12345678"_s),
+              u"A German VAT ID is DE followed by nine digits."_s);
+    EXPECT_EQ(ProfileDialog::vatIdProblem(u"DE12345678X"_s),
+              u"A German VAT ID is DE followed by nine digits."_s);
+}
+
+TEST_F(FirstStartTest, TheProfileEditorSaysWhatLooksMistypedAsTheUserTypes)
+{
+    openWindow();
+    ProfileDialog dialog(workspace(), *m_settings, ProfileDialog::Mode::edit, &window());
+    auto* email = dialog.findChild<QLineEdit*>(u"email"_s);
+    auto* emailHint = dialog.findChild<QLabel*>(u"emailHint"_s);
+    auto* vat = dialog.findChild<QLineEdit*>(u"vatNumber"_s);
+    auto* vatHint = dialog.findChild<QLabel*>(u"vatHint"_s);
+    ASSERT_TRUE(email && emailHint && vat && vatHint);
+    email->clear();
+    QTest::keyClicks(email, u"mira@example"_s);
+    EXPECT_FALSE(emailHint->isHidden());
+    QTest::keyClicks(email, u".org"_s);
+    EXPECT_TRUE(emailHint->isHidden());
+    vat->clear();
+    QTest::keyClicks(vat, u"DE12345678"_s);
+    EXPECT_EQ(vatHint->text(), u"A German VAT ID is DE followed by nine digits."_s);
+    QTest::keyClicks(vat, u"9"_s);
+    EXPECT_TRUE(vatHint->isHidden());
+}
