@@ -196,11 +196,12 @@ void ModelTestServer::respond(QTcpSocket* socket, const Response& response)
     head += "Content-Type: " + response.contentType + "\r\n";
     head += "Connection: close\r\n\r\n";
     socket->write(head);
-    // The pieces go out one by one, as a model generates them.
+    // The pieces go out one by one, as a model generates them, far enough apart that the client
+    // reads them one at a time even on a busy machine.
     QPointer<QTcpSocket> guarded(socket);
     int delay = 0;
     for (const QByteArray& chunk : response.chunks) {
-        delay += 5;
+        delay += 25;
         QTimer::singleShot(delay, socket, [guarded, chunk] {
             if (guarded)
                 guarded->write(chunk);
