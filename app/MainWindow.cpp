@@ -406,6 +406,10 @@ void MainWindow::createActions()
 
     connect(add(u"editProfile"_s, ui(u"Edit Profile…")), &QAction::triggered, this, &MainWindow::editProfile);
     connect(add(u"newProfile"_s, ui(u"New Profile…")), &QAction::triggered, this, &MainWindow::newProfile);
+    connect(add(u"renameProfile"_s, ui(u"Rename Profile…")), &QAction::triggered, this,
+            &MainWindow::renameProfile);
+    connect(add(u"deleteProfile"_s, ui(u"Delete Profile…")), &QAction::triggered, this,
+            &MainWindow::deleteProfile);
     connect(add(u"exportProfile"_s, ui(u"Export Profile…")), &QAction::triggered, this,
             [this] { m_documents->exportProfile(m_workspace.activeProfile()); });
     connect(add(u"exportAllProfiles"_s, ui(u"Export All Profiles…")), &QAction::triggered, m_documents,
@@ -572,7 +576,10 @@ void MainWindow::rebuildProfileMenu()
     if (active)
         m_profiles->setCurrentIndex(m_profiles->findData(active->id));
     m_profileMenu->addSeparator();
-    m_profileMenu->addActions({action(u"editProfile"_s), action(u"newProfile"_s)});
+    m_profileMenu->addActions({action(u"editProfile"_s), action(u"newProfile"_s), action(u"renameProfile"_s),
+                               action(u"deleteProfile"_s)});
+    // The last profile stays: the invoices need a sender.
+    action(u"deleteProfile"_s)->setEnabled(profiles.profiles().size() > 1);
     m_profileMenu->addSeparator();
     m_profileMenu->addActions(
         {action(u"exportProfile"_s), action(u"exportAllProfiles"_s), action(u"importProfiles"_s)});
@@ -1113,6 +1120,45 @@ void MainWindow::newProfile()
     }
     switchProfile(created.id);
     editProfile();
+}
+
+void MainWindow::renameProfile()
+{
+    const Profile& profile = m_workspace.activeProfile();
+    bool ok = false;
+    const QString name = QInputDialog::getText(this, ui(u"Rename Profile"), ui(u"New name of the profile:"),
+                                               QLineEdit::Normal, profile.displayName(), &ok)
+                             .trimmed();
+    if (!ok || name.isEmpty() || name == profile.displayName())
+        return;
+    saveNow();
+    if (const auto error = m_workspace.profiles().renameProfile(profile.id, name))
+        m_messages->show(MessageBar::Kind::error, ui(u"The profile could not be renamed: %1").arg(*error));
+}
+
+void MainWindow::deleteProfile()
+{
+    if (m_workspace.profiles().profiles().size() < 2)
+        return;
+    const Profile profile = m_workspace.activeProfile();
+    QMessageBox question(QMessageBox::Warning, ui(u"Delete Profile"),
+                         ui(u"Delete the profile “%1” (invoices: %2)?")
+                             .arg(profile.displayName())
+                             .arg(m_workspace.invoices().invoices().size()),
+                         QMessageBox::Cancel, this);
+    question.setInformativeText(
+        ui(u"Its folder is removed with all its invoices, reminders and styling. This cannot be undone; "
+           u"export the profile first to keep a copy."));
+    QPushButton* remove = question.addButton(ui(u"Delete Profile"), QMessageBox::DestructiveRole);
+    question.setDefaultButton(QMessageBox::Cancel);
+    question.exec();
+    if (question.clickedButton() != remove)
+        return;
+    saveNow();
+    if (const auto error = m_workspace.profiles().deleteProfile(profile.id))
+        m_messages->show(MessageBar::Kind::error, ui(u"The profile could not be deleted: %1").arg(*error));
+    else
+        setStatusText(ui(u"Profile “%1” deleted").arg(profile.displayName()));
 }
 
 void MainWindow::switchProfile(const QUuid& id)

@@ -54,6 +54,9 @@ public:
     void showPlugins();
     // Invoice › Payment Reminders…: the reminders of the open invoice, to edit and export.
     void showReminders();
+    // Profile › Rename Profile…, Delete Profile… (asks first; the last profile stays).
+    void renameProfile();
+    void deleteProfile();
     PluginManager& pluginManager();
     // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
     // (and nothing happens) for an identifier that names no invoice.

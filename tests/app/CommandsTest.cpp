@@ -15,8 +15,10 @@
 
 #include <QComboBox>
 #include <QDir>
+#include <QInputDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
@@ -205,6 +207,43 @@ TEST_F(CommandsTest, TheProfileSwitcherShowsTheOtherProfilesInvoices)
     switcher->setCurrentIndex(switcher->findText(u"Lindqvist Design"_s));
     Q_EMIT switcher->activated(switcher->currentIndex());
     EXPECT_EQ(window().listModel()->rowCount(), total);
+}
+
+TEST_F(CommandsTest, ProfilesAreRenamedAndDeletedAfterAsking)
+{
+    EXPECT_FALSE(window().action(u"deleteProfile"_s)->isEnabled()) << "the only profile stays";
+    Profile second;
+    ASSERT_FALSE(workspace().profiles().createProfile(u"Side Business"_s, &second));
+    workspace().profiles().setActiveProfile(second.id);
+    EXPECT_TRUE(window().action(u"deleteProfile"_s)->isEnabled());
+
+    whenModal([](QWidget* modal) {
+        auto* input = qobject_cast<QInputDialog*>(modal);
+        ASSERT_TRUE(input);
+        input->setTextValue(u"Workshops"_s);
+        input->accept();
+    });
+    trigger(u"renameProfile"_s);
+    EXPECT_EQ(workspace().activeProfile().displayName(), u"Workshops"_s);
+    EXPECT_GE(window().findChild<QComboBox*>(u"profileSwitcher"_s)->findText(u"Workshops"_s), 0);
+
+    // Cancel keeps it; the destructive button removes its folder.
+    const QString folder = *workspace().profiles().activeProfileFolder();
+    whenModal(
+        [](QWidget* modal) { qobject_cast<QMessageBox*>(modal)->button(QMessageBox::Cancel)->click(); });
+    trigger(u"deleteProfile"_s);
+    EXPECT_TRUE(QDir(folder).exists());
+    whenModal([](QWidget* modal) {
+        auto* box = qobject_cast<QMessageBox*>(modal);
+        for (QAbstractButton* button : box->buttons())
+            if (box->buttonRole(button) == QMessageBox::DestructiveRole)
+                button->click();
+    });
+    trigger(u"deleteProfile"_s);
+    EXPECT_FALSE(QDir(folder).exists());
+    EXPECT_EQ(workspace().profiles().profiles().size(), 1);
+    EXPECT_EQ(workspace().activeProfile().displayName(), u"Lindqvist Design"_s);
+    EXPECT_FALSE(window().action(u"deleteProfile"_s)->isEnabled());
 }
 
 TEST_F(CommandsTest, APaymentReminderOfAnOverdueInvoiceIsWritten)
