@@ -1,5 +1,7 @@
 #include "support/ForgeTestServer.h"
 
+#include "support/HttpRequestReader.h"
+
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTcpSocket>
@@ -59,21 +61,10 @@ int ForgeTestServer::count(const QByteArray& target) const
 
 void ForgeTestServer::answer(QTcpSocket* socket)
 {
-    QByteArray buffer = socket->property("buffer").toByteArray() + socket->readAll();
-    socket->setProperty("buffer", buffer);
-    const qsizetype end = buffer.indexOf("\r\n\r\n");
-    if (end < 0)
+    const auto received = readHttpRequest(socket);
+    if (!received)
         return;
-
-    const QList<QByteArray> lines = buffer.left(end).split('\n');
-    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
-    Request request{requestLine.value(1), {}};
-    for (qsizetype i = 1; i < lines.size(); ++i) {
-        const qsizetype colon = lines[i].indexOf(':');
-        if (colon > 0)
-            request.headers.insert(lines[i].left(colon).trimmed().toLower(),
-                                   lines[i].mid(colon + 1).trimmed());
-    }
+    const Request request{received->target, received->headers};
     m_requests.append(request);
 
     const Response response =

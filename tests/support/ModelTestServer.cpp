@@ -1,5 +1,7 @@
 #include "support/ModelTestServer.h"
 
+#include "support/HttpRequestReader.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPointer>
@@ -140,24 +142,10 @@ int ModelTestServer::chatRequests() const
 
 void ModelTestServer::read(QTcpSocket* socket)
 {
-    QByteArray buffer = socket->property("buffer").toByteArray() + socket->readAll();
-    socket->setProperty("buffer", buffer);
-    const qsizetype end = buffer.indexOf("\r\n\r\n");
-    if (end < 0)
+    const auto received = readHttpRequest(socket);
+    if (!received)
         return;
-    const QList<QByteArray> lines = buffer.left(end).split('\n');
-    qsizetype length = 0;
-    for (const QByteArray& line : lines.mid(1)) {
-        const qsizetype colon = line.indexOf(':');
-        if (colon > 0 && line.left(colon).trimmed().toLower() == "content-length")
-            length = line.mid(colon + 1).trimmed().toLongLong();
-    }
-    if (buffer.size() < end + 4 + length)
-        return;
-    socket->setProperty("buffer", QByteArray());
-
-    const QList<QByteArray> requestLine = lines.value(0).trimmed().split(' ');
-    const Request request{requestLine.value(0), requestLine.value(1), buffer.mid(end + 4, length)};
+    const Request request{received->method, received->target, received->body};
     m_requests.append(request);
     const QByteArray key = request.method + ' ' + request.target;
 
