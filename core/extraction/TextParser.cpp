@@ -205,8 +205,12 @@ void TextParser::probe(const QString& path, std::function<void(int, QByteArray, 
     });
 }
 
-void TextParser::checkAvailability(std::function<void(TextParserAvailability)> done)
+void TextParser::checkAvailability(std::function<void(TextParserAvailability)> reported)
 {
+    auto done = [this, reported = std::move(reported)](const TextParserAvailability& availability) {
+        m_ready = availability.available;
+        reported(availability);
+    };
     const QUrl& url = m_settings.serverUrl;
     if (!url.isValid() || url.host().isEmpty() || (url.scheme() != u"http"_s && url.scheme() != u"https"_s)) {
         done(TextParserAvailability::unavailable(
@@ -316,6 +320,12 @@ QString TextParser::describe() const
 void TextParser::extract(const QString& text)
 {
     cancel();
+    // A server just found ready is not asked again; should it have gone since, the chat
+    // request itself fails with the same messages.
+    if (m_ready) {
+        startChat(text);
+        return;
+    }
     m_checking = true;
     const int run = m_run;
     checkAvailability([this, text, run](const TextParserAvailability& availability) {
@@ -526,6 +536,8 @@ void TextParser::finish()
 
 void TextParser::fail(const QString& message)
 {
+    // The next extraction asks the server again first.
+    m_ready = false;
     Q_EMIT failed(message);
 }
 

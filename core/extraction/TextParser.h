@@ -118,7 +118,8 @@ private:
     QTimer* m_stallTimer;
     QPointer<QNetworkReply> m_reply;
     bool m_checking = false;
-    int m_run = 0; // counts extractions, so that a late answer of a cancelled one is dropped
+    bool m_ready = false; // the last availability check found the server ready
+    int m_run = 0;        // counts extractions, so that a late answer of a cancelled one is dropped
     Api m_api = Api::openAi;
     QString m_serverName;
     QString m_model;

@@ -246,6 +246,18 @@ TEST(TextParserAvailabilityTest, SaysWhyTheModelCannotBeUsed)
     ModelTestServer llama(ModelTestServer::Kind::llamaServer);
     TextParser parser(settingsFor(llama.origin()));
     EXPECT_TRUE(availabilityOf(parser).available);
+    // A server just found ready is not asked again before the extraction.
+    llama.answer({R"({"note":"Danke"})"});
+    const int probes = int(llama.requests().size());
+    const auto finished = waitForReport<ExtractedInvoice>(
+        [&](auto report) {
+            QObject::connect(&parser, &TextParser::finished, report);
+            parser.extract(u"Danke"_s);
+        },
+        10000);
+    ASSERT_TRUE(finished);
+    EXPECT_EQ(finished->note, u"Danke"_s);
+    EXPECT_EQ(llama.requests().size(), probes + 1) << "only the chat request";
     EXPECT_EQ(parser.describe(),
               u"llama-server with the model \u201Cqwen2.5-7b-instruct-q4_k_m.gguf\u201D at "_s +
                   llama.origin());
@@ -266,9 +278,10 @@ TEST(TextParserAvailabilityTest, SaysWhyTheModelCannotBeUsed)
     EXPECT_EQ(availability.message,
               u"The language model server is still loading its model. Try again in a little while."_s);
     // Nothing is sent for extraction while the model loads.
+    const int chats = llama.chatRequests();
     const Extraction run = extract(settingsFor(llama.origin()), u"Becker GmbH"_s);
     EXPECT_EQ(run.error, availability.message);
-    EXPECT_EQ(llama.chatRequests(), 0);
+    EXPECT_EQ(llama.chatRequests(), chats);
 
     const QString nobody = u"http://127.0.0.1:%1"_s.arg(closedPort());
     availability = availabilityOf(settingsFor(nobody));
