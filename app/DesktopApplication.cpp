@@ -10,6 +10,7 @@
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
 #include "RemindersDialog.h"
+#include "StylingDialog.h"
 #include "TextExtractionDialog.h"
 #include "render/RenderEnvironment.h"
 #include "storage/ProfileManager.h"
@@ -223,6 +224,27 @@ int writeScreenshots(const QString& folder)
                     }
                     break;
                 }
+
+            // The styling editor beside the open invoice, and the profile editor.
+            window.list()->setCurrentIndex(window.list()->model()->index(2, 0));
+            window.action(u"editStyling"_s)->trigger();
+            if (auto* styling = window.findChild<StylingDialog*>()) {
+                QDeadlineTimer deadline(15000);
+                while (styling->preview()->renderedCount() == 0 && !deadline.hasExpired())
+                    QApplication::processEvents(QEventLoop::AllEvents, 50);
+                QDeadlineTimer pause(600);
+                while (!pause.hasExpired())
+                    QApplication::processEvents(QEventLoop::AllEvents, 20);
+                const QString stylingName = u"styling-"_s + rawValue(shot.language) + u".png"_s;
+                failures += savePicture(*styling, QDir(folder).filePath(stylingName)) ? 0 : 1;
+                styling->close();
+            }
+            ProfileDialog profile(workspace, *settings, ProfileDialog::Mode::edit, &window);
+            profile.show();
+            QApplication::processEvents();
+            const QString profileName = u"profile-"_s + rawValue(shot.language) + u".png"_s;
+            failures += savePicture(profile, QDir(folder).filePath(profileName)) ? 0 : 1;
+            profile.close();
         }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);

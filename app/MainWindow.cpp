@@ -15,6 +15,7 @@
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
 #include "RemindersDialog.h"
+#include "StylingDialog.h"
 #include "TextExtractionDialog.h"
 #include "exchange/BackupManager.h"
 #include "numbering/NumberFormat.h"
@@ -405,6 +406,8 @@ void MainWindow::createActions()
             m_preview, &PreviewWidget::previousPage);
 
     connect(add(u"editProfile"_s, ui(u"Edit Profile…")), &QAction::triggered, this, &MainWindow::editProfile);
+    connect(add(u"editStyling"_s, ui(u"Styling…"), QKeySequence(u"Ctrl+Shift+Y"_s)), &QAction::triggered,
+            this, &MainWindow::showStyling);
     connect(add(u"newProfile"_s, ui(u"New Profile…")), &QAction::triggered, this, &MainWindow::newProfile);
     connect(add(u"renameProfile"_s, ui(u"Rename Profile…")), &QAction::triggered, this,
             &MainWindow::renameProfile);
@@ -576,8 +579,8 @@ void MainWindow::rebuildProfileMenu()
     if (active)
         m_profiles->setCurrentIndex(m_profiles->findData(active->id));
     m_profileMenu->addSeparator();
-    m_profileMenu->addActions({action(u"editProfile"_s), action(u"newProfile"_s), action(u"renameProfile"_s),
-                               action(u"deleteProfile"_s)});
+    m_profileMenu->addActions({action(u"editProfile"_s), action(u"editStyling"_s), action(u"newProfile"_s),
+                               action(u"renameProfile"_s), action(u"deleteProfile"_s)});
     // The last profile stays: the invoices need a sender.
     action(u"deleteProfile"_s)->setEnabled(profiles.profiles().size() > 1);
     m_profileMenu->addSeparator();
@@ -1097,6 +1100,20 @@ void MainWindow::showPreferences()
     dialog.exec();
     action(u"previewDarkMode"_s)->setChecked(AppSettings::invoiceDarkMode(m_settings));
     updatePreview();
+}
+
+void MainWindow::showStyling()
+{
+    saveNow();
+    if (auto* open = findChild<StylingDialog*>()) {
+        open->raise();
+        open->activateWindow();
+        return;
+    }
+    // Not modal: the user may want to look at other invoices in the new look meanwhile.
+    auto* dialog = new StylingDialog(m_workspace, currentInvoice(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->show();
 }
 
 void MainWindow::editProfile()

@@ -136,6 +136,7 @@ private:
     void openDataFolder();
     void showPreferences();
     void editProfile();
+    void showStyling();
     void newProfile();
     void switchProfile(const QUuid& id);
     void showAbout();

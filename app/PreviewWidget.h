@@ -26,6 +26,7 @@ public:
 
     // Shows this document from now on; nothing shows an empty surface.
     void setDocument(std::shared_ptr<const InvoiceDocument> document);
+    const std::shared_ptr<const InvoiceDocument>& document() const { return m_document; }
 
     int pageCount() const { return m_pageCount; }
     int currentPage() const { return m_currentPage; }

@@ -7,7 +7,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QImageReader>
 #include <QSaveFile>
+#include <QXmlStreamReader>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -25,6 +27,33 @@ StylingManager::StylingManager(const QString& profileFolder, QObject* parent) : 
 QString StylingManager::invalidLogoTypeText()
 {
     return u"Invalid file type. Only SVG, PNG, JPG, JPEG, and WebP files are supported for logos."_s;
+}
+
+QString StylingManager::unreadableLogoText()
+{
+    return u"The file is not a readable image."_s;
+}
+
+bool StylingManager::isReadableLogo(const QString& path)
+{
+    const QFileInfo info(path);
+    const QString suffix = info.suffix().toLower();
+    if (!logoExtensions.contains(suffix))
+        return false;
+    if (suffix == u"svg") {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly))
+            return false;
+        QXmlStreamReader xml(&file);
+        while (!xml.atEnd())
+            if (xml.readNext() == QXmlStreamReader::StartElement)
+                return xml.name() == u"svg";
+        return false;
+    }
+    // Decoding the whole image also catches a renamed or truncated file.
+    QImageReader reader(path);
+    reader.setDecideFormatFromContent(true);
+    return !reader.read().isNull();
 }
 
 QString StylingManager::stylingPath() const
@@ -145,6 +174,71 @@ std::optional<StylingError> StylingManager::setLogo(const QString& file)
     m_styling->logo = target;
     Q_EMIT stylingChanged();
     return std::nullopt;
+}
+
+std::optional<StylingError> StylingManager::replaceLogo(const QString& file)
+{
+    if (!logoExtensions.contains(QFileInfo(file).suffix().toLower()))
+        return StylingError{u"StylingManager"_s, 2, invalidLogoTypeText()};
+    if (m_folder.isEmpty() || !m_styling)
+        return StylingError{u"StylingManager"_s, 1, u"No active profile selected"_s};
+    if (!isReadableLogo(file))
+        return StylingError{u"StylingManager"_s, 3, unreadableLogoText()};
+    const QString old = logoPath();
+    if (!old.isEmpty() && QFileInfo(old) == QFileInfo(file))
+        return std::nullopt;
+    // Set aside rather than deleted, so a failed copy leaves the old logo in place.
+    const QString aside = old.isEmpty() ? QString() : old + u".previous"_s;
+    if (!aside.isEmpty()) {
+        QFile::remove(aside);
+        if (!QFile::rename(old, aside))
+            return StylingError{u"QFile"_s, int(QFileDevice::RenameError),
+                                u"%1: cannot be replaced"_s.arg(old)};
+    }
+    if (auto error = setLogo(file)) {
+        if (!aside.isEmpty())
+            QFile::rename(aside, old);
+        return error;
+    }
+    if (!aside.isEmpty())
+        QFile::remove(aside);
+    return std::nullopt;
+}
+
+bool StylingManager::removeLogo()
+{
+    if (!m_styling)
+        return false;
+    const QString old = logoPath();
+    if (!old.isEmpty() && !QFile::remove(old))
+        return false;
+    m_styling->logo.reset();
+    Q_EMIT stylingChanged();
+    return true;
+}
+
+bool StylingManager::setCss(const QString& css)
+{
+    if (m_folder.isEmpty() || !m_styling)
+        return false;
+    const QString existing = cssPath();
+    if (css.trimmed().isEmpty()) {
+        if (!existing.isEmpty() && !QFile::remove(existing))
+            return false;
+        m_styling->css.reset();
+    } else {
+        QSaveFile file(existing.isEmpty() ? QDir(m_folder).filePath(u"custom.css"_s) : existing);
+        if (!file.open(QIODevice::WriteOnly) || file.write(css.toUtf8()) < 0 || !file.commit()) {
+            qWarning("StylingManager: cannot write %s: %s", qPrintable(file.fileName()),
+                     qPrintable(file.errorString()));
+            return false;
+        }
+        m_styling->css = css;
+        if (existing.isEmpty() && m_watcher)
+            startWatching(); // the new sheet is watched from now on
+    }
+    Q_EMIT stylingChanged();
+    return true;
 }
 
 bool StylingManager::resolveFontFaces(const WebFontManager& fonts)

@@ -46,6 +46,14 @@ public:
 
     // Copies an SVG, PNG, JPG/JPEG or WebP file into the profile folder and makes it the logo.
     std::optional<StylingError> setLogo(const QString& file);
+    // What the styling editor does with a chosen or dropped file: refuses a wrong type and a
+    // file that is not a readable image of its type (code 3), removes the old logo, then copies.
+    std::optional<StylingError> replaceLogo(const QString& file);
+    // Deletes the logo file from the profile folder.
+    bool removeLogo();
+    // Writes the user style sheet (into the folder's style sheet, else "custom.css"); empty
+    // text removes the file.
+    bool setCss(const QString& css);
 
     // Fills the empty font faces from the catalogue; true when any was filled in.
     bool resolveFontFaces(const WebFontManager& fonts);
@@ -56,6 +64,9 @@ public:
     void stopWatching();
 
     static QString invalidLogoTypeText();
+    static QString unreadableLogoText();
+    // True for a file of an accepted logo type whose contents are such an image.
+    static bool isReadableLogo(const QString& file);
 
 Q_SIGNALS:
     void stylingChanged();

@@ -18,8 +18,8 @@ APT_PACKAGES=(
     # documents: HTML layout and PDF printing, PDF reading and writing, the sRGB output intent
     qt6-webengine-dev libqpdf-dev liblcms2-dev
     # the desktop program: SVG icons, the X11 platform plugin, Qt's own dialog texts in German,
-    # country and currency names
-    qt6-svg-dev qt6-qpa-plugins qt6-translations-l10n iso-codes
+    # country and currency names, WebP logos
+    qt6-svg-dev qt6-qpa-plugins qt6-translations-l10n iso-codes qt6-image-formats-plugins
     # plugins: scripts and their zip archives
     libjavascriptcoregtk-4.1-dev libzip-dev
     # the invoice search index (SQLite with FTS5)

@@ -56,6 +56,8 @@ public:
 
     Invoice createInvoice();
     Invoice createQuote();
+    // A new record filled from the active profile, without a number and not stored.
+    Invoice newFromProfile(InvoiceType type) const;
     std::optional<Invoice> duplicateInvoice(const QUuid& id);
     // An invoice made from a quote: like a duplicate, with the next invoice number and quoteId set.
     std::optional<Invoice> createInvoiceFromQuote(const QUuid& quoteId);
@@ -97,7 +99,6 @@ private:
     };
     static Stamp stampOf(const QString& path);
 
-    Invoice newFromProfile(InvoiceType type) const;
     static void copyContent(const Invoice& source, Invoice& target);
     Invoice& storeNew(Invoice invoice);
     void replaceOrAppend(const Invoice& invoice);
