@@ -27,6 +27,7 @@
 #include <QPushButton>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QTranslator>
@@ -244,6 +245,12 @@ int writeScreenshots(const QString& folder)
             QApplication::processEvents();
             const QString profileName = u"profile-"_s + rawValue(shot.language) + u".png"_s;
             failures += savePicture(profile, QDir(folder).filePath(profileName)) ? 0 : 1;
+            if (auto* tabs = profile.findChild<QTabWidget*>()) {
+                tabs->setCurrentIndex(2);
+                QApplication::processEvents();
+                const QString numbersName = u"profile-numbers-"_s + rawValue(shot.language) + u".png"_s;
+                failures += savePicture(profile, QDir(folder).filePath(numbersName)) ? 0 : 1;
+            }
             profile.close();
         }
         if (!shot.sample) {

@@ -3,12 +3,15 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "CodeComboBox.h"
+#include "NumberFormatEdit.h"
 #include "einvoice/XMLGenerator.h"
 #include "numbering/NumberAssignment.h"
 #include "numbering/NumberFormat.h"
+#include "reminders/ReminderVariable.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QDoubleSpinBox>
@@ -16,12 +19,15 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMessageBox>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTabWidget>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -81,6 +87,8 @@ ProfileDialog::ProfileDialog(Workspace& workspace, QSettings& settings, Mode mod
         tabs->addTab(sender, ui(u"Sender"));
         tabs->addTab(payment, ui(u"Payment and Tax"));
         tabs->addTab(numbers, ui(u"Numbers and Defaults"));
+        tabs->addTab(ratesPage(), ui(u"Rates and Documents"));
+        tabs->addTab(remindersPage(), ui(u"Reminders"));
         layout->addWidget(tabs);
         auto* buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
         connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
@@ -123,7 +131,7 @@ ProfileDialog::ProfileDialog(Workspace& workspace, QSettings& settings, Mode mod
         showPage(0);
     }
     updateHints();
-    resize(mode == Mode::onboarding ? QSize(620, 520) : QSize(640, 540));
+    resize(mode == Mode::onboarding ? QSize(620, 520) : QSize(720, 620));
 }
 
 QLineEdit* ProfileDialog::field(const QString& name, const QString& text, const QString& placeholder)
@@ -179,6 +187,15 @@ QWidget* ProfileDialog::senderPage()
     form->addRow(QString(), m_emailHint);
     form->addRow(ui(u"Phone"), m_phone);
     form->addRow(ui(u"Website"), m_website);
+    if (m_mode == Mode::edit) {
+        m_state = field(u"addressState"_s, p.addressState, ui(u"Only where addresses need it"));
+        form->insertRow(5, ui(u"State or Region"), m_state);
+        m_profileName = field(u"profileName"_s, p.profileName.value_or(QString()), p.displayName());
+        m_profileName->setToolTip(ui(u"How the profile is called in the switcher; the name when empty."));
+        form->insertRow(0, ui(u"Profile Name"), m_profileName);
+        m_additional = field(u"additional"_s, p.additional, ui(u"Anything else the letterhead should say"));
+        form->addRow(ui(u"Additional Info"), m_additional);
+    }
     return page(m_mode == Mode::onboarding ? ui(u"Who sends the invoices") : QString(),
                 m_mode == Mode::onboarding
                     ? ui(u"This is the letterhead of your documents and the seller of your "
@@ -206,6 +223,27 @@ QWidget* ProfileDialog::paymentPage()
     form->addRow(ui(u"IBAN"), m_iban);
     form->addRow(QString(), m_ibanHint);
     form->addRow(ui(u"BIC"), m_bic);
+    if (m_mode == Mode::edit) {
+        m_additionalNumbers =
+            field(u"additionalNumbers"_s, p.additionalNumbers, ui(u"E.g. commercial register and court"));
+        form->addRow(ui(u"Further Numbers"), m_additionalNumbers);
+        m_taxResidency = new CodeComboBox(CodeComboBox::Kind::country);
+        m_taxResidency->setObjectName(u"taxResidency"_s);
+        m_taxResidency->setCode(p.taxResidency.code);
+        form->addRow(ui(u"Taxed in"), m_taxResidency);
+        m_exemption = new QComboBox;
+        m_exemption->setObjectName(u"vatExemptionReason"_s);
+        for (const VATExemptionReason reason : allCases<VATExemptionReason>())
+            m_exemption->addItem(labelText(reason), int(reason));
+        m_exemption->setCurrentIndex(m_exemption->findData(int(p.vatExemptionReason)));
+        m_exemption->setToolTip(
+            ui(u"New invoices take this reason; the document says why no VAT is charged."));
+        form->addRow(ui(u"VAT Exemption"), m_exemption);
+        m_hideVat = new QCheckBox(ui(u"Leave VAT out of the documents"));
+        m_hideVat->setObjectName(u"hideVat"_s);
+        m_hideVat->setChecked(p.hideVat);
+        form->addRow(QString(), m_hideVat);
+    }
     return page(
         m_mode == Mode::onboarding ? ui(u"Tax and bank") : QString(),
         ui(u"Invoices must show your tax number or your VAT ID. The bank account is where customers pay; "
@@ -218,10 +256,23 @@ QWidget* ProfileDialog::numbersPage()
     const Profile& p = m_profile;
     auto* form = new QFormLayout;
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
-    m_numberFormat = field(u"numberFormat"_s, p.numberFormat, u"{YYYY}-{NNN}"_s);
+    m_numberFormat = new NumberFormatEdit;
+    m_numberFormat->setObjectName(u"numberFormat"_s);
+    m_numberFormat->setAccessibleName(ui(u"Number Format"));
+    m_numberFormat->setFormat(p.numberFormat);
     m_numberFormat->setToolTip(
         ui(u"Text with placeholders: {NNN} the running number with three digits, {YYYY} "
            u"the year, {MM} the month, {DD} the day, {X} a text per invoice."));
+    connect(m_numberFormat, &NumberFormatEdit::formatChanged, this, &ProfileDialog::updateHints);
+    auto* insert = new QToolButton;
+    insert->setObjectName(u"insertPlaceholder"_s);
+    insert->setText(ui(u"Insert"));
+    insert->setToolTip(ui(u"Insert a placeholder at the cursor"));
+    insert->setPopupMode(QToolButton::InstantPopup);
+    insert->setMenu(m_numberFormat->insertMenu());
+    auto* formatRow = new QHBoxLayout;
+    formatRow->addWidget(m_numberFormat, 1);
+    formatRow->addWidget(insert);
     m_startNumber = new QSpinBox;
     m_startNumber->setObjectName(u"startNumber"_s);
     m_startNumber->setRange(1, 99999999);
@@ -244,9 +295,40 @@ QWidget* ProfileDialog::numbersPage()
     for (const Language language : allCases<Language>())
         m_language->addItem(labelText(language), int(language));
     m_language->setCurrentIndex(m_language->findData(int(p.language)));
-    form->addRow(ui(u"Number Format"), m_numberFormat);
+    form->addRow(ui(u"Number Format"), formatRow);
     form->addRow(ui(u"First Number"), m_startNumber);
     form->addRow(ui(u"Next Invoice"), m_numberPreview);
+    if (m_mode == Mode::edit) {
+        m_resetFrequency = new QComboBox;
+        m_resetFrequency->setObjectName(u"resetNumberFrequency"_s);
+        for (const NumberResetFrequency frequency : allCases<NumberResetFrequency>())
+            m_resetFrequency->addItem(labelText(frequency), int(frequency));
+        m_resetFrequency->setCurrentIndex(m_resetFrequency->findData(int(p.resetNumberFrequency)));
+        m_startYear = new QSpinBox;
+        m_startYear->setObjectName(u"startNumberYear"_s);
+        m_startYear->setRange(1999, 2200);
+        m_startYear->setSpecialValueText(ui(u"no year"));
+        m_startYear->setMinimum(1999);
+        m_startYear->setValue(p.startNumberYear.value_or(1999));
+        m_startYear->setToolTip(ui(u"With a yearly restart, the first number applies only in this year; "
+                                   u"later years begin at 1."));
+        m_cancellationPrefix = field(u"cancellationPrefix"_s, p.cancellationPrefix);
+        m_quotePrefix = field(u"quotePrefix"_s, p.quotePrefix);
+        m_cancellationPreview = new QLabel;
+        m_cancellationPreview->setObjectName(u"cancellationPreview"_s);
+        m_quotePreview = new QLabel;
+        m_quotePreview->setObjectName(u"quotePreview"_s);
+        for (QLabel* preview : {m_numberPreview, m_cancellationPreview, m_quotePreview})
+            preview->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        connect(m_resetFrequency, &QComboBox::currentIndexChanged, this, &ProfileDialog::updateHints);
+        connect(m_startYear, &QSpinBox::valueChanged, this, &ProfileDialog::updateHints);
+        form->insertRow(2, ui(u"Start Again"), m_resetFrequency);
+        form->insertRow(3, ui(u"First Number in"), m_startYear);
+        form->addRow(ui(u"Cancellation Prefix"), m_cancellationPrefix);
+        form->addRow(ui(u"Next Cancellation"), m_cancellationPreview);
+        form->addRow(ui(u"Quote Prefix"), m_quotePrefix);
+        form->addRow(ui(u"Next Quote"), m_quotePreview);
+    }
     form->addRow(ui(u"Payment Term"), m_daysToPay);
     form->addRow(ui(u"Currency"), m_currency);
     form->addRow(ui(u"VAT Rate"), m_vatRate);
@@ -262,6 +344,93 @@ QWidget* ProfileDialog::numbersPage()
                 ui(u"Every invoice gets the next number in this format. New invoices take the payment term, "
                    u"currency, VAT rate and language from here."),
                 form);
+}
+
+QWidget* ProfileDialog::ratesPage()
+{
+    const Profile& p = m_profile;
+    auto* form = new QFormLayout;
+    auto rate = [&](QDoubleSpinBox*& box, const QString& name, double value) {
+        box = new QDoubleSpinBox;
+        box->setObjectName(name);
+        box->setRange(0, 1000000);
+        box->setDecimals(2);
+        box->setGroupSeparatorShown(true);
+        box->setSuffix(u" "_s + p.currency.code);
+        box->setValue(value);
+    };
+    rate(m_hourlyRate, u"hourlyRate"_s, p.hourlyRate);
+    rate(m_dailyRate, u"dailyRate"_s, p.dailyRate);
+    rate(m_weeklyRate, u"weeklyRate"_s, p.weeklyRate);
+    form->addRow(ui(u"Hourly Rate"), m_hourlyRate);
+    form->addRow(ui(u"Daily Rate"), m_dailyRate);
+    form->addRow(ui(u"Weekly Rate"), m_weeklyRate);
+    m_marginalNote = new QPlainTextEdit(p.marginalNote);
+    m_marginalNote->setObjectName(u"marginalNote"_s);
+    m_marginalNote->setAccessibleName(ui(u"Side Note"));
+    m_marginalNote->setTabChangesFocus(true);
+    m_marginalNote->setMaximumHeight(90);
+    form->addRow(ui(u"Side Note"), m_marginalNote);
+    m_darkMode = new QCheckBox(ui(u"Show this profile's documents dark in dark mode"));
+    m_darkMode->setObjectName(u"invoiceDarkMode"_s);
+    m_darkMode->setChecked(p.invoiceDarkMode);
+    form->addRow(QString(), m_darkMode);
+    return page(QString(),
+                ui(u"A new item in hours, days or weeks takes its price from these rates. The side note "
+                   u"is printed in the side column of every document."),
+                form);
+}
+
+QWidget* ProfileDialog::remindersPage()
+{
+    const Profile& p = m_profile;
+    auto* form = new QFormLayout;
+    m_friendlyReminder = new QCheckBox(ui(u"Begin with a friendly payment reminder, without a fee"));
+    m_friendlyReminder->setObjectName(u"friendlyReminderEnabled"_s);
+    m_friendlyReminder->setChecked(p.friendlyReminderEnabled);
+    form->addRow(QString(), m_friendlyReminder);
+    m_reminderDays = new QSpinBox;
+    m_reminderDays->setObjectName(u"reminderDaysToPay"_s);
+    m_reminderDays->setRange(0, 365);
+    m_reminderDays->setSuffix(u" "_s + ui(u"days"));
+    m_reminderDays->setValue(p.reminderDaysToPay);
+    form->addRow(ui(u"Payment Term"), m_reminderDays);
+    m_lateFee = new QDoubleSpinBox;
+    m_lateFee->setObjectName(u"latePaymentFee"_s);
+    m_lateFee->setRange(0, 100000);
+    m_lateFee->setDecimals(2);
+    m_lateFee->setSuffix(u" "_s + p.currency.code);
+    m_lateFee->setValue(p.latePaymentFee);
+    form->addRow(ui(u"Late Payment Fee"), m_lateFee);
+    m_interestRate = new QDoubleSpinBox;
+    m_interestRate->setObjectName(u"latePaymentInterestRate"_s);
+    m_interestRate->setRange(0, 100);
+    m_interestRate->setDecimals(2);
+    m_interestRate->setSuffix(u" %"_s);
+    m_interestRate->setValue(p.latePaymentInterestRate);
+    form->addRow(ui(u"Interest per Year"), m_interestRate);
+    m_reminderTemplate = new QPlainTextEdit(p.reminderTemplate);
+    m_reminderTemplate->setObjectName(u"reminderTemplate"_s);
+    m_reminderTemplate->setAccessibleName(ui(u"Reminder Text"));
+    m_reminderTemplate->setTabChangesFocus(true);
+    m_reminderTemplate->setPlaceholderText(ui(u"Empty: the standard text of the document language"));
+    form->addRow(ui(u"Reminder Text"), m_reminderTemplate);
+    auto* variables = new QToolButton;
+    variables->setObjectName(u"insertVariable"_s);
+    variables->setText(ui(u"Insert Variable"));
+    variables->setPopupMode(QToolButton::InstantPopup);
+    auto* menu = new QMenu(variables);
+    for (const auto& variableCase : EnumTraits<ReminderVariable>::cases) {
+        const ReminderVariable variable = variableCase.value;
+        menu->addAction(ReminderVariables::label(variable), this, [this, variable] {
+            m_reminderTemplate->insertPlainText(ReminderVariables::placeholder(variable));
+            m_reminderTemplate->setFocus();
+        });
+    }
+    variables->setMenu(menu);
+    form->addRow(QString(), variables);
+    return page(QString(),
+                ui(u"New payment reminders start with these values; each one can still be changed."), form);
 }
 
 QWidget* ProfileDialog::finishPage()
@@ -307,14 +476,38 @@ Profile ProfileDialog::profile() const
     p.vatNumber = m_vatNumber->text().trimmed().toUpper().remove(u' ');
     p.iban = m_iban->text().trimmed().toUpper();
     p.bic = m_bic->text().trimmed().toUpper();
-    p.numberFormat =
-        m_numberFormat->text().trimmed().isEmpty() ? u"{YYYY}-{NNN}"_s : m_numberFormat->text().trimmed();
+    p.numberFormat = m_numberFormat->format().isEmpty() ? u"{YYYY}-{NNN}"_s : m_numberFormat->format();
     p.startNumber = m_startNumber->value();
     p.daysToPay = m_daysToPay->value();
     p.currency = Currency{m_currency->code()};
     p.vatPercentage = m_vatRate->value();
     p.language = Language(m_language->currentData().toInt());
     p.eInvoiceFormat = EInvoiceFormat(m_mailFormat->currentData().toInt());
+    if (m_mode != Mode::edit)
+        return p;
+    const QString profileName = m_profileName->text().trimmed();
+    p.profileName = profileName.isEmpty() ? std::nullopt : std::optional(profileName);
+    p.addressState = m_state->text().trimmed();
+    p.additional = m_additional->text().trimmed();
+    p.additionalNumbers = m_additionalNumbers->text().trimmed();
+    p.taxResidency = Country{m_taxResidency->code()};
+    p.vatExemptionReason = VATExemptionReason(m_exemption->currentData().toInt());
+    p.hideVat = m_hideVat->isChecked();
+    p.resetNumberFrequency = NumberResetFrequency(m_resetFrequency->currentData().toInt());
+    p.startNumberYear =
+        m_startYear->value() == m_startYear->minimum() ? std::nullopt : std::optional(m_startYear->value());
+    p.cancellationPrefix = m_cancellationPrefix->text();
+    p.quotePrefix = m_quotePrefix->text();
+    p.hourlyRate = m_hourlyRate->value();
+    p.dailyRate = m_dailyRate->value();
+    p.weeklyRate = m_weeklyRate->value();
+    p.marginalNote = m_marginalNote->toPlainText();
+    p.invoiceDarkMode = m_darkMode->isChecked();
+    p.friendlyReminderEnabled = m_friendlyReminder->isChecked();
+    p.reminderDaysToPay = m_reminderDays->value();
+    p.latePaymentFee = m_lateFee->value();
+    p.latePaymentInterestRate = m_interestRate->value();
+    p.reminderTemplate = m_reminderTemplate->toPlainText();
     return p;
 }
 
@@ -396,11 +589,21 @@ void ProfileDialog::updateHints()
     if (!m_numberPreview || !m_iban || !m_name)
         return;
     const Profile p = profile();
-    Profile counted = p;
-    const int next = std::max(
-        NumberAssignment::nextNumber(InvoiceType::invoice, m_workspace.invoices().invoices(), counted),
-        p.startNumber);
-    m_numberPreview->setText(NumberFormat::render(p.numberFormat, next, Clock::today(), u"X"_s));
+    // The numbers the store would give next, with the settings as they stand in the form.
+    auto preview = [&](InvoiceType type) {
+        Invoice next = Invoice::makeNew();
+        next.type = type;
+        next.number = NumberAssignment::nextNumber(type, m_workspace.invoices().invoices(), p);
+        next.date = Clock::nowTimestamp();
+        next.numberVariable = u"X"_s;
+        next.numberFormat = p.numberFormat;
+        return NumberFormat::displayNumber(next, p);
+    };
+    m_numberPreview->setText(preview(InvoiceType::invoice));
+    if (m_cancellationPreview) {
+        m_cancellationPreview->setText(preview(InvoiceType::cancellation));
+        m_quotePreview->setText(preview(InvoiceType::quote));
+    }
     const QString iban = m_iban->text().trimmed();
     m_ibanHint->setText(iban.isEmpty() || isValidIban(iban)
                             ? QString()

@@ -5,6 +5,9 @@
 #include <QDialog>
 
 class CodeComboBox;
+class NumberFormatEdit;
+class QCheckBox;
+class QPlainTextEdit;
 class QComboBox;
 class QDoubleSpinBox;
 class QLabel;
@@ -47,6 +50,8 @@ private:
     QWidget* senderPage();
     QWidget* paymentPage();
     QWidget* numbersPage();
+    QWidget* ratesPage();
+    QWidget* remindersPage();
     QWidget* welcomePage();
     QWidget* finishPage();
     void showPage(int index);
@@ -81,7 +86,7 @@ private:
     QLineEdit* m_iban = nullptr;
     QLineEdit* m_bic = nullptr;
     QLabel* m_ibanHint = nullptr;
-    QLineEdit* m_numberFormat = nullptr;
+    NumberFormatEdit* m_numberFormat = nullptr;
     QSpinBox* m_startNumber = nullptr;
     QLabel* m_numberPreview = nullptr;
     QSpinBox* m_daysToPay = nullptr;
@@ -90,4 +95,28 @@ private:
     QComboBox* m_language = nullptr;
     QComboBox* m_mailFormat = nullptr;
     QLabel* m_missing = nullptr;
+    // Edit mode only: the onboarding asks for the essentials.
+    QLineEdit* m_profileName = nullptr;
+    QLineEdit* m_state = nullptr;
+    QLineEdit* m_additional = nullptr;
+    QLineEdit* m_additionalNumbers = nullptr;
+    CodeComboBox* m_taxResidency = nullptr;
+    QComboBox* m_exemption = nullptr;
+    QCheckBox* m_hideVat = nullptr;
+    QComboBox* m_resetFrequency = nullptr;
+    QSpinBox* m_startYear = nullptr;
+    QLineEdit* m_cancellationPrefix = nullptr;
+    QLineEdit* m_quotePrefix = nullptr;
+    QLabel* m_cancellationPreview = nullptr;
+    QLabel* m_quotePreview = nullptr;
+    QDoubleSpinBox* m_hourlyRate = nullptr;
+    QDoubleSpinBox* m_dailyRate = nullptr;
+    QDoubleSpinBox* m_weeklyRate = nullptr;
+    QPlainTextEdit* m_marginalNote = nullptr;
+    QCheckBox* m_darkMode = nullptr;
+    QCheckBox* m_friendlyReminder = nullptr;
+    QSpinBox* m_reminderDays = nullptr;
+    QDoubleSpinBox* m_lateFee = nullptr;
+    QDoubleSpinBox* m_interestRate = nullptr;
+    QPlainTextEdit* m_reminderTemplate = nullptr;
 };

@@ -1,5 +1,7 @@
 #include "AppFixture.h"
 
+#include "NumberFormatEdit.h"
+
 #include "DocumentActions.h"
 #include "FilterSidebar.h"
 #include "InvoiceFilterModel.h"
@@ -280,7 +282,9 @@ TEST_F(FirstStartTest, TheGuideFillsTheFirstProfileAndSaysWhatIsMissing)
         next();
         QTest::keyClicks(dialog->findChild<QLineEdit*>(u"iban"_s), u"DE89 3704 0044 0532 0130 00"_s);
         next();
-        dialog->findChild<QLineEdit*>(u"numberFormat"_s)->setText(u"RE-{YYYY}-{NNNN}"_s);
+        auto* format = dialog->findChild<NumberFormatEdit*>(u"numberFormat"_s);
+        format->selectAll();
+        QTest::keyClicks(format, u"RE-{YYYY}-{NNNN}"_s);
         EXPECT_TRUE(dialog->findChild<QLabel*>(u"numberPreview"_s)->text().startsWith(u"RE-20"_s));
         EXPECT_TRUE(dialog->findChild<QLabel*>(u"numberPreview"_s)->text().endsWith(u"-0001"_s));
         next();
