@@ -5,9 +5,11 @@
 #include "MessageBar.h"
 #include "exchange/ProfileExchange.h"
 #include "numbering/NumberFormat.h"
+#include "plugins/PluginManager.h"
 #include "reminders/Reminder.h"
 #include "tasks/CsvTasks.h"
 #include "tasks/DocumentTasks.h"
+#include "tasks/PluginTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
@@ -307,6 +309,80 @@ void DocumentActions::importEInvoices()
         return;
     rememberFolder(files.first());
     reportImport(ImportTasks::importEInvoices(m_workspace.invoices(), m_workspace.activeProfile(), files));
+}
+
+void DocumentActions::exportWithPlugin(PluginManager& plugins, const QString& id,
+                                       const QList<Invoice>& invoices)
+{
+    const auto plugin = plugins.plugin(id);
+    if (!plugin || invoices.isEmpty())
+        return;
+    const Profile& profile = m_workspace.activeProfile();
+    const QString extension = plugin->manifest.fileExtension.value_or(u"txt"_s);
+    const QString path = chooseSaveFile(
+        ui(u"Export Invoices"), suggestedPath(PluginTasks::suggestedExportName(*plugin, invoices, profile)),
+        ui(u"%1 Files (*.%2)").arg(extension.toUpper(), extension));
+    if (path.isEmpty())
+        return;
+    try {
+        PluginTasks::exportToFile(plugins, id, invoices, profile, path);
+        written(path, plugin->manifest.name);
+    } catch (const TaskError& failure) {
+        failed(ui(u"Export Failed"), failure.message());
+    }
+    Q_EMIT finished();
+}
+
+void DocumentActions::importWithPlugin(PluginManager& plugins, const QString& id)
+{
+    const auto plugin = plugins.plugin(id);
+    if (!plugin)
+        return;
+    const QString extension = plugin->manifest.fileExtension.value_or(QString());
+    const QString filter = extension.isEmpty() ? ui(u"All Files (*)")
+                                               : ui(u"%1 Files (*.%2)").arg(extension.toUpper(), extension);
+    const QStringList files = chooseOpenFiles(ui(u"Import Invoices"), lastFolder(), filter);
+    if (files.isEmpty())
+        return;
+    rememberFolder(files.first());
+    QList<QUuid> ids;
+    QStringList problems;
+    for (const QString& file : files) {
+        try {
+            for (const Invoice& invoice : PluginTasks::importFile(plugins, id, file, m_workspace.invoices(),
+                                                                  m_workspace.activeProfile()))
+                ids.append(invoice.id);
+        } catch (const TaskError& failure) {
+            problems.append(failure.message());
+        }
+    }
+    if (!problems.isEmpty())
+        failed(ui(u"Import Failed"), problems.join(u'\n'));
+    if (!ids.isEmpty()) {
+        Q_EMIT status(ui(u"Imported invoices: %1").arg(ids.size()));
+        Q_EMIT imported(ids);
+    } else if (problems.isEmpty()) {
+        m_messages.show(MessageBar::Kind::information,
+                        ui(u"The plugin “%1” found no invoices.").arg(plugin->manifest.name));
+    }
+}
+
+void DocumentActions::updateWithPlugin(PluginManager& plugins, const QString& id)
+{
+    const auto plugin = plugins.plugin(id);
+    if (!plugin)
+        return;
+    if (const auto changed = plugins.runUpdate(id)) {
+        Q_EMIT status(*changed == 0
+                          ? ui(u"“%1”: every invoice is up to date").arg(plugin->manifest.name)
+                          : ui(u"“%1” updated invoices: %2").arg(plugin->manifest.name).arg(*changed));
+        return;
+    }
+    const PluginRuntime* runtime = plugins.runtime(id);
+    failed(ui(u"Update Failed"),
+           ui(u"The plugin “%1” could not update the invoices: %2")
+               .arg(plugin->manifest.name,
+                    runtime && runtime->lastError() ? *runtime->lastError() : ui(u"it returned no result.")));
 }
 
 void DocumentActions::importFiles(const QStringList& files)

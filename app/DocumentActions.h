@@ -13,6 +13,7 @@
 #include <optional>
 
 class MessageBar;
+class PluginManager;
 class QSettings;
 class QWidget;
 class Workspace;
@@ -50,6 +51,12 @@ public:
 
     void importPdfs();
     void importEInvoices();
+
+    // A plugin's entry points: export to a file the user chooses, import from one, or update
+    // the statuses of the profile's invoices. Results and the plugin's errors are reported.
+    void exportWithPlugin(PluginManager& plugins, const QString& id, const QList<Invoice>& invoices);
+    void importWithPlugin(PluginManager& plugins, const QString& id);
+    void updateWithPlugin(PluginManager& plugins, const QString& id);
     // Files dropped on the window or given on the command line.
     void importFiles(const QStringList& files);
 

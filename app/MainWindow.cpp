@@ -227,6 +227,8 @@ MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* paren
     restoreState();
     updateWindowTitle();
     updateActions();
+    // Plugins load once the window is up, so their scripts never delay the first paint.
+    QTimer::singleShot(1000, this, [this] { pluginManager(); });
 }
 
 MainWindow::~MainWindow()
@@ -466,6 +468,16 @@ void MainWindow::createMenus()
     file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s), action(u"newFromText"_s)});
     file->addSeparator();
     file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s)});
+    file->addSeparator();
+    // Filled with the plugins that can do it each time the menu opens; hidden when none can.
+    m_exportPluginMenu = file->addMenu(ui(u"Export Invoices…"));
+    m_exportPluginMenu->setObjectName(u"exportPluginMenu"_s);
+    m_importPluginMenu = file->addMenu(ui(u"Import Invoices…"));
+    m_importPluginMenu->setObjectName(u"importPluginMenu"_s);
+    m_updatePluginMenu = file->addMenu(ui(u"Update Invoices…"));
+    m_updatePluginMenu->setObjectName(u"updatePluginMenu"_s);
+    connect(file, &QMenu::aboutToShow, this, &MainWindow::rebuildPluginMenus);
+    rebuildPluginMenus();
     file->addSeparator();
     file->addActions({action(u"exportPdf"_s), action(u"exportXRechnung"_s), action(u"exportZugferd"_s),
                       action(u"exportCsv"_s)});
@@ -1378,12 +1390,49 @@ void MainWindow::installPlugin(const QString& path)
 
 PluginManager& MainWindow::pluginManager()
 {
-    // Made when first needed: the list and installation need no running plugins.
     if (!m_pluginManager) {
         m_pluginManager = std::make_unique<PluginManager>(m_settings, QApplication::applicationVersion());
-        m_pluginManager->reloadPlugins();
+        m_pluginManager->setStores(&m_workspace.invoices(), &m_workspace.profiles());
+        // Loads the plugins, watches their folder and runs the update plugins once, then on
+        // their timers.
+        m_pluginManager->start();
+        connect(m_pluginManager.get(), &PluginManager::updateFinished, this,
+                [this](const QString& id, int changed) {
+                    if (changed > 0)
+                        if (const auto plugin = m_pluginManager->plugin(id))
+                            setStatusText(
+                                ui(u"“%1” updated invoices: %2").arg(plugin->manifest.name).arg(changed));
+                });
     }
     return *m_pluginManager;
+}
+
+void MainWindow::rebuildPluginMenus()
+{
+    // Before the plugins have loaded (just after start) the menus simply stay hidden.
+    const bool loaded = m_pluginManager != nullptr;
+    auto fill = [&](QMenu* menu, const QList<Plugin>& plugins,
+                    const std::function<void(const QString&)>& run) {
+        menu->clear();
+        for (const Plugin& plugin : plugins)
+            menu->addAction(plugin.manifest.name + u'…', this, [run, id = plugin.id()] { run(id); })
+                ->setData(plugin.id());
+        menu->menuAction()->setVisible(!menu->isEmpty());
+    };
+    const bool haveInvoices = !selectedInvoices().isEmpty();
+    fill(m_exportPluginMenu, loaded ? m_pluginManager->exportPlugins() : QList<Plugin>{},
+         [this](const QString& id) {
+             saveNow();
+             m_documents->exportWithPlugin(pluginManager(), id, selectedInvoices());
+         });
+    m_exportPluginMenu->setEnabled(haveInvoices);
+    fill(m_importPluginMenu, loaded ? m_pluginManager->importPlugins() : QList<Plugin>{},
+         [this](const QString& id) { m_documents->importWithPlugin(pluginManager(), id); });
+    fill(m_updatePluginMenu, loaded ? m_pluginManager->updatePlugins() : QList<Plugin>{},
+         [this](const QString& id) {
+             saveNow();
+             m_documents->updateWithPlugin(pluginManager(), id);
+         });
 }
 
 void MainWindow::showPlugins()

@@ -58,6 +58,8 @@ public:
     void renameProfile();
     void deleteProfile();
     PluginManager& pluginManager();
+    // The File menu's plugin entries, as the installed and enabled plugins offer them.
+    void rebuildPluginMenus();
     // Opens the invoice of a search result ("profile/invoice"), switching to its profile; false
     // (and nothing happens) for an identifier that names no invoice.
     bool showSearchResult(const QString& identifier);
@@ -167,6 +169,9 @@ private:
     std::unique_ptr<RateLimitedSaver> m_saver;
     std::unique_ptr<InvoiceFileWatcher> m_fileWatcher;
     std::unique_ptr<PluginManager> m_pluginManager;
+    QMenu* m_exportPluginMenu = nullptr;
+    QMenu* m_importPluginMenu = nullptr;
+    QMenu* m_updatePluginMenu = nullptr;
     QHash<QString, QAction*> m_actions;
     QMenu* m_profileMenu = nullptr;
 

@@ -5,10 +5,9 @@
 #include "numbering/NumberFormat.h"
 #include "plugins/PluginCommands.h"
 #include "plugins/PluginManager.h"
-#include "util/Files.h"
+#include "tasks/PluginTasks.h"
 
 #include <QCoreApplication>
-#include <QStringDecoder>
 
 #include <functional>
 
@@ -215,21 +214,9 @@ int importInvoices(PluginContext& context, const QStringList& arguments)
     PluginRuntime& runtime = usableRuntime(context.manager, plugin);
     if (!runtime.hasImportInvoices())
         throw CliError(u"%1: the plugin does not import invoices"_s.arg(plugin.id()));
-    QString error;
-    const auto bytes = Files::read(arguments[1], &error);
-    if (!bytes)
-        throw CliError(u"%1: %2"_s.arg(arguments[1], error));
-    QStringDecoder decoder(QStringDecoder::Utf8);
-    const QString text = decoder(*bytes);
-    if (decoder.hasError())
-        throw CliError(u"%1: not UTF-8 text"_s.arg(arguments[1]));
-
     Workspace& stores = workspace();
-    const auto patches = runtime.importInvoices(text, stores.activeProfile());
-    if (!patches)
-        throw CliError(
-            u"%1: %2"_s.arg(plugin.id(), runtime.lastError().value_or(u"the plugin returned no invoices"_s)));
-    const QList<Invoice> created = PluginCommands::applyImport(*patches, stores.invoices());
+    const QList<Invoice> created = PluginTasks::importFile(context.manager, plugin.id(), arguments[1],
+                                                           stores.invoices(), stores.activeProfile());
     out() << "Imported " << created.size() << " invoice(s) into profile \""
           << stores.activeProfile().displayName() << "\"\n";
     for (const Invoice& invoice : created)

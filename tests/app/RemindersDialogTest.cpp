@@ -81,8 +81,8 @@ TEST_F(RemindersDialogTest, TheFirstReminderIsMadeEditedIntoItsFileAndPreviewed)
     variables->actions().at(4)->trigger(); // the payment deadline
     EXPECT_EQ(text->toPlainText(), u"Bitte zahlen Sie bis {{payment-deadline}}"_s);
     const bool saved = waitFor([&] { return onDisk(id).fee == 5; });
-    ASSERT_TRUE(saved) << "store: " << workspace().reminders().reminder(id)->fee << " file: " << onDisk(id).fee
-                       << " editor: " << dialog->current()->fee;
+    ASSERT_TRUE(saved) << "store: " << workspace().reminders().reminder(id)->fee
+                       << " file: " << onDisk(id).fee << " editor: " << dialog->current()->fee;
     EXPECT_EQ(onDisk(id).text, u"Bitte zahlen Sie bis {{payment-deadline}}"_s);
     const int rendered = dialog->preview()->renderedCount();
     EXPECT_TRUE(waitFor([&] { return dialog->preview()->renderedCount() > rendered; }, 20000));

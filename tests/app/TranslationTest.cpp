@@ -17,9 +17,10 @@ TEST(Translations, EveryInterfaceTextHasAGermanEntry)
     static const QRegularExpression literal(uR"re(u"((?:[^"\\]|\\.)*)")re"_s);
     QStringList untranslated;
     int keys = 0;
-    // The window's own texts, and the messages of the text reader that it shows as they stand.
+    // The window's own texts, and the messages of the text reader and the tasks that it shows
+    // as they stand.
     QStringList sources;
-    for (const char* folder : {"/app", "/core/extraction"}) {
+    for (const char* folder : {"/app", "/core/extraction", "/tasks"}) {
         QDirIterator files(QStringLiteral(LEDRA_SOURCE_DIR) + QLatin1StringView(folder), {u"*.cpp"_s},
                            QDir::Files);
         while (files.hasNext())
