@@ -4,6 +4,7 @@
 #include "AppText.h"
 #include "BackgroundServices.h"
 #include "DocumentActions.h"
+#include "EInvoiceViewer.h"
 #include "FilterSidebar.h"
 #include "Icons.h"
 #include "InvoiceEditor.h"
@@ -325,6 +326,8 @@ void MainWindow::createActions()
             m_documents, &DocumentActions::importPdfs);
     connect(add(u"importEInvoices"_s, ui(u"Import E-Invoices…")), &QAction::triggered, m_documents,
             &DocumentActions::importEInvoices);
+    connect(add(u"eInvoiceViewer"_s, ui(u"E-Invoice Viewer…"), QKeySequence(u"Ctrl+Shift+O"_s)),
+            &QAction::triggered, this, [this] { showEInvoiceViewer(); });
     connect(add(u"createReminder"_s, ui(u"Create Payment Reminder")), &QAction::triggered, this,
             &MainWindow::createReminder);
     connect(add(u"showReminders"_s, ui(u"Payment Reminders…"), QKeySequence(u"Ctrl+Shift+R"_s)),
@@ -462,7 +465,7 @@ void MainWindow::createMenus()
     QMenu* file = menuBar()->addMenu(ui(u"&File"));
     file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s), action(u"newFromText"_s)});
     file->addSeparator();
-    file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s)});
+    file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s), action(u"eInvoiceViewer"_s)});
     file->addSeparator();
     file->addActions({action(u"exportPdf"_s), action(u"exportXRechnung"_s), action(u"exportZugferd"_s),
                       action(u"exportCsv"_s)});
@@ -1083,6 +1086,17 @@ void MainWindow::showReminders()
         dialog->createNext();
     connect(dialog, &QDialog::finished, this, &MainWindow::updateActions);
     dialog->open();
+}
+
+EInvoiceViewer* MainWindow::showEInvoiceViewer(const QStringList& files)
+{
+    if (!m_viewer)
+        m_viewer = new EInvoiceViewer(m_workspace, *m_documents, this);
+    m_viewer->show();
+    m_viewer->raise();
+    m_viewer->activateWindow();
+    m_viewer->openFiles(files);
+    return m_viewer;
 }
 
 void MainWindow::openDataFolder()
