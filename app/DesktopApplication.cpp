@@ -233,7 +233,7 @@ int writeScreenshots(const QString& folder)
                 file.write(SampleData::receivedEInvoice(workspace.activeProfile()));
             file.close();
             EInvoiceViewer* viewer = window.showEInvoiceViewer();
-            viewer->resize(1100, 900);
+            viewer->resize(1100, 1440);
             const int loaded = viewer->loadedCount();
             viewer->openFiles({received});
             QDeadlineTimer deadline(15000);

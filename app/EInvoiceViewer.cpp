@@ -87,7 +87,7 @@ EInvoiceViewer::EInvoiceViewer(Workspace& workspace, DocumentActions& documents,
         return action;
     };
     QAction* open = add(u"open"_s, ui(u"Open…"), QKeySequence::Open, &EInvoiceViewer::chooseFiles);
-    open->setIcon(style()->standardIcon(QStyle::SP_DialogOpenButton));
+    open->setIcon(Icons::named(u"document-open"_s));
     QAction* importAction = add(u"importAsInvoice"_s, ui(u"Import as Invoice"), QKeySequence(u"Ctrl+I"_s),
                                 &EInvoiceViewer::importCurrent);
     importAction->setIcon(Icons::named(u"document-import"_s));

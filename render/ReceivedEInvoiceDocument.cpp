@@ -37,8 +37,12 @@ struct Context
     }
     QString date(const std::optional<QDate>& date) const
     {
-        return date ? InvoiceDocument::formatDate(*date, language) : QString();
+        if (!date)
+            return {};
+        return locale().toString(*date, language == Language::german ? u"d. MMMM yyyy"_s : u"d MMMM yyyy"_s);
     }
+    // An amount taken off ("−11,10 €"): a minus sign in front, in every language.
+    QString deduction(double amount) const { return u"\u2212"_s + money(std::abs(amount)); }
     QString percent(double rate) const
     {
         return locale().toString(rate, 'f', QLocale::FloatingPointShortest) + u"\u00a0%"_s;
@@ -55,6 +59,17 @@ QString esc(const QString& text)
 QString escLines(const QString& text)
 {
     return esc(text).replace(u'\n', u"<br>"_s);
+}
+
+// "DE02 1203 0000 …" reads and compares better than one run of 22 characters.
+QString groupedIban(const QString& iban)
+{
+    QString compact = iban;
+    compact.remove(u' ');
+    QStringList groups;
+    for (qsizetype i = 0; i < compact.size(); i += 4)
+        groups.append(compact.mid(i, 4));
+    return groups.join(u' ');
 }
 
 QString lookup(const QHash<QString, QString>& table, const QString& code, const Context& c)
@@ -77,6 +92,39 @@ QString vatCategoryName(const QString& code, const Context& c)
         {u"M"_s, u"Tax for production, services and importation in Ceuta and Melilla"_s},
     };
     return lookup(names, code, c);
+}
+
+// Why an allowance or charge was made (UNTDID 5189 and 7161), for entries without a reason text.
+QString allowanceReasonName(const QString& code, bool charge, const Context& c)
+{
+    static const QHash<QString, QString> allowances{
+        {u"41"_s, u"Bonus for works ahead of schedule"_s},
+        {u"42"_s, u"Other bonus"_s},
+        {u"60"_s, u"Manufacturer’s consumer discount"_s},
+        {u"64"_s, u"Special agreement"_s},
+        {u"65"_s, u"Production error discount"_s},
+        {u"66"_s, u"New outlet discount"_s},
+        {u"67"_s, u"Sample discount"_s},
+        {u"68"_s, u"End-of-range discount"_s},
+        {u"95"_s, u"Discount"_s},
+        {u"100"_s, u"Special rebate"_s},
+        {u"102"_s, u"Fixed long term"_s},
+        {u"103"_s, u"Temporary"_s},
+        {u"104"_s, u"Standard"_s},
+        {u"105"_s, u"Yearly turnover"_s},
+    };
+    static const QHash<QString, QString> charges{
+        {u"ABL"_s, u"Additional packaging"_s},
+        {u"ADR"_s, u"Other services"_s},
+        {u"FC"_s, u"Freight service"_s},
+        {u"FI"_s, u"Financing"_s},
+        {u"PC"_s, u"Packing"_s},
+        {u"SH"_s, u"Special handling"_s},
+        {u"TAC"_s, u"Testing"_s},
+    };
+    const QHash<QString, QString>& names = charge ? charges : allowances;
+    const auto it = names.constFind(code);
+    return it == names.constEnd() ? code : c.t(*it);
 }
 
 QString paymentMeansName(const QString& code, const Context& c)
@@ -149,7 +197,9 @@ QString partyHtml(const QString& heading, const ReceivedEInvoice::Party& party, 
     fact(c.t(u"Tax Number"_s), party.taxNumber);
     fact(c.t(u"Identifier"_s), party.identifier);
     fact(c.t(u"Registration"_s), party.legalRegistration);
-    fact(c.t(u"Contact"_s), party.contactName);
+    // Some writers repeat the party's name as its contact person.
+    if (party.contactName != party.name)
+        fact(c.t(u"Contact"_s), party.contactName);
     fact(c.t(u"Phone"_s), party.contactPhone);
     fact(c.t(u"E-mail"_s), party.contactEmail);
     if (party.electronicAddress != party.contactEmail || party.contactEmail.isEmpty())
@@ -255,7 +305,8 @@ QString allowancesHtml(const ReceivedEInvoice& e, const Context& c)
         return {};
     QString rows;
     for (const ReceivedEInvoice::AllowanceCharge& entry : e.allowancesCharges) {
-        QString reason = entry.reason.isEmpty() ? entry.reasonCode : entry.reason;
+        QString reason =
+            entry.reason.isEmpty() ? allowanceReasonName(entry.reasonCode, entry.isCharge, c) : entry.reason;
         if (entry.percent && entry.basis)
             reason += u" (%1 × %2)"_s.arg(c.percent(*entry.percent), c.money(*entry.basis));
         QString vat = entry.vatRate ? c.percent(*entry.vatRate) : QString();
@@ -263,7 +314,7 @@ QString allowancesHtml(const ReceivedEInvoice& e, const Context& c)
             vat += u" "_s + entry.vatCategory;
         rows += u"<tr><td>%1</td><td>%2</td><td class=\"num\">%3</td><td class=\"num\">%4</td></tr>"_s.arg(
             esc(c.t(entry.isCharge ? u"Charge"_s : u"Allowance"_s)), esc(reason.trimmed()),
-            esc(vat.trimmed()), esc(c.money(entry.isCharge ? entry.amount : -entry.amount)));
+            esc(vat.trimmed()), esc(entry.isCharge ? c.money(entry.amount) : c.deduction(entry.amount)));
     }
     return u"<section><h2>%1</h2><table class=\"list\" id=\"allowances\"><thead><tr><th></th><th>%2</th>"
            u"<th class=\"num\">%3</th><th class=\"num\">%4</th></tr></thead><tbody>%5</tbody></table></section>"_s
@@ -301,7 +352,7 @@ QString totalsHtml(const ReceivedEInvoice& e, const Context& c)
             return;
         rows += u"<tr%1><th>%2</th><td>%3</td></tr>"_s.arg(
             rowClass.isEmpty() ? QString() : u" class=\"%1\" id=\"%1-total\""_s.arg(rowClass), esc(c.t(key)),
-            esc(c.money(negate ? -*amount : *amount)));
+            esc(negate ? c.deduction(*amount) : c.money(*amount)));
     };
     row(u"Sum of lines"_s, t.lineTotal);
     if (t.allowanceTotal && *t.allowanceTotal != 0)
@@ -336,20 +387,19 @@ QString paymentHtml(const ReceivedEInvoice& e, const Context& c)
     if (e.totals.duePayable)
         fact(c.t(u"Amount due"_s), c.money(*e.totals.duePayable));
     fact(c.t(u"Payment reference"_s), e.paymentReference);
-    if (!facts.isEmpty())
-        body += u"<dl>%1</dl>"_s.arg(facts);
+    // One list for all, so that the labels line up.
     for (const ReceivedEInvoice::PaymentMeans& means : e.paymentMeans) {
-        facts.clear();
         facts += u"<dt>%1</dt><dd>%2</dd>"_s.arg(esc(c.t(u"Payment means"_s)),
                                                  paymentMeansName(means.typeCode, c));
         fact(c.t(u"Information"_s), means.information);
         fact(c.t(u"Account holder"_s), means.accountName);
-        fact(u"IBAN"_s, means.iban);
+        fact(u"IBAN"_s, groupedIban(means.iban));
         fact(u"BIC"_s, means.bic);
-        fact(c.t(u"Debited account"_s), means.debitedAccount);
+        fact(c.t(u"Debited account"_s), groupedIban(means.debitedAccount));
         fact(c.t(u"Card"_s), means.cardNumber);
-        body += u"<dl class=\"means\">%1</dl>"_s.arg(facts);
     }
+    if (!facts.isEmpty())
+        body += u"<dl>%1</dl>"_s.arg(facts);
     if (body.isEmpty())
         return {};
     return u"<section><h2>%1</h2><div class=\"payment\" id=\"payment\">%2</div></section>"_s.arg(
