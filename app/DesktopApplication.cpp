@@ -3,6 +3,7 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "BackgroundServices.h"
+#include "EInvoiceViewer.h"
 #include "Icons.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
@@ -21,6 +22,7 @@
 #include <QCommandLineParser>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFile>
 #include <QLibraryInfo>
 #include <QLineEdit>
 #include <QLoggingCategory>
@@ -252,6 +254,26 @@ int writeScreenshots(const QString& folder)
                 failures += savePicture(profile, QDir(folder).filePath(numbersName)) ? 0 : 1;
             }
             profile.close();
+
+            // A print shop's e-invoice to the sample business, as the viewer shows it.
+            const QString received = QDir(home->path()).filePath(u"RE-2026-2318.xml"_s);
+            QFile file(received);
+            if (file.open(QIODevice::WriteOnly))
+                file.write(SampleData::receivedEInvoice(workspace.activeProfile()));
+            file.close();
+            EInvoiceViewer* viewer = window.showEInvoiceViewer();
+            viewer->resize(1100, 1440);
+            const int loaded = viewer->loadedCount();
+            viewer->openFiles({received});
+            QDeadlineTimer deadline(15000);
+            while (viewer->loadedCount() == loaded && !deadline.hasExpired())
+                QApplication::processEvents(QEventLoop::AllEvents, 50);
+            QDeadlineTimer page(600);
+            while (!page.hasExpired())
+                QApplication::processEvents(QEventLoop::AllEvents, 20);
+            const QString viewerName = u"viewer-"_s + rawValue(shot.language) + u".png"_s;
+            failures += savePicture(*viewer, QDir(folder).filePath(viewerName)) ? 0 : 1;
+            viewer->close();
         }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);
@@ -291,7 +313,9 @@ int run(int argc, char* argv[])
         {u"show"_s,
          u"Open the invoice of a search result (PROFILE-ID/INVOICE-ID, as `ledra search` gives it)."_s,
          u"ID"_s});
-    parser.addPositionalArgument(u"FILE"_s, u"PDF files or e-invoices to import."_s, u"[FILE...]"_s);
+    parser.addOption({u"viewer"_s, u"Show the FILEs in the e-invoice viewer instead of importing them."_s});
+    parser.addPositionalArgument(
+        u"FILE"_s, u"PDF files or e-invoices to import (or to view, with --viewer)."_s, u"[FILE...]"_s);
     parser.process(app);
 
     if (parser.isSet(u"screenshots"_s))
@@ -308,7 +332,13 @@ int run(int argc, char* argv[])
     window.show();
     const QStringList files = parser.positionalArguments();
     const QString shown = parser.value(u"show"_s);
-    QTimer::singleShot(0, &window, [&window, files, shown] {
+    const bool view = parser.isSet(u"viewer"_s);
+    QTimer::singleShot(0, &window, [&window, files, shown, view] {
+        // Someone looking at a received invoice has not come to set up a profile.
+        if (view) {
+            window.showEInvoiceViewer(files);
+            return;
+        }
         window.offerOnboarding();
         if (!files.isEmpty())
             window.openFiles(files);

@@ -392,7 +392,7 @@ void DocumentActions::importFiles(const QStringList& files)
     reportImport(ImportTasks::importDropped(m_workspace.invoices(), m_workspace.activeProfile(), files));
 }
 
-void DocumentActions::reportImport(const QList<ImportResult>& results)
+void DocumentActions::reportImport(const QList<ImportResult>& results, QWidget* dialogParent)
 {
     QList<QUuid> added;
     int refused = 0;
@@ -415,7 +415,8 @@ void DocumentActions::reportImport(const QList<ImportResult>& results)
                         ui(u"%1 of %2 files imported.").arg(added.size()).arg(results.size()));
     else
         m_messages.show(MessageBar::Kind::information, ui(u"%1 files imported.").arg(added.size()));
-    auto* report = new ImportReportDialog(m_workspace.activeProfile(), results, m_window);
+    auto* report =
+        new ImportReportDialog(m_workspace.activeProfile(), results, dialogParent ? dialogParent : m_window);
     report->open();
 }
 

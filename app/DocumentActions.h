@@ -59,6 +59,9 @@ public:
     void updateWithPlugin(PluginManager& plugins, const QString& id);
     // Files dropped on the window or given on the command line.
     void importFiles(const QStringList& files);
+    // Reports imports in the status line and message bar, and lists refusals and notes in a
+    // report dialog over `dialogParent` (the main window when none).
+    void reportImport(const QList<ImportResult>& results, QWidget* dialogParent = nullptr);
 
     // Ledra Data files: one profile or all of them, with everything in their folders.
     void exportProfile(const Profile& profile);
@@ -86,7 +89,6 @@ private:
     void rememberFolder(const QString& path);
     QString suggestedPath(const QString& fileName) const;
     bool checkEInvoice(const Invoice& invoice);
-    void reportImport(const QList<ImportResult>& results);
     void writeDataFile(const QList<Profile>& profiles, const QString& path);
     QString chooseReminderFile(const Reminder& reminder, const Invoice& invoice, const QString& title);
     void writeReminderPdf(const Reminder& reminder, const Invoice& invoice, const QString& path);

@@ -4,6 +4,7 @@
 #include "AppText.h"
 #include "BackgroundServices.h"
 #include "DocumentActions.h"
+#include "EInvoiceViewer.h"
 #include "FilterSidebar.h"
 #include "Icons.h"
 #include "InvoiceEditor.h"
@@ -328,6 +329,8 @@ void MainWindow::createActions()
             m_documents, &DocumentActions::importPdfs);
     connect(add(u"importEInvoices"_s, ui(u"Import E-Invoices…")), &QAction::triggered, m_documents,
             &DocumentActions::importEInvoices);
+    connect(add(u"eInvoiceViewer"_s, ui(u"E-Invoice Viewer…"), QKeySequence(u"Ctrl+Shift+O"_s)),
+            &QAction::triggered, this, [this] { showEInvoiceViewer(); });
     connect(add(u"createReminder"_s, ui(u"Create Payment Reminder")), &QAction::triggered, this,
             &MainWindow::createReminder);
     connect(add(u"showReminders"_s, ui(u"Payment Reminders…"), QKeySequence(u"Ctrl+Shift+R"_s)),
@@ -467,7 +470,7 @@ void MainWindow::createMenus()
     QMenu* file = menuBar()->addMenu(ui(u"&File"));
     file->addActions({action(u"newInvoice"_s), action(u"newQuote"_s), action(u"newFromText"_s)});
     file->addSeparator();
-    file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s)});
+    file->addActions({action(u"importPdf"_s), action(u"importEInvoices"_s), action(u"eInvoiceViewer"_s)});
     file->addSeparator();
     // Filled with the plugins that can do it each time the menu opens; hidden when none can.
     m_exportPluginMenu = file->addMenu(ui(u"Export Invoices…"));
@@ -1098,6 +1101,17 @@ void MainWindow::showReminders()
         dialog->createNext();
     connect(dialog, &QDialog::finished, this, &MainWindow::updateActions);
     dialog->open();
+}
+
+EInvoiceViewer* MainWindow::showEInvoiceViewer(const QStringList& files)
+{
+    if (!m_viewer)
+        m_viewer = new EInvoiceViewer(m_workspace, *m_documents, this);
+    m_viewer->show();
+    m_viewer->raise();
+    m_viewer->activateWindow();
+    m_viewer->openFiles(files);
+    return m_viewer;
 }
 
 void MainWindow::openDataFolder()

@@ -14,6 +14,7 @@
 
 class BackgroundServices;
 class DocumentActions;
+class EInvoiceViewer;
 class FilterSidebar;
 class InvoiceEditor;
 class InvoiceFileWatcher;
@@ -66,6 +67,8 @@ public:
     // Shows the first-start guide when the profile has no sender data yet (and it was not
     // skipped before).
     void offerOnboarding();
+    // File › E-Invoice Viewer…: the viewer window (made on first use), showing `files` if any.
+    EInvoiceViewer* showEInvoiceViewer(const QStringList& files = {});
 
     // The parts the tests and the screenshot tool reach for.
     InvoiceEditor* editor() const { return m_editor; }
@@ -174,6 +177,7 @@ private:
     QMenu* m_updatePluginMenu = nullptr;
     QHash<QString, QAction*> m_actions;
     QMenu* m_profileMenu = nullptr;
+    QPointer<EInvoiceViewer> m_viewer;
 
     // The open invoice's record as it was last saved or read: the editor's copy differs from it
     // while an edit waits to be saved.

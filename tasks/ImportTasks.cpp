@@ -33,8 +33,10 @@ void save(InvoiceManager& store, ImportResult& result)
     }
 }
 
-ImportResult importEInvoice(InvoiceManager& store, const Profile& profile, const QString& path,
-                            const QByteArray& bytes)
+} // namespace
+
+ImportResult importEInvoiceData(InvoiceManager& store, const Profile& profile, const QString& path,
+                                const QByteArray& bytes)
 {
     ImportResult result{path, std::nullopt, {}, {}, false};
     const EInvoiceImporter::Result imported = EInvoiceImporter::importFile(bytes, profile, store.invoices());
@@ -49,8 +51,6 @@ ImportResult importEInvoice(InvoiceManager& store, const Profile& profile, const
     save(store, result);
     return result;
 }
-
-} // namespace
 
 QList<ImportResult> importPdfs(InvoiceManager& store, const QStringList& files)
 {
@@ -78,7 +78,7 @@ QList<ImportResult> importEInvoices(InvoiceManager& store, const Profile& profil
                  false});
             continue;
         }
-        results.append(importEInvoice(store, profile, path, *bytes));
+        results.append(importEInvoiceData(store, profile, path, *bytes));
     }
     return results;
 }

@@ -35,6 +35,10 @@ QList<ImportResult> importPdfs(InvoiceManager& store, const QStringList& files);
 // CII e-invoices, as XML or hybrid PDF, from any program; each becomes a new invoice of the profile.
 QList<ImportResult> importEInvoices(InvoiceManager& store, const Profile& profile, const QStringList& files);
 
+// One e-invoice already read into memory (XML or hybrid PDF); `file` names it in the result.
+ImportResult importEInvoiceData(InvoiceManager& store, const Profile& profile, const QString& file,
+                                const QByteArray& bytes);
+
 // Files dropped onto the window: a PDF with an invoice record is imported as such, any other
 // PDF and every XML file as an e-invoice. Other files are refused with a reason.
 QList<ImportResult> importDropped(InvoiceManager& store, const Profile& profile, const QStringList& files);

@@ -1,5 +1,6 @@
 #include "tasks/SampleData.h"
 
+#include "einvoice/XMLGenerator.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
 
@@ -142,6 +143,52 @@ void populate(Workspace& workspace)
     // The second invoice was issued twice by mistake.
     if (!toCancel.isNull())
         invoices.cancelInvoice(toCancel);
+}
+
+QByteArray receivedEInvoice(const Profile& buyer)
+{
+    Invoice invoice = Invoice::makeNew();
+    invoice.number = 2318;
+    invoice.numberFormat = u"RE-{YYYY}-{N}"_s;
+    const Timestamp date =
+        Timestamp::fromDateTime(QDateTime(Clock::today().addDays(-1), QTime(9, 0), Clock::timeZone()));
+    invoice.date = date;
+    invoice.serviceDateStart = date.addingCalendarDays(-3);
+    invoice.serviceDateEnd = date.addingCalendarDays(-3);
+    invoice.status = Status::sent;
+    invoice.daysToPay = 14;
+    invoice.reference = u"PO-2026-118"_s;
+    invoice.senderName = u"Druckerei Hansen GmbH"_s;
+    invoice.senderBusinessName = u"Hansen Print & Papier"_s;
+    invoice.senderAddressLineOne = u"Am Hafen 12"_s;
+    invoice.senderAddressPostcode = u"20457"_s;
+    invoice.senderAddressCity = u"Hamburg"_s;
+    invoice.senderAddressCountry = Country{u"DE"_s};
+    invoice.senderEmail = u"rechnung@druckerei-hansen.example"_s;
+    invoice.senderPhone = u"+49 40 5551234"_s;
+    invoice.senderIban = u"DE89 3704 0044 0532 0130 00"_s;
+    invoice.senderBic = u"COBADEFFXXX"_s;
+    invoice.senderVatNumber = u"DE287654321"_s;
+    invoice.senderTaxNumber = u"47/123/04567"_s;
+    invoice.name = buyer.businessName.isEmpty() ? buyer.name : buyer.businessName;
+    invoice.businessName = buyer.businessName;
+    invoice.addressLineOne = buyer.addressLineOne;
+    invoice.addressPostcode = buyer.addressPostcode;
+    invoice.addressCity = buyer.addressCity;
+    invoice.addressCountry = buyer.addressCountry;
+    invoice.email = buyer.email;
+    invoice.items = {
+        line(u"Visitenkarten, 4/4-farbig, 350 g/m² matt"_s, 500, Unit::piece, 0.12),
+        line(u"Flyer DIN A5, 135 g/m² Bilderdruck"_s, 2000, Unit::piece, 0.085),
+        line(u"Satz und Druckvorstufe"_s, 1.5, Unit::hour, 68),
+        line(u"Katalog „Formen des Nordens“, 48 Seiten"_s, 25, Unit::piece, 14.8, 7),
+    };
+    invoice.discountPercentage = 3;
+    invoice.note = u"Vielen Dank für Ihren Auftrag. Die Ware wurde am Vortag ausgeliefert."_s;
+    invoice.language = Language::german;
+    Profile seller;
+    seller.language = Language::german;
+    return XMLGenerator::generate(invoice, seller).value_or(QByteArray());
 }
 
 } // namespace SampleData

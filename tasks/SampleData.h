@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QByteArray>
+
+struct Profile;
 class Workspace;
 
 // A believable small business to look at and try things on: a complete sender profile and
@@ -8,5 +11,9 @@ class Workspace;
 namespace SampleData {
 
 void populate(Workspace& workspace);
+
+// A CII e-invoice as the sample business receives one: a print shop's invoice to `buyer` with
+// two VAT rates and a discount, written the day before.
+QByteArray receivedEInvoice(const Profile& buyer);
 
 } // namespace SampleData

@@ -143,18 +143,19 @@ QList<VATGroup> vatGroups(const Invoice& invoice)
     return groupsFor(invoice, subtotal, discountFor(invoice, subtotal));
 }
 
-QString formatMoney(double amount, const QString& currencyCode, Language language)
+QString formatMoney(double amount, const QString& currencyCode, Language language, int decimals)
 {
     using namespace Qt::Literals::StringLiterals;
     static const QHash<QString, QString> symbols{{u"EUR"_s, u"€"_s}, {u"USD"_s, u"$"_s},  {u"GBP"_s, u"£"_s},
                                                  {u"JPY"_s, u"¥"_s}, {u"CNY"_s, u"¥"_s},  {u"INR"_s, u"₹"_s},
                                                  {u"KRW"_s, u"₩"_s}, {u"PLN"_s, u"zł"_s}, {u"ILS"_s, u"₪"_s}};
-    double rounded = round2(amount);
+    const double scale = std::pow(10.0, decimals);
+    double rounded = decimals == 2 ? round2(amount) : std::round(amount * scale) / scale;
     if (rounded == 0)
         rounded = 0;
     const QLocale locale = language == Language::german ? QLocale(QLocale::German, QLocale::Germany)
                                                         : QLocale(QLocale::English, QLocale::UnitedStates);
-    return locale.toCurrencyString(rounded, symbols.value(currencyCode, currencyCode), 2);
+    return locale.toCurrencyString(rounded, symbols.value(currencyCode, currencyCode), decimals);
 }
 
 } // namespace Totals

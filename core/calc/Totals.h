@@ -56,7 +56,8 @@ struct Summary
 Summary summarize(const Invoice& invoice);
 
 // An amount as documents and lists show it: rounded to the cent, with the currency's symbol
-// in the language's style ("1.533,44 €", "€1,533.44"); never "-0,00".
-QString formatMoney(double amount, const QString& currencyCode, Language language);
+// in the language's style ("1.533,44 €", "€1,533.44"); never "-0,00". Unit prices of received
+// documents keep up to four `decimals` ("0,1275 €").
+QString formatMoney(double amount, const QString& currencyCode, Language language, int decimals = 2);
 
 } // namespace Totals

@@ -170,30 +170,61 @@ QStringList totalsDifferences(const XMLElement& document, const Invoice& invoice
 
 } // namespace
 
-Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<Invoice>& invoices)
+Document openXml(const QByteArray& xml)
 {
-    Result result;
+    Document document;
     QStringDecoder utf8(QStringDecoder::Utf8);
     const QString text = utf8.decode(xml);
     if (utf8.hasError() || xml.isEmpty()) {
-        result.alerts.append(Strings::ui(u"Could not read the selected XML file."_s));
-        result.detail = xml.isEmpty() ? u"the file is empty"_s : u"the file is not UTF-8 text"_s;
-        return result;
+        document.problem = Problem::unreadableText;
+        document.detail = xml.isEmpty() ? u"the file is empty"_s : u"the file is not UTF-8 text"_s;
+        return document;
     }
     QString parseError;
-    const std::optional<XMLElement> parsed = XMLElement::parse(xml, &parseError);
-    const QString documentId =
-        parsed ? parsed->textAt(u"ExchangedDocument/ID").value_or(QString()) : QString();
-    if (documentId.isEmpty()) {
-        result.alerts.append(Strings::ui(u"This file does not appear to be a valid e-invoice."_s));
-        result.detail = parsed ? u"no document number (ExchangedDocument/ID)"_s : parseError;
-        return result;
+    std::optional<XMLElement> parsed = XMLElement::parse(xml, &parseError);
+    if (!parsed) {
+        document.problem = Problem::notXml;
+        document.detail = parseError;
+        return document;
     }
-    const XMLElement& document = *parsed;
+    if (parsed->textAt(u"ExchangedDocument/ID").value_or(QString()).isEmpty()) {
+        document.problem = Problem::notAnEInvoice;
+        document.detail = u"no document number (ExchangedDocument/ID)"_s;
+        return document;
+    }
+    document.root = std::move(parsed);
+    return document;
+}
 
-    Invoice invoice = freshInvoice(profile, invoices);
-    invoice.status = Status::sent;
+Document openFile(const QByteArray& bytes)
+{
+    // PDF readers accept the header anywhere in the first kilobyte.
+    if (!bytes.left(1024).contains("%PDF-"))
+        return openXml(bytes);
+    Document document;
+    QList<PdfAttachments::Attachment> attachments;
+    try {
+        attachments = PdfAttachments::list(bytes);
+    } catch (const std::exception& error) {
+        document.problem = Problem::unreadablePdf;
+        document.detail = u"the PDF cannot be read: %1"_s.arg(QString::fromUtf8(error.what()));
+        return document;
+    }
+    const std::optional<PdfAttachments::Attachment> xml = PdfAttachments::invoiceXml(attachments);
+    if (!xml) {
+        document.problem = Problem::noInvoiceXml;
+        document.detail = u"the PDF carries no %1"_s.arg(PdfAttachments::invoiceXmlNames().join(u", "_s));
+        return document;
+    }
+    document = openXml(xml->data);
+    document.embeddedName = xml->name;
+    if (document.problem)
+        document.detail = u"%1: %2"_s.arg(xml->name, document.detail);
+    return document;
+}
 
+void fillInvoice(const XMLElement& document, Invoice& invoice)
+{
     const std::optional<QDate> issueDate =
         dateAt(document, u"ExchangedDocument/IssueDateTime/DateTimeString");
     if (issueDate)
@@ -255,36 +286,40 @@ Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<
         document.textAt(u"ApplicableHeaderTradeSettlement/ApplicableTradeTax/ExemptionReason");
     if (const auto reason = exemptionFromText(exemption.value_or(QString())))
         invoice.vatExemptionReason = *reason;
+}
 
-    result.alerts = totalsDifferences(document, invoice);
+namespace {
+
+Result importDocument(const Document& document, const Profile& profile, const QList<Invoice>& invoices)
+{
+    Result result;
+    if (!document.root) {
+        const bool unreadable =
+            document.problem == Problem::unreadableText || document.problem == Problem::unreadablePdf;
+        result.alerts.append(unreadable
+                                 ? Strings::ui(u"Could not read the selected XML file."_s)
+                                 : Strings::ui(u"This file does not appear to be a valid e-invoice."_s));
+        result.detail = document.detail;
+        return result;
+    }
+    Invoice invoice = freshInvoice(profile, invoices);
+    invoice.status = Status::sent;
+    fillInvoice(*document.root, invoice);
+    result.alerts = totalsDifferences(*document.root, invoice);
     result.invoice = std::move(invoice);
     return result;
 }
 
+} // namespace
+
+Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<Invoice>& invoices)
+{
+    return importDocument(openXml(xml), profile, invoices);
+}
+
 Result importFile(const QByteArray& bytes, const Profile& profile, const QList<Invoice>& invoices)
 {
-    // PDF readers accept the header anywhere in the first kilobyte.
-    if (!bytes.left(1024).contains("%PDF-"))
-        return importInvoice(bytes, profile, invoices);
-    Result result;
-    QList<PdfAttachments::Attachment> attachments;
-    try {
-        attachments = PdfAttachments::list(bytes);
-    } catch (const std::exception& error) {
-        result.alerts.append(Strings::ui(u"Could not read the selected XML file."_s));
-        result.detail = u"the PDF cannot be read: %1"_s.arg(QString::fromUtf8(error.what()));
-        return result;
-    }
-    const std::optional<PdfAttachments::Attachment> xml = PdfAttachments::invoiceXml(attachments);
-    if (!xml) {
-        result.alerts.append(Strings::ui(u"This file does not appear to be a valid e-invoice."_s));
-        result.detail = u"the PDF carries no %1"_s.arg(PdfAttachments::invoiceXmlNames().join(u", "_s));
-        return result;
-    }
-    result = importInvoice(xml->data, profile, invoices);
-    if (!result.invoice)
-        result.detail = u"%1: %2"_s.arg(xml->name, result.detail);
-    return result;
+    return importDocument(openFile(bytes), profile, invoices);
 }
 
 } // namespace EInvoiceImporter

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "einvoice/XMLElement.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
 
@@ -24,6 +25,39 @@ struct Result
     // For a refused file, what exactly was wrong ("line 3: ..."), for logs and the command line.
     QString detail;
 };
+
+// Why a file cannot be read as an e-invoice.
+enum class Problem
+{
+    unreadableText, // empty, or not UTF-8
+    notXml,         // not well-formed XML (or XML we refuse, such as a DTD)
+    notAnEInvoice,  // XML without a CII document number
+    unreadablePdf,
+    noInvoiceXml, // a PDF without an embedded invoice XML
+};
+
+// A received file opened as a CII document: the importer and the viewer read the same way.
+struct Document
+{
+    // The document's root element; nullopt when the file was refused.
+    std::optional<XMLElement> root;
+    // For a hybrid PDF, the name of the embedded file the XML came from.
+    QString embeddedName;
+    std::optional<Problem> problem;
+    // What exactly was wrong ("line 3: ..."), in English for logs and the command line.
+    QString detail;
+};
+
+// CII XML as it stands.
+Document openXml(const QByteArray& xml);
+// CII XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice XML is read
+// like an XML file.
+Document openFile(const QByteArray& bytes);
+
+// Fills the invoice from the document by the paths our writer fills: dates, note, reference,
+// seller as sender, buyer as recipient, currency, payment term, allowance and lines. What the
+// document lacks stays as it was.
+void fillInvoice(const XMLElement& document, Invoice& invoice);
 
 // `invoices` are those the store holds; the new invoice takes the next number after them.
 Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<Invoice>& invoices);

@@ -40,6 +40,11 @@ TEST(DesktopIntegration, EntryDescriptionAndFileTypesAgree)
     const QString entry = read(u"com.varnhelm.Ledra.desktop"_s);
     const QString mime = read(u"com.varnhelm.Ledra.mime.xml"_s);
     EXPECT_TRUE(entry.contains(u"\nExec=ledra-desktop %F\n"_s));
+    // Received e-invoices open in the viewer from the file manager's "Open with" menu.
+    EXPECT_TRUE(entry.contains(u"\nActions=view-einvoice;\n"_s));
+    EXPECT_TRUE(entry.contains(u"\n[Desktop Action view-einvoice]\n"_s));
+    EXPECT_TRUE(entry.contains(u"\nExec=ledra-desktop --viewer %F\n"_s));
+    EXPECT_TRUE(entry.contains(u";application/xml;text/xml;"_s));
     EXPECT_TRUE(entry.contains(u"\nIcon=com.varnhelm.Ledra\n"_s));
     static const QRegularExpression type(uR"re(<mime-type type="([^"]+)")re"_s);
     int types = 0;

@@ -1,0 +1,161 @@
+#include "AppFixture.h"
+
+#include "EInvoiceViewer.h"
+#include "ImportReportDialog.h"
+#include "calc/Totals.h"
+#include "support/TestSupport.h"
+#include "tasks/DocumentTasks.h"
+#include "tasks/SampleData.h"
+
+#include <QDropEvent>
+#include <QFile>
+#include <QListWidget>
+#include <QMimeData>
+#include <QStatusBar>
+#include <QWebEnginePage>
+#include <QWebEngineView>
+
+#include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
+
+// File › E-Invoice Viewer…: received e-invoices shown as documents in a window of their own.
+class EInvoiceViewerTest : public AppFixture
+{
+protected:
+    void SetUp() override
+    {
+        AppFixture::SetUp();
+        openWindow([](Workspace& workspace) { SampleData::populate(workspace); });
+        trigger(u"eInvoiceViewer"_s);
+        m_viewer = window().findChild<EInvoiceViewer*>();
+        ASSERT_TRUE(m_viewer);
+        ASSERT_TRUE(m_viewer->isVisible());
+    }
+
+    QString write(const QString& name, const QByteArray& bytes)
+    {
+        const QString path = m_home.filePath(name);
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(bytes);
+        return path;
+    }
+
+    QString fixture()
+    {
+        return write(u"GS-2025-0042.xml"_s, TestSupport::readData(u"einvoice/received-credit-note.xml"_s));
+    }
+
+    // Runs `open` and waits for the page it shows; returns the page's HTML as the engine has it.
+    QString shownAfter(const std::function<void()>& open)
+    {
+        const int loaded = m_viewer->loadedCount();
+        open();
+        EXPECT_TRUE(waitFor([&] { return m_viewer->loadedCount() > loaded; }, 20000));
+        QString html;
+        bool done = false;
+        m_viewer->view()->page()->toHtml([&](const QString& result) {
+            html = result;
+            done = true;
+        });
+        EXPECT_TRUE(waitFor([&] { return done; }, 10000));
+        return html;
+    }
+
+    void drop(const QStringList& files)
+    {
+        QMimeData data;
+        QList<QUrl> urls;
+        for (const QString& file : files)
+            urls.append(QUrl::fromLocalFile(file));
+        data.setUrls(urls);
+        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_viewer, &enter);
+        ASSERT_TRUE(enter.isAccepted());
+        QDropEvent dropped(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_viewer, &dropped);
+    }
+
+    EInvoiceViewer* m_viewer = nullptr;
+};
+
+TEST_F(EInvoiceViewerTest, AnotherProducersFileIsShownWithSellerTotalsAndWarning)
+{
+    const QString path = fixture();
+    m_viewer->chooseOpenFiles = [&](const QString&, const QString& filter) {
+        EXPECT_TRUE(filter.contains(u"*.xml *.pdf"_s));
+        return QStringList{path};
+    };
+    const QString html = shownAfter([&] { m_viewer->action(u"open"_s)->trigger(); });
+    EXPECT_TRUE(html.contains(u"Nordwind Bürobedarf GmbH &amp; Co. KG"_s));
+    EXPECT_TRUE(html.contains(u"€438.62"_s)) << "the grand total, in the interface's language";
+    EXPECT_TRUE(html.contains(u"Credit Note"_s));
+    EXPECT_TRUE(html.contains(u"totals-warning"_s));
+    EXPECT_EQ(m_viewer->windowTitle(), u"E-Invoice Viewer – GS-2025-0042.xml");
+    EXPECT_FALSE(m_viewer->fileList()->isVisible()) << "no list for a single file";
+    EXPECT_TRUE(m_viewer->action(u"importAsInvoice"_s)->isEnabled());
+}
+
+TEST_F(EInvoiceViewerTest, HybridPdfOfOurOwnExportIsShownTheSameWay)
+{
+    const Invoice& invoice = workspace().invoices().invoices().first();
+    const DocumentSource source = DocumentSource::of(workspace(), invoice);
+    const QByteArray hybrid = DocumentTasks::hybridPdf(source, DocumentTasks::invoicePdf(source),
+                                                       DocumentTasks::eInvoiceXml(source));
+    const QString path = write(u"hybrid.pdf"_s, hybrid);
+
+    const QString html = shownAfter([&] { m_viewer->openFiles({path}); });
+    EXPECT_TRUE(html.contains(u"Mira Lindqvist"_s));
+    EXPECT_TRUE(html.contains(u"embedded as factur-x.xml"_s));
+    const auto* file = m_viewer->currentFile();
+    ASSERT_TRUE(file && file->einvoice);
+    EXPECT_TRUE(
+        html.contains(Totals::formatMoney(*file->einvoice->totals.grandTotal, u"EUR"_s, Language::english)));
+    EXPECT_FALSE(html.contains(u"totals-warning"_s)) << "our own totals follow our lines";
+}
+
+TEST_F(EInvoiceViewerTest, ImportAsInvoiceAddsTheShownDocumentToTheProfile)
+{
+    const qsizetype before = workspace().invoices().invoices().size();
+    shownAfter([&] { m_viewer->openFiles({fixture()}); });
+    m_viewer->action(u"importAsInvoice"_s)->trigger();
+
+    ASSERT_EQ(workspace().invoices().invoices().size(), before + 1);
+    const auto imported = std::find_if(
+        workspace().invoices().invoices().begin(), workspace().invoices().invoices().end(),
+        [](const Invoice& invoice) { return invoice.senderName == u"Nordwind Bürobedarf GmbH & Co. KG"; });
+    ASSERT_NE(imported, workspace().invoices().invoices().end());
+    EXPECT_EQ(imported->name, u"Stadtbibliothek Oldenburg");
+    EXPECT_EQ(imported->items.size(), 3);
+    EXPECT_TRUE(m_viewer->statusBar()->currentMessage().startsWith(u"Imported as invoice"_s));
+    // The totals difference goes with the import's report, over the viewer.
+    auto* report = m_viewer->findChild<ImportReportDialog*>();
+    ASSERT_TRUE(report);
+    report->close();
+    EXPECT_TRUE(waitFor([&] { return window().openInvoiceId() == imported->id; }))
+        << "the main window selects the new invoice";
+}
+
+TEST_F(EInvoiceViewerTest, DroppedFilesOpenAndAFileThatIsNoEInvoiceSaysWhy)
+{
+    const QString good = fixture();
+    const QString order = write(u"order.xml"_s, "<?xml version=\"1.0\"?><order><id>1</id></order>");
+    const QString html = shownAfter([&] { drop({good, order}); });
+
+    EXPECT_EQ(m_viewer->fileCount(), 2);
+    EXPECT_TRUE(m_viewer->fileList()->isVisible()) << "two files are listed";
+    EXPECT_EQ(m_viewer->currentIndex(), 1) << "the last dropped file shows";
+    EXPECT_TRUE(html.contains(u"This file cannot be shown"_s));
+    EXPECT_TRUE(html.contains(u"“order.xml” is not an e-invoice"_s));
+    EXPECT_FALSE(m_viewer->action(u"importAsInvoice"_s)->isEnabled());
+
+    const QString first = shownAfter([&] { m_viewer->fileList()->setCurrentRow(0); });
+    EXPECT_TRUE(first.contains(u"GS-2025-0042"_s));
+
+    // Dropping a file that is open already shows it again instead of listing it twice.
+    shownAfter([&] { drop({good}); });
+    EXPECT_EQ(m_viewer->fileCount(), 2);
+    m_viewer->action(u"closeFile"_s)->trigger();
+    EXPECT_EQ(m_viewer->fileCount(), 1);
+}
