@@ -4,8 +4,10 @@
 #include "AppText.h"
 #include "BackgroundServices.h"
 #include "exchange/BackupManager.h"
+#include "exchange/MailExtensionSync.h"
 #include "extraction/TextParser.h"
 #include "tasks/AutoExport.h"
+#include "tasks/MailExtensionHandler.h"
 #include "tasks/Workspace.h"
 
 #include <QCheckBox>
@@ -23,6 +25,8 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalBlocker>
+#include <QTabWidget>
+#include <QTime>
 #include <QUrl>
 #include <QVBoxLayout>
 
@@ -90,15 +94,93 @@ PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, 
             [this](bool on) { m_settings.setValue(AppSettings::pluginUpdateChecksKey, on); });
     form->addRow(ui(u"Plugins"), m_pluginUpdates);
 
-    form->addRow(ui(u"Backups"), backupSection());
-    form->addRow(ui(u"Automatic Export"), exportSection());
-    form->addRow(ui(u"Language Model"), modelSection());
-    layout->addLayout(form);
+    // One page per subject: the dialog stays short and each page says what it is about.
+    auto* general = new QWidget;
+    general->setLayout(form);
+    auto* tabs = new QTabWidget;
+    tabs->setObjectName(u"preferencePages"_s);
+    tabs->addTab(general, ui(u"General"));
+    tabs->addTab(pageOf(backupSection()), ui(u"Backups"));
+    tabs->addTab(pageOf(exportSection()), ui(u"Automatic Export"));
+    tabs->addTab(pageOf(mailSection()), ui(u"Mail Add-on"));
+    tabs->addTab(pageOf(modelSection()), ui(u"Language Model"));
+    layout->addWidget(tabs);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::accept);
     layout->addWidget(buttons);
     updateDataFolder();
-    resize(600, sizeHint().height());
+    resize(640, sizeHint().height());
+}
+
+QWidget* PreferencesDialog::pageOf(QWidget* section)
+{
+    auto* page = new QWidget;
+    auto* layout = new QVBoxLayout(page);
+    layout->addWidget(section);
+    layout->addStretch();
+    return page;
+}
+
+QWidget* PreferencesDialog::mailSection()
+{
+    auto* box = new QWidget;
+    auto* layout = new QVBoxLayout(box);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* intro = new QLabel(ui(u"The mail add-on lists your invoices in your mail program and attaches them "
+                                u"to messages. It exchanges files with Ledra in this folder:"));
+    intro->setWordWrap(true);
+    auto* folder = new QLabel(QDir::toNativeSeparators(MailExtension::containerPath()));
+    folder->setObjectName(u"mailFolder"_s);
+    folder->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    folder->setWordWrap(true);
+    auto* open = new QPushButton(ui(u"Open Folder"));
+    connect(open, &QPushButton::clicked, this, [] {
+        if (const auto path = MailExtension::container())
+            QDesktopServices::openUrl(QUrl::fromLocalFile(*path));
+    });
+    auto* folderRow = new QHBoxLayout;
+    folderRow->addWidget(folder, 1);
+    folderRow->addWidget(open);
+
+    auto* form = new QFormLayout;
+    m_mailFormat = new QComboBox;
+    m_mailFormat->setObjectName(u"mailAttachmentFormat"_s);
+    for (const EInvoiceFormat format : allCases<EInvoiceFormat>())
+        m_mailFormat->addItem(labelText(format), int(format));
+    m_mailFormat->setCurrentIndex(m_mailFormat->findData(int(m_workspace.activeProfile().eInvoiceFormat)));
+    connect(m_mailFormat, &QComboBox::activated, this, [this] {
+        Profile profile = m_workspace.activeProfile();
+        profile.eInvoiceFormat = EInvoiceFormat(m_mailFormat->currentData().toInt());
+        if (const auto error = m_workspace.profiles().saveProfile(profile))
+            QMessageBox::warning(this, ui(u"Profile Not Saved"),
+                                 ui(u"The profile could not be saved: %1").arg(*error));
+    });
+    form->addRow(ui(u"Attach Invoices of “%1” as").arg(m_workspace.activeProfile().displayName()),
+                 m_mailFormat);
+
+    m_mailState = new QLabel;
+    m_mailState->setObjectName(u"mailState"_s);
+    m_mailState->setWordWrap(true);
+    m_mailState->setForegroundRole(QPalette::PlaceholderText);
+    auto* sync = new QPushButton(ui(u"Update the Invoice List Now"));
+    sync->setObjectName(u"mailSync"_s);
+    sync->setToolTip(ui(u"Ledra updates the list by itself after every change; this is for a mail "
+                        u"program that was installed just now."));
+    connect(sync, &QPushButton::clicked, this, [this] {
+        m_mailState->setText(m_services.mail().sync()
+                                 ? ui(u"The invoice list was written at %1.")
+                                       .arg(QLocale().toString(QTime::currentTime(), QLocale::ShortFormat))
+                                 : ui(u"The exchange folder cannot be written; see the log for why."));
+    });
+    auto* syncRow = new QHBoxLayout;
+    syncRow->addWidget(sync);
+    syncRow->addWidget(m_mailState, 1);
+
+    layout->addWidget(intro);
+    layout->addLayout(folderRow);
+    layout->addLayout(form);
+    layout->addLayout(syncRow);
+    return box;
 }
 
 void PreferencesDialog::updateDataFolder()
@@ -159,8 +241,10 @@ QWidget* PreferencesDialog::backupSection()
     connect(retention, &QComboBox::activated, this, [&backups, retention] {
         backups.setRetention(BackupRetention(retention->currentData().toInt()));
     });
-    choices->addWidget(frequency);
-    choices->addWidget(retention);
+    auto* rows = new QFormLayout;
+    rows->addRow(ui(u"Back Up"), frequency);
+    rows->addRow(ui(u"Keep"), retention);
+    choices->addLayout(rows);
     choices->addStretch();
     layout->addLayout(choices);
     auto* actions = new QHBoxLayout;

@@ -11,7 +11,8 @@ class QSettings;
 class Workspace;
 
 // Where the data lives, the interface language, the preview's dark mode, plugin update checks,
-// backups and the automatic export. Changes apply at once; the language after a restart.
+// backups, the automatic export, the mail add-on and the language model, a page each. Changes apply at once;
+// the language after a restart.
 class PreferencesDialog : public QDialog
 {
     Q_OBJECT
@@ -26,6 +27,8 @@ private:
     QWidget* backupSection();
     QWidget* exportSection();
     QWidget* modelSection();
+    QWidget* mailSection();
+    static QWidget* pageOf(QWidget* section);
     void updateExport();
 
     Workspace& m_workspace;
@@ -45,4 +48,6 @@ private:
     QLineEdit* m_modelName = nullptr;
     QCheckBox* m_modelRemote = nullptr;
     QLabel* m_modelState = nullptr;
+    QComboBox* m_mailFormat = nullptr;
+    QLabel* m_mailState = nullptr;
 };

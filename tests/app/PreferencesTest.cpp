@@ -1,0 +1,85 @@
+#include "AppFixture.h"
+
+#include "PreferencesDialog.h"
+#include "exchange/MailExtensionSync.h"
+#include "tasks/SampleData.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTest>
+
+using namespace Qt::Literals::StringLiterals;
+
+// Edit › Preferences…: a page per subject, each change kept at once.
+class PreferencesTest : public AppFixture
+{
+protected:
+    void SetUp() override
+    {
+        AppFixture::SetUp();
+        openWindow([](Workspace& workspace) { SampleData::populate(workspace); });
+    }
+
+    // Opens the dialog, lets `act` work in it, and closes it.
+    void withPreferences(const std::function<void(PreferencesDialog*)>& act)
+    {
+        whenModal([&](QWidget* modal) {
+            auto* dialog = qobject_cast<PreferencesDialog*>(modal);
+            ASSERT_TRUE(dialog);
+            act(dialog);
+            dialog->accept();
+        });
+        trigger(u"preferences"_s);
+    }
+};
+
+TEST_F(PreferencesTest, TheMailAddOnPageSetsTheAttachmentAndWritesTheInvoiceList)
+{
+    const QString container = MailExtension::containerPath();
+    QFile::remove(QDir(container).filePath(u"MailExtensionSync.json"_s));
+    QString state;
+    withPreferences([&](PreferencesDialog* dialog) {
+        auto* pages = dialog->findChild<QTabWidget*>(u"preferencePages"_s);
+        ASSERT_TRUE(pages);
+        EXPECT_EQ(pages->count(), 5);
+        EXPECT_TRUE(
+            dialog->findChild<QLabel*>(u"mailFolder"_s)->text().endsWith(u"group.com.varnhelm.Ledra"_s));
+        auto* format = dialog->findChild<QComboBox*>(u"mailAttachmentFormat"_s);
+        format->setCurrentIndex(format->findData(int(EInvoiceFormat::zugferd)));
+        Q_EMIT format->activated(format->currentIndex());
+        dialog->findChild<QPushButton*>(u"mailSync"_s)->click();
+        state = dialog->findChild<QLabel*>(u"mailState"_s)->text();
+    });
+    EXPECT_EQ(workspace().activeProfile().eInvoiceFormat, EInvoiceFormat::zugferd);
+    EXPECT_TRUE(state.startsWith(u"The invoice list was written"_s)) << state.toStdString();
+    QFile sync(QDir(container).filePath(u"MailExtensionSync.json"_s));
+    ASSERT_TRUE(sync.open(QIODevice::ReadOnly));
+    const QJsonObject payload = QJsonDocument::fromJson(sync.readAll()).object();
+    EXPECT_EQ(payload.value(u"activeProfile"_s).toObject().value(u"eInvoiceFormat"_s).toString(),
+              u"zugferd"_s);
+}
+
+TEST_F(PreferencesTest, ExportAndModelSettingsAreKept)
+{
+    withPreferences([&](PreferencesDialog* dialog) {
+        const auto boxes = dialog->findChildren<QCheckBox*>();
+        for (QCheckBox* box : boxes)
+            if (box->text() == u"Also the XRechnung XML")
+                box->setChecked(true);
+        auto* server = dialog->findChild<QLineEdit*>(u"modelServer"_s);
+        server->selectAll();
+        QTest::keyClicks(server, u"http://127.0.0.1:11434"_s);
+        Q_EMIT server->editingFinished();
+    });
+    m_settings->sync();
+    EXPECT_TRUE(m_settings->value(u"autoExportInvoicesXMLEnabled"_s).toBool());
+    EXPECT_EQ(m_settings->value(u"TextParser.serverURL"_s).toString(), u"http://127.0.0.1:11434"_s);
+}
