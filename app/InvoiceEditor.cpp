@@ -160,6 +160,7 @@ QLineEdit* InvoiceEditor::lineEdit(const QString& key, const QString& placeholde
     auto* edit = new QLineEdit;
     edit->setPlaceholderText(placeholder);
     edit->setObjectName(key);
+    edit->setAccessibleName(ui(key));
     edit->setClearButtonEnabled(false);
     m_fields.insert(key, edit);
     connect(edit, &QLineEdit::textEdited, this, [this, key, assign](const QString& text) {
@@ -188,6 +189,7 @@ QWidget* InvoiceEditor::buildForm()
     m_subtitle = secondaryLabel();
     m_status = new QComboBox;
     m_status->setObjectName(u"Status"_s);
+    m_status->setAccessibleName(ui(u"Status"));
     for (const Status status : allCases<Status>())
         m_status->addItem(labelText(status), int(status));
     connect(m_status, &QComboBox::activated, this, [this](int index) {
@@ -243,6 +245,7 @@ QWidget* InvoiceEditor::buildForm()
     auto* numberRow = new QHBoxLayout;
     m_number = new QSpinBox;
     m_number->setObjectName(u"Number"_s);
+    m_number->setAccessibleName(ui(u"Number"));
     m_number->setRange(0, 99999999);
     m_number->setToolTip(
         ui(u"The running number; the profile's number format makes the displayed number of it."));
@@ -276,6 +279,7 @@ QWidget* InvoiceEditor::buildForm()
 
     auto* service = new QHBoxLayout;
     m_serviceStart = makeDate(u"ServiceStart"_s);
+    m_serviceStart->setAccessibleName(ui(u"Service Start"));
     connect(m_serviceStart, &QDateEdit::dateChanged, this, [this](QDate date) {
         change(u"serviceStart"_s, ui(u"Change Service Date"),
                [&](Invoice& i) { i.serviceDateStart = i.serviceDateStart.withLocalDate(date); });
@@ -292,6 +296,7 @@ QWidget* InvoiceEditor::buildForm()
         });
     });
     m_serviceEnd = makeDate(u"ServiceEnd"_s);
+    m_serviceEnd->setAccessibleName(ui(u"Service End"));
     connect(m_serviceEnd, &QDateEdit::dateChanged, this, [this](QDate date) {
         change(u"serviceEnd"_s, ui(u"Change Service Period"), [&](Invoice& i) {
             i.serviceDateEnd = i.serviceDateEnd.value_or(i.serviceDateStart).withLocalDate(date);
@@ -306,6 +311,7 @@ QWidget* InvoiceEditor::buildForm()
     auto* payment = new QHBoxLayout;
     m_daysToPay = new QSpinBox;
     m_daysToPay->setObjectName(u"DaysToPay"_s);
+    m_daysToPay->setAccessibleName(ui(u"Payment Term"));
     m_daysToPay->setRange(0, 365);
     m_daysToPay->setSuffix(u" "_s + ui(u"days"));
     connect(m_daysToPay, &QSpinBox::valueChanged, this, [this](int days) {
@@ -405,6 +411,7 @@ QWidget* InvoiceEditor::buildForm()
     auto* discount = new QHBoxLayout;
     m_discountKind = new QComboBox;
     m_discountKind->setObjectName(u"DiscountKind"_s);
+    m_discountKind->setAccessibleName(ui(u"Discount"));
     m_discountKind->addItem(ui(u"No discount"));
     m_discountKind->addItem(ui(u"Percentage"));
     m_discountKind->addItem(ui(u"Amount"));

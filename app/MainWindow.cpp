@@ -534,6 +534,7 @@ void MainWindow::createToolBar()
 
     m_profiles = new QComboBox;
     m_profiles->setObjectName(u"profileSwitcher"_s);
+    m_profiles->setAccessibleName(ui(u"Profile"));
     m_profiles->setToolTip(ui(u"The sender profile whose invoices are shown"));
     m_profiles->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     connect(m_profiles, &QComboBox::activated, this,
@@ -569,6 +570,7 @@ void MainWindow::createToolBar()
     bar->addWidget(spacer);
     m_search = new QLineEdit;
     m_search->setObjectName(u"search"_s);
+    m_search->setAccessibleName(ui(u"Search"));
     m_search->setPlaceholderText(ui(u"Search number, recipient, items, amount"));
     m_search->setClearButtonEnabled(true);
     m_search->addAction(themeIcon(u"edit-find"_s), QLineEdit::LeadingPosition);

@@ -62,6 +62,9 @@ PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, 
 
     m_language = new QComboBox;
     m_language->setObjectName(u"interfaceLanguage"_s);
+    // Each language under its own name, so that it is found whatever language is showing.
+    m_language->setProperty("endonyms", true);
+    m_language->setAccessibleName(ui(u"Language"));
     m_language->addItem(ui(u"Language of the System"), u"system"_s);
     m_language->addItem(u"English"_s, u"en"_s);
     m_language->addItem(u"Deutsch"_s, u"de"_s);

@@ -163,9 +163,12 @@ QWidget* ProfileDialog::senderPage()
     m_business = field(u"businessName"_s, p.businessName, ui(u"Your business, if it has a name"));
     m_lineOne = field(u"addressLineOne"_s, p.addressLineOne, ui(u"Street and number"));
     m_lineTwo = field(u"addressLineTwo"_s, p.addressLineTwo);
+    m_lineTwo->setAccessibleName(ui(u"Address line 2"));
     m_postcode = field(u"postcode"_s, p.addressPostcode, ui(u"Postcode"));
     m_postcode->setMaximumWidth(m_postcode->fontMetrics().horizontalAdvance(u"000000000"_s) + 16);
     m_city = field(u"city"_s, p.addressCity, ui(u"City"));
+    m_postcode->setAccessibleName(ui(u"Postcode"));
+    m_city->setAccessibleName(ui(u"City"));
     m_country = new CodeComboBox(CodeComboBox::Kind::country);
     m_country->setObjectName(u"country"_s);
     m_country->setCode(p.addressCountry.code);
