@@ -3,6 +3,7 @@
 #include "AppText.h"
 #include "DocumentActions.h"
 #include "Icons.h"
+#include "WindowMemory.h"
 #include "numbering/NumberFormat.h"
 #include "tasks/Workspace.h"
 
@@ -118,6 +119,7 @@ EInvoiceViewer::EInvoiceViewer(Workspace& workspace, DocumentActions& documents,
         Q_EMIT pageLoaded();
     });
     updateState();
+    WindowMemory::attach(this, u"eInvoiceViewer"_s);
 }
 
 EInvoiceViewer::~EInvoiceViewer() = default;

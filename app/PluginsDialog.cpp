@@ -1,6 +1,7 @@
 #include "PluginsDialog.h"
 
 #include "AppText.h"
+#include "WindowMemory.h"
 #include "plugins/PluginError.h"
 #include "plugins/PluginManager.h"
 #include "plugins/forge/PluginUpdater.h"
@@ -106,6 +107,7 @@ PluginsDialog::PluginsDialog(PluginManager& plugins, QWidget* parent)
 
     refresh();
     resize(640, 380);
+    WindowMemory::attach(this, u"pluginsDialog"_s);
 }
 
 QString PluginsDialog::selectedId() const

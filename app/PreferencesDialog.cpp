@@ -3,6 +3,7 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "BackgroundServices.h"
+#include "WindowMemory.h"
 #include "exchange/BackupManager.h"
 #include "exchange/MailExtensionSync.h"
 #include "extraction/TextParser.h"
@@ -113,6 +114,7 @@ PreferencesDialog::PreferencesDialog(Workspace& workspace, QSettings& settings, 
     layout->addWidget(buttons);
     updateDataFolder();
     resize(640, sizeHint().height());
+    WindowMemory::attach(this, u"preferences"_s);
 }
 
 QWidget* PreferencesDialog::pageOf(QWidget* section)

@@ -4,6 +4,7 @@
 #include "AppText.h"
 #include "CodeComboBox.h"
 #include "NumberFormatEdit.h"
+#include "WindowMemory.h"
 #include "einvoice/XMLGenerator.h"
 #include "numbering/NumberAssignment.h"
 #include "numbering/NumberFormat.h"
@@ -132,6 +133,8 @@ ProfileDialog::ProfileDialog(Workspace& workspace, QSettings& settings, Mode mod
     }
     updateHints();
     resize(mode == Mode::onboarding ? QSize(620, 520) : QSize(720, 620));
+    if (mode == Mode::edit)
+        WindowMemory::attach(this, u"profileDialog"_s);
 }
 
 QLineEdit* ProfileDialog::field(const QString& name, const QString& text, const QString& placeholder)

@@ -3,6 +3,7 @@
 #include "AppText.h"
 #include "DocumentActions.h"
 #include "PreviewWidget.h"
+#include "WindowMemory.h"
 #include "numbering/NumberFormat.h"
 #include "reminders/ReminderManager.h"
 #include "reminders/ReminderVariable.h"
@@ -136,6 +137,7 @@ RemindersDialog::RemindersDialog(Workspace& workspace, DocumentActions& document
     });
 
     resize(1100, 640);
+    WindowMemory::attach(this, u"remindersDialog"_s);
     reload();
 }
 

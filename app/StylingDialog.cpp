@@ -2,6 +2,7 @@
 
 #include "AppText.h"
 #include "PreviewWidget.h"
+#include "WindowMemory.h"
 #include "render/InvoiceDocument.h"
 #include "render/StylingManager.h"
 #include "render/WebFontManager.h"
@@ -255,6 +256,7 @@ StylingDialog::StylingDialog(Workspace& workspace, std::optional<Invoice> sample
     layout->addWidget(splitter, 1);
     layout->addWidget(buttons);
     resize(1180, 780);
+    WindowMemory::attach(this, u"stylingDialog"_s);
 
     // The style sheet is saved when the typing pauses, not at every key.
     m_cssTimer.setSingleShot(true);

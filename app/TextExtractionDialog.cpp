@@ -2,6 +2,7 @@
 
 #include "AppText.h"
 #include "LocaleNumbers.h"
+#include "WindowMemory.h"
 #include "calc/Totals.h"
 #include "extraction/OfflineExtractor.h"
 #include "l10n/CodeNames.h"
@@ -159,6 +160,7 @@ TextExtractionDialog::TextExtractionDialog(QSettings& settings, QWidget* parent)
     });
 
     resize(860, 520);
+    WindowMemory::attach(this, u"fromTextDialog"_s);
     display(m_result, ExtractorKind::offline);
     checkAvailability();
 }

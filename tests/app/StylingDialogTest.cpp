@@ -21,6 +21,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSaveFile>
+#include <QSplitter>
 #include <QTest>
 
 using namespace Qt::Literals::StringLiterals;
@@ -224,4 +225,22 @@ TEST_F(StylingDialogTest, CustomCssIsWrittenWhenTypingPausesAndChangesFromOutsid
     ASSERT_TRUE(file.commit());
     auto* lines = m_dialog->findChild<QComboBox*>(u"lineStyle"_s);
     EXPECT_TRUE(waitFor([&] { return lines->currentData().toInt() == int(LineStyle::dashed); }));
+}
+
+TEST_F(StylingDialogTest, TheEditorOpensAgainWithItsSizeAndDivider)
+{
+    auto* splitter = m_dialog->findChild<QSplitter*>(u"stylingSplitter"_s);
+    ASSERT_TRUE(splitter);
+    m_dialog->resize(1000, 700);
+    const int total = splitter->sizes().value(0) + splitter->sizes().value(1);
+    splitter->setSizes({total / 2, total - total / 2});
+    const QList<int> sizes = splitter->sizes();
+    m_dialog->close();
+    ASSERT_TRUE(waitFor([&] { return !window().findChild<StylingDialog*>(); }));
+
+    trigger(u"editStyling"_s);
+    auto* again = window().findChild<StylingDialog*>();
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->size(), QSize(1000, 700));
+    EXPECT_EQ(again->findChild<QSplitter*>(u"stylingSplitter"_s)->sizes(), sizes);
 }
