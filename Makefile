@@ -5,7 +5,7 @@ PRESET_DEMO ?= dev
 PRESET_TEST ?= ci
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test deps bench asan format clean screenshots
+.PHONY: demo test deps bench asan format clean screenshots readme-screenshots
 
 deps:
 	./scripts/install-deps.sh
@@ -28,6 +28,13 @@ screenshots:
 	cmake --preset ci
 	cmake --build --preset ci -j $(JOBS) --target ledra-desktop
 	QT_QPA_PLATFORM=offscreen ./build/ci/app/ledra-desktop --screenshots build/screenshots
+
+# The README's pictures: three of the screenshots, made smaller (ImageMagick's convert).
+readme-screenshots: screenshots
+	mkdir -p docs/screenshots
+	for name in main-en-light styling-en viewer-en; do \
+		convert build/screenshots/$$name.png -resize '1100x1100>' -strip -colors 256 PNG8:docs/screenshots/$$name.png; \
+	done
 
 test: deps
 	cmake --preset $(PRESET_TEST)
