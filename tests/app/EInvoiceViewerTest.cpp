@@ -3,10 +3,13 @@
 #include "EInvoiceViewer.h"
 #include "ImportReportDialog.h"
 #include "calc/Totals.h"
+#include "einvoice/ReceivedEInvoice.h"
 #include "support/TestSupport.h"
 #include "tasks/DocumentTasks.h"
 #include "tasks/SampleData.h"
+#include "util/Files.h"
 
+#include <QDir>
 #include <QDropEvent>
 #include <QFile>
 #include <QListWidget>
@@ -158,4 +161,20 @@ TEST_F(EInvoiceViewerTest, DroppedFilesOpenAndAFileThatIsNoEInvoiceSaysWhy)
     EXPECT_EQ(m_viewer->fileCount(), 2);
     m_viewer->action(u"closeFile"_s)->trigger();
     EXPECT_EQ(m_viewer->fileCount(), 1);
+}
+
+TEST_F(EInvoiceViewerTest, AReceivedSampleOfTheOfficialTestSuiteShowsItsSellerAndTotal)
+{
+    const QDir folder(QStringLiteral(LEDRA_EINVOICE_SAMPLES));
+    const QString path = folder.filePath(u"01.01a-INVOICE_uncefact.xml"_s);
+    if (!QFile::exists(path))
+        GTEST_SKIP() << "no samples at " << folder.path().toStdString();
+    QString error;
+    const auto received =
+        ReceivedEInvoice::read(Files::read(path).value_or(QByteArray()), QFileInfo(path).fileName(), &error);
+    ASSERT_TRUE(received && received->totals.grandTotal) << error.toStdString();
+    const QString html = shownAfter([&] { m_viewer->openFiles({path}); });
+    EXPECT_TRUE(html.contains(received->seller.name.toHtmlEscaped())) << received->seller.name.toStdString();
+    EXPECT_TRUE(html.contains(
+        Totals::formatMoney(*received->totals.grandTotal, received->currency, Language::english)));
 }
