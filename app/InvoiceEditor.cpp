@@ -237,6 +237,25 @@ QWidget* InvoiceEditor::buildForm()
         change(u"country"_s, ui(u"Change Country"), [&](Invoice& i) { i.addressCountry = Country{code}; });
     });
     recipient->addRow(ui(u"Country"), m_country);
+    recipient->addRow(ui(u"VAT ID"),
+                      lineEdit(u"Recipient VAT ID"_s, ui(u"For reverse charge and deliveries within the EU"),
+                               [](Invoice& i, const QString& v) { i.vatNumber = v; }));
+    // Where a business or an authority receives e-invoices, when that is not the e-mail above.
+    auto* electronic = new QHBoxLayout;
+    electronic->addWidget(lineEdit(u"Recipient electronic address"_s,
+                                   ui(u"Peppol ID or Leitweg-ID, if not the e-mail"),
+                                   [](Invoice& i, const QString& v) { i.electronicAddress = v; }),
+                          1);
+    QLineEdit* scheme = lineEdit(u"Recipient electronic address scheme"_s, ui(u"Scheme, e.g. 0204"),
+                                 [](Invoice& i, const QString& v) { i.electronicAddressScheme = v; });
+    scheme->setToolTip(ui(u"The code of the address scheme: 0204 for a Leitweg-ID, 9930 for a German VAT ID, "
+                          u"0088 for a GLN, EM for an e-mail address."));
+    scheme->setMaximumWidth(scheme->fontMetrics().horizontalAdvance(u"Scheme, e.g. 0204"_s) + 24);
+    electronic->addWidget(scheme);
+    recipient->addRow(ui(u"E-Invoice Address"), electronic);
+    QLineEdit* leitweg = lineEdit(u"Leitweg-ID"_s, ui(u"Public customers only, e.g. 04011000-12345-03"),
+                                  [](Invoice& i, const QString& v) { i.leitwegId = v; });
+    recipient->addRow(ui(u"Leitweg-ID"), leitweg);
     layout->addWidget(section(ui(u"Recipient"), recipient));
 
     // Numbers, dates, payment terms and language.
@@ -322,6 +341,44 @@ QWidget* InvoiceEditor::buildForm()
     payment->addWidget(m_daysToPay);
     payment->addWidget(m_dueDate, 1);
     details->addRow(ui(u"Payment Term"), payment);
+
+    // Early-payment discount: a percentage off when paid within some days.
+    auto* skonto = new QHBoxLayout;
+    m_skontoPercent = new QDoubleSpinBox;
+    m_skontoPercent->setObjectName(u"SkontoPercentage"_s);
+    m_skontoPercent->setAccessibleName(ui(u"Early Payment Discount"));
+    m_skontoPercent->setRange(0, 50);
+    m_skontoPercent->setDecimals(2);
+    m_skontoPercent->setSingleStep(0.5);
+    m_skontoPercent->setSuffix(u" %"_s);
+    m_skontoPercent->setSpecialValueText(ui(u"None"));
+    m_skontoDays = new QSpinBox;
+    m_skontoDays->setObjectName(u"SkontoDays"_s);
+    m_skontoDays->setAccessibleName(ui(u"Early Payment Days"));
+    m_skontoDays->setRange(1, 365);
+    m_skontoDays->setPrefix(ui(u"within") + u' ');
+    m_skontoDays->setSuffix(u" "_s + ui(u"days"));
+    auto applySkonto = [this] {
+        const double percent = m_skontoPercent->value();
+        const int days = m_skontoDays->value();
+        m_skontoDays->setEnabled(percent > 0);
+        change(u"skonto"_s, ui(u"Change Early Payment Discount"), [percent, days](Invoice& i) {
+            if (percent > 0) {
+                i.skontoPercentage = percent;
+                i.skontoDays = days;
+            } else {
+                i.skontoPercentage.reset();
+                i.skontoDays.reset();
+            }
+        });
+    };
+    connect(m_skontoPercent, &QDoubleSpinBox::valueChanged, this, applySkonto);
+    connect(m_skontoDays, &QSpinBox::valueChanged, this, applySkonto);
+    skonto->addWidget(m_skontoPercent);
+    skonto->addWidget(m_skontoDays);
+    skonto->addStretch();
+    details->addRow(ui(u"Early Payment"), skonto);
+    m_fields.insert(u"Early-payment discount with percentage and days"_s, m_skontoPercent);
 
     m_currency = new CodeComboBox(CodeComboBox::Kind::currency);
     m_currency->setObjectName(u"Currency"_s);
@@ -564,6 +621,10 @@ QWidget* InvoiceEditor::buildForm()
     // The missing-field entries that name a field under another key.
     m_fields.insert(u"Sender tax number or VAT ID"_s, m_fields.value(u"Sender tax number"_s));
     m_fields.insert(u"Sender VAT ID with country prefix"_s, m_fields.value(u"Sender VAT ID"_s));
+    m_fields.insert(u"Leitweg-ID with valid check digits"_s, m_fields.value(u"Leitweg-ID"_s));
+    m_fields.insert(u"Recipient in another EU country"_s, m_country);
+    m_fields.insert(u"Recipient outside the EU"_s, m_country);
+    m_fields.insert(u"VAT exemption note"_s, m_exemption);
 
     m_lineValues = {
         {u"Recipient name"_s, [](const Invoice& i) { return i.name; }},
@@ -574,6 +635,11 @@ QWidget* InvoiceEditor::buildForm()
         {u"Recipient postcode"_s, [](const Invoice& i) { return i.addressPostcode; }},
         {u"Recipient city"_s, [](const Invoice& i) { return i.addressCity; }},
         {u"Recipient state"_s, [](const Invoice& i) { return i.addressState; }},
+        {u"Recipient VAT ID"_s, [](const Invoice& i) { return i.vatNumber; }},
+        {u"Recipient electronic address"_s, [](const Invoice& i) { return i.electronicAddress; }},
+        {u"Recipient electronic address scheme"_s,
+         [](const Invoice& i) { return i.electronicAddressScheme; }},
+        {u"Leitweg-ID"_s, [](const Invoice& i) { return i.leitwegId; }},
         {u"Reference"_s, [](const Invoice& i) { return i.reference.value_or(QString()); }},
         {u"Margin note"_s, [](const Invoice& i) { return i.marginalNote; }},
         {u"Sender name"_s, [](const Invoice& i) { return i.senderName; }},
@@ -692,6 +758,9 @@ void InvoiceEditor::loadWidgets()
     m_serviceEnd->setEnabled(i.serviceDateEnd.has_value());
     m_serviceEnd->setDate(dateOf(i.serviceDateEnd.value_or(i.serviceDateStart)));
     m_daysToPay->setValue(i.daysToPay);
+    m_skontoPercent->setValue(i.skontoPercentage.value_or(0));
+    m_skontoDays->setValue(i.skontoDays.value_or(std::min(14, std::max(1, i.daysToPay))));
+    m_skontoDays->setEnabled(i.skontoPercentage.has_value());
     m_priceMode->setCurrentIndex(i.grossPrices ? 1 : 0);
     const int discountKind = i.discountPercentage ? 1 : i.discountAmount ? 2 : 0;
     m_discountKind->setCurrentIndex(discountKind);

@@ -109,6 +109,8 @@ private:
     QCheckBox* m_hasServiceEnd = nullptr;
     QDateEdit* m_serviceEnd = nullptr;
     QSpinBox* m_daysToPay = nullptr;
+    QDoubleSpinBox* m_skontoPercent = nullptr;
+    QSpinBox* m_skontoDays = nullptr;
     QLabel* m_dueDate = nullptr;
 
     ItemsModel* m_itemsModel = nullptr;

@@ -561,9 +561,21 @@ QString InvoiceDocument::totalBlock() const
         notice.replace(u"{days}"_s, QString::number(i.daysToPay));
         notice.replace(u"{date}"_s, formatDate(i.dueDate().localDate(), m_language));
         html += u"<div class=\"payment-notice\">"_s + escape(notice) + u"</div>\n"_s;
+        if (i.skontoPercentage && i.skontoDays && *i.skontoPercentage > 0 && *i.skontoDays > 0) {
+            QString skonto = text(u"Early Payment Discount Notice"_s);
+            const double discounted = Totals::round2(sums.grossTotal * (1 - *i.skontoPercentage / 100));
+            skonto.replace(u"{percent}"_s, formatQuantity(*i.skontoPercentage, m_language));
+            skonto.replace(u"{date}"_s, formatDate(i.date.localDate().addDays(*i.skontoDays), m_language));
+            skonto.replace(u"{amount}"_s, Totals::formatMoney(discounted, i.currency.code, m_language));
+            html += u"<div class=\"payment-notice skonto\">"_s + escape(skonto) + u"</div>\n"_s;
+        }
     }
-    if (const QString key = documentNoteKey(i.vatExemptionReason); !key.isEmpty())
+    if (i.vatExemptionReason == VATExemptionReason::otherExemption) {
+        if (const QString note = i.vatExemptionNote.value_or(QString()).trimmed(); !note.isEmpty())
+            html += u"<div class=\"vat-annotation\">"_s + escape(note) + u"</div>\n"_s;
+    } else if (const QString key = documentNoteKey(i.vatExemptionReason); !key.isEmpty()) {
         html += u"<div class=\"vat-annotation\">"_s + escape(text(key)) + u"</div>\n"_s;
+    }
     if (!i.marginalNote.trimmed().isEmpty())
         html += u"<div class=\"marginal-note flow\">"_s +
                 inlineMarkdown(i.marginalNote).replace(u'\n', u"<br>"_s) + u"</div>\n"_s;
@@ -628,8 +640,13 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
         if (const auto number = numberOf(i.quoteId))
             v[u"quote-number"_s] = row(text(u"Quote Number"_s), escape(*number));
     QString additional;
+    if (!i.leitwegId.trimmed().isEmpty())
+        additional += row(text(u"Leitweg-ID"_s), escape(i.leitwegId.trimmed()));
     if (i.reference && !i.reference->trimmed().isEmpty())
         additional += row(text(u"Reference"_s), escape(*i.reference));
+    // Reverse charge and intra-community supplies must name the customer's VAT ID on the invoice.
+    if (!i.vatNumber.trimmed().isEmpty())
+        additional += row(text(u"Customer VAT ID"_s), escape(i.vatNumber.trimmed()));
     // "Label: value" lines of the sender's further numbers (customer number, register entry ...).
     for (const QString& line : i.senderAdditionalNumbers.split(u'\n', Qt::SkipEmptyParts)) {
         const qsizetype colon = line.indexOf(u':');

@@ -376,6 +376,10 @@ void XMLElement::write(QString& out, int level) const
     out += u'>';
     if (!hasElements) {
         XMLText::appendEscaped(out, text());
+        // A closing line break is part of some values (each line of the payment terms ends
+        // with one); it is kept, where other surrounding white space is not.
+        if (!m_children.back().text.trimmed().isEmpty() && m_children.back().text.endsWith(u'\n'))
+            out += u'\n';
     } else {
         out += u'\n';
         for (const Node& node : m_children) {

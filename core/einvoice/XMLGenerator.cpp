@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QLocale>
 #include <QRegularExpression>
+#include <QSet>
 
 #include <cmath>
 
@@ -30,16 +31,23 @@ QString rate(double value)
     return XMLGenerator::formatAmount(value);
 }
 
-QString categoryCode(double rate)
+const QSet<QString>& euCountries()
 {
-    return rate == 0 ? u"E"_s : u"S"_s;
+    static const QSet<QString> codes{u"AT"_s, u"BE"_s, u"BG"_s, u"CY"_s, u"CZ"_s, u"DE"_s, u"DK"_s,
+                                     u"EE"_s, u"ES"_s, u"FI"_s, u"FR"_s, u"GR"_s, u"HR"_s, u"HU"_s,
+                                     u"IE"_s, u"IT"_s, u"LT"_s, u"LU"_s, u"LV"_s, u"MT"_s, u"NL"_s,
+                                     u"PL"_s, u"PT"_s, u"RO"_s, u"SE"_s, u"SI"_s, u"SK"_s};
+    return codes;
 }
 
-// Only an exempt (category E) entry carries the exemption text: a standard-rated one must not
-// (BR-S-10), an exempt one must (BR-E-10).
-QString exemptionFor(double rate, const QString& text)
+// The tax fields of an ApplicableTradeTax in schema order around the category code; only
+// exempt categories carry a reason (BR-S-10 forbids it, BR-E-10, BR-AE-10 ... ask for it).
+void addCategory(XMLElement& tax, const TaxCategory& category)
 {
-    return rate == 0 ? text : QString();
+    XMLElement& code = tax.appendElement(XMLElement(u"ram:CategoryCode"_s));
+    code.setText(category.code);
+    if (!category.reasonCode.isEmpty())
+        tax.appendElement(XMLElement(u"ram:ExemptionReasonCode"_s)).setText(category.reasonCode);
 }
 
 XMLElement& add(XMLElement& parent, const QString& name)
@@ -54,7 +62,7 @@ void add(XMLElement& parent, const QString& name, const QString& text)
 
 // One invoice line. Built as elements rather than parsed from text: lines are most of a
 // document, and parsing them was most of the time a document took to write.
-XMLElement lineElement(int index, const InvoiceItem& item, bool grossPrices, const QString& exemption)
+XMLElement lineElement(int index, const InvoiceItem& item, bool grossPrices, const TaxCategory& category)
 {
     double netPrice = item.unitPrice;
     if (grossPrices && item.vatPercentage > 0)
@@ -63,7 +71,6 @@ XMLElement lineElement(int index, const InvoiceItem& item, bool grossPrices, con
     // times price gives the signed line total (PEPPOL-EN16931-R120). A cancellation's
     // negative prices thus give negative quantities.
     const double quantity = item.unitPrice < 0 ? -item.quantity : item.quantity;
-    const QString reason = exemptionFor(item.vatPercentage, exemption);
     const QString unitPrice = price(std::fabs(netPrice));
 
     XMLElement line(u"ram:IncludedSupplyChainTradeLineItem"_s);
@@ -82,34 +89,35 @@ XMLElement lineElement(int index, const InvoiceItem& item, bool grossPrices, con
     XMLElement& settlement = add(line, u"ram:SpecifiedLineTradeSettlement"_s);
     XMLElement& tax = add(settlement, u"ram:ApplicableTradeTax"_s);
     add(tax, u"ram:TypeCode"_s, u"VAT"_s);
-    if (!reason.isEmpty())
-        add(tax, u"ram:ExemptionReason"_s, reason);
-    add(tax, u"ram:CategoryCode"_s, categoryCode(item.vatPercentage));
+    // The line names its category only; the reason belongs to the VAT breakdown.
+    addCategory(tax, TaxCategory{category.code, {}, {}});
     add(tax, u"ram:RateApplicablePercent"_s, rate(item.vatPercentage));
     add(add(settlement, u"ram:SpecifiedTradeSettlementLineMonetarySummation"_s), u"ram:LineTotalAmount"_s,
         XMLGenerator::formatAmount(Totals::lineNet(item, grossPrices)));
     return line;
 }
 
-std::vector<XMLElement> taxElements(const QList<Totals::VATGroup>& groups, const QString& exemption)
+std::vector<XMLElement> taxElements(const QList<Totals::VATGroup>& groups, const Invoice& invoice,
+                                    const Profile& profile)
 {
     std::vector<XMLElement> elements;
     for (const Totals::VATGroup& group : groups) {
+        const TaxCategory category = XMLGenerator::taxCategory(invoice, profile, group.rate);
         XMLElement tax(u"ram:ApplicableTradeTax"_s);
         add(tax, u"ram:CalculatedAmount"_s, XMLGenerator::formatAmount(group.vatAmount));
         add(tax, u"ram:TypeCode"_s, u"VAT"_s);
         // Left empty for a standard rate; the empty element is removed before output.
-        add(tax, u"ram:ExemptionReason"_s, exemptionFor(group.rate, exemption));
+        add(tax, u"ram:ExemptionReason"_s, category.reason);
         add(tax, u"ram:BasisAmount"_s, XMLGenerator::formatAmount(group.discountedBasis));
-        add(tax, u"ram:CategoryCode"_s, categoryCode(group.rate));
+        addCategory(tax, category);
         add(tax, u"ram:RateApplicablePercent"_s, rate(group.rate));
         elements.push_back(std::move(tax));
     }
     return elements;
 }
 
-std::vector<XMLElement> allowanceElements(const Invoice& invoice, const QList<Totals::VATGroup>& groups,
-                                          double discount)
+std::vector<XMLElement> allowanceElements(const Invoice& invoice, const Profile& profile,
+                                          const QList<Totals::VATGroup>& groups, double discount)
 {
     std::vector<XMLElement> elements;
     if (discount == 0)
@@ -129,7 +137,7 @@ std::vector<XMLElement> allowanceElements(const Invoice& invoice, const QList<To
         add(allowance, u"ram:ReasonCode"_s, u"95"_s);
         XMLElement& category = add(allowance, u"ram:CategoryTradeTax"_s);
         add(category, u"ram:TypeCode"_s, u"VAT"_s);
-        add(category, u"ram:CategoryCode"_s, categoryCode(group.rate));
+        add(category, u"ram:CategoryCode"_s, XMLGenerator::taxCategory(invoice, profile, group.rate).code);
         add(category, u"ram:RateApplicablePercent"_s, rate(group.rate));
         elements.push_back(std::move(allowance));
     }
@@ -177,12 +185,14 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
 {
     const Totals::Summary totals = Totals::summarize(invoice);
     const QList<Totals::VATGroup> groups = Totals::vatGroups(invoice);
-    const QString exemption = exemptionText(invoice, profile);
-
     std::vector<XMLElement> lines;
     lines.reserve(std::size_t(invoice.items.size()));
     for (qsizetype i = 0; i < invoice.items.size(); ++i)
-        lines.push_back(lineElement(int(i + 1), invoice.items[i], invoice.grossPrices, exemption));
+        lines.push_back(lineElement(int(i + 1), invoice.items[i], invoice.grossPrices,
+                                    taxCategory(invoice, profile, invoice.items[i].vatPercentage)));
+    const bool intraCommunity = std::any_of(groups.begin(), groups.end(), [&](const Totals::VATGroup& group) {
+        return taxCategory(invoice, profile, group.rate).code == u"K";
+    });
 
     std::vector<XMLElement> reference;
     const Invoice* cancelled = cancelledInvoice(invoice, invoices);
@@ -200,9 +210,16 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
                 invoice.type == InvoiceType::cancellation ? u"381"_s : u"380"_s);
     doc.setText(u"ExchangedDocument/IssueDateTime/DateTimeString", date102(invoice.date));
     doc.setText(u"ExchangedDocument/IncludedNote/Content", withoutEmphasis(invoice.note));
-    doc.setText(u"ApplicableHeaderTradeAgreement/BuyerReference",
-                invoice.reference && !invoice.reference->isEmpty() ? *invoice.reference
-                                                                   : QString::fromLatin1(noReference));
+    // A public customer's Leitweg-ID is the buyer reference (BR-DE-15); the order reference then
+    // travels as the buyer's order number.
+    const QString orderReference = invoice.reference.value_or(QString());
+    const QString leitwegId = invoice.leitwegId.trimmed();
+    doc.setText(u"ApplicableHeaderTradeAgreement/BuyerReference", !leitwegId.isEmpty() ? leitwegId
+                                                                  : !orderReference.isEmpty()
+                                                                      ? orderReference
+                                                                      : QString::fromLatin1(noReference));
+    doc.setText(u"BuyerOrderReferencedDocument/IssuerAssignedID",
+                leitwegId.isEmpty() ? QString() : orderReference);
     // Without a VAT ID the tax number also identifies the seller, which BR-CO-26 asks for.
     doc.setText(u"SellerTradeParty/ID",
                 invoice.senderVatNumber.isEmpty() ? invoice.senderTaxNumber : QString());
@@ -230,13 +247,24 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     doc.setText(u"BuyerTradeParty/PostalTradeAddress/CityName", invoice.addressCity);
     doc.setText(u"BuyerTradeParty/PostalTradeAddress/CountryID", invoice.addressCountry.code);
     doc.setText(u"BuyerTradeParty/PostalTradeAddress/CountrySubDivisionName", invoice.addressState);
-    doc.setText(u"BuyerTradeParty/URIUniversalCommunication/URIID", invoice.email);
+    // The buyer's own e-invoice address when there is one, else the e-mail.
+    const bool electronic = !invoice.electronicAddress.trimmed().isEmpty();
+    doc.setText(u"BuyerTradeParty/URIUniversalCommunication/URIID",
+                electronic ? invoice.electronicAddress.trimmed() : invoice.email);
+    doc.setAttribute(u"BuyerTradeParty/URIUniversalCommunication/URIID", u"schemeID"_s,
+                     electronic ? invoice.electronicAddressScheme.trimmed() : u"EM"_s);
+    doc.setText(u"BuyerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]",
+                QString(invoice.vatNumber).remove(u' ').toUpper());
+    // Goods to another member state name where they went (BR-IC-12).
+    doc.setText(u"ShipToTradeParty/PostalTradeAddress/CountryID",
+                intraCommunity ? invoice.addressCountry.code : QString());
     doc.setText(u"OccurrenceDateTime/DateTimeString",
                 date102(invoice.serviceDateEnd.value_or(invoice.serviceDateStart)));
     doc.setText(u"InvoiceCurrencyCode", invoice.currency.code);
     doc.setText(u"PayeePartyCreditorFinancialAccount/IBANID", senderIban);
     doc.setText(u"PayeePartyCreditorFinancialAccount/AccountName", invoice.senderName);
     doc.setText(u"PayeeSpecifiedCreditorFinancialInstitution/BICID", invoice.senderBic);
+    doc.setText(u"SpecifiedTradePaymentTerms/Description", skontoTerms(invoice));
     doc.setText(u"DueDateDateTime/DateTimeString", date102(invoice.dueDate()));
     doc.setText(u"LineTotalAmount", formatAmount(totals.netSubtotal));
     doc.setText(u"AllowanceTotalAmount", formatAmount(totals.discountValue));
@@ -254,9 +282,9 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     doc.replaceWithElements(u"SupplyChainTradeTransaction/IncludedSupplyChainTradeLineItem",
                             std::move(lines));
     doc.replaceWithElements(u"ApplicableHeaderTradeSettlement/ApplicableTradeTax",
-                            taxElements(groups, exemption));
+                            taxElements(groups, invoice, profile));
     doc.replaceWithElements(u"ApplicableHeaderTradeSettlement/SpecifiedTradeAllowanceCharge",
-                            allowanceElements(invoice, groups, totals.discountValue));
+                            allowanceElements(invoice, profile, groups, totals.discountValue));
     doc.replaceWithElements(u"ApplicableHeaderTradeAgreement/AdditionalReferencedDocument",
                             std::move(reference));
 
@@ -299,7 +327,12 @@ QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
     require(!invoice.senderIban.isEmpty(), "Sender IBAN");
     require(!invoice.senderBic.isEmpty(), "Sender BIC");
     require(!invoice.name.isEmpty(), "Recipient name");
-    require(!invoice.email.isEmpty(), "Recipient email");
+    const bool electronic = !invoice.electronicAddress.trimmed().isEmpty();
+    require(!invoice.email.isEmpty() || electronic, "Recipient email");
+    require(!electronic || !invoice.electronicAddressScheme.trimmed().isEmpty(),
+            "Recipient electronic address scheme");
+    require(invoice.leitwegId.trimmed().isEmpty() || isValidLeitwegId(invoice.leitwegId.trimmed()),
+            "Leitweg-ID with valid check digits");
     require(!invoice.addressPostcode.isEmpty(), "Recipient postcode");
     require(!invoice.addressCity.isEmpty(), "Recipient city");
     require(countryCode.match(invoice.addressCountry.code).hasMatch(), "Recipient country");
@@ -312,6 +345,29 @@ QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
     const bool hasExemptLine = std::any_of(invoice.items.begin(), invoice.items.end(),
                                            [](const InvoiceItem& item) { return item.vatPercentage == 0; });
     require(!hasExemptLine || invoice.vatExemptionReason != VATExemptionReason::none, "VAT exemption reason");
+    if (hasExemptLine) {
+        // What each tax situation needs besides the zero rate.
+        const VATExemptionReason reason = invoice.vatExemptionReason;
+        const bool reverse = reason == VATExemptionReason::reverseCharge;
+        const bool intra = reason == VATExemptionReason::intraCommunitySupply;
+        const bool exported = reason == VATExemptionReason::exportOutsideEU;
+        if (reverse || intra || exported)
+            require(!invoice.senderVatNumber.isEmpty(), "Sender VAT ID"); // BR-AE-02, BR-IC-02, BR-G-02
+        if (reverse || intra)
+            require(!invoice.vatNumber.trimmed().isEmpty(), "Recipient VAT ID"); // BR-AE-02, BR-IC-02
+        if (intra)
+            require(isEuCountry(invoice.addressCountry.code) &&
+                        invoice.addressCountry.code != invoice.senderAddressCountry.code,
+                    "Recipient in another EU country");
+        if (exported)
+            require(!isEuCountry(invoice.addressCountry.code), "Recipient outside the EU");
+        if (reason == VATExemptionReason::otherExemption)
+            require(!invoice.vatExemptionNote.value_or(QString()).trimmed().isEmpty(), "VAT exemption note");
+    }
+    require(invoice.skontoPercentage.has_value() == invoice.skontoDays.has_value() &&
+                (!invoice.skontoPercentage || (*invoice.skontoPercentage > 0 &&
+                                               *invoice.skontoPercentage < 100 && *invoice.skontoDays > 0)),
+            "Early-payment discount with percentage and days");
     return missing;
 }
 
@@ -350,8 +406,70 @@ Unit XMLGenerator::unitFromCode(QStringView code)
 
 QString XMLGenerator::exemptionText(const Invoice& invoice, const Profile& profile)
 {
+    if (invoice.vatExemptionReason == VATExemptionReason::otherExemption)
+        return invoice.vatExemptionNote.value_or(QString()).trimmed();
     const QString key = documentNoteKey(invoice.vatExemptionReason);
     return key.isEmpty() ? QString() : Strings::text(key, invoice.documentLanguage(profile));
+}
+
+TaxCategory XMLGenerator::taxCategory(const Invoice& invoice, const Profile& profile, double rate)
+{
+    if (rate != 0)
+        return {u"S"_s, {}, {}};
+    const QString text = exemptionText(invoice, profile);
+    const QString code = invoice.vatExemptionCode.value_or(QString());
+    switch (invoice.vatExemptionReason) {
+    case VATExemptionReason::reverseCharge:
+        return {u"AE"_s, text, u"VATEX-EU-AE"_s};
+    case VATExemptionReason::intraCommunitySupply:
+        return {u"K"_s, text, u"VATEX-EU-IC"_s};
+    case VATExemptionReason::exportOutsideEU:
+        return {u"G"_s, text, u"VATEX-EU-G"_s};
+    case VATExemptionReason::zeroRated:
+        return {u"Z"_s, {}, {}}; // BR-Z-10: no exemption reason
+    case VATExemptionReason::otherExemption:
+        // "Not subject to VAT" has a category of its own (BR-O-*).
+        return {code == u"VATEX-EU-O" ? u"O"_s : u"E"_s, text, code};
+    case VATExemptionReason::none:
+    case VATExemptionReason::smallBusiness:
+    case VATExemptionReason::educationalServices:
+    case VATExemptionReason::medicalServices:
+    case VATExemptionReason::insuranceFinancial:
+    case VATExemptionReason::residentialRental:
+        break;
+    }
+    return {u"E"_s, text, code};
+}
+
+QString XMLGenerator::skontoTerms(const Invoice& invoice)
+{
+    if (!invoice.skontoPercentage || !invoice.skontoDays || *invoice.skontoPercentage <= 0 ||
+        *invoice.skontoDays <= 0)
+        return {};
+    return u"#SKONTO#TAGE=%1#PROZENT=%2#\n"_s.arg(*invoice.skontoDays)
+        .arg(formatAmount(*invoice.skontoPercentage));
+}
+
+bool XMLGenerator::isValidLeitwegId(const QString& id)
+{
+    // Coarse address (2-12 digits), an optional fine address, two check digits (ISO 7064
+    // MOD 97-10 over the whole id, letters as numbers from 10, as in an IBAN).
+    static const QRegularExpression form(u"^[0-9]{2,12}(-[0-9A-Za-z]{1,30})?-[0-9]{2}$"_s);
+    if (!form.match(id).hasMatch())
+        return false;
+    int remainder = 0;
+    for (const QChar c : id) {
+        if (c == u'-')
+            continue;
+        const int value = c.isDigit() ? c.digitValue() : c.toUpper().unicode() - u'A' + 10;
+        remainder = (remainder * (value >= 10 ? 100 : 10) + value) % 97;
+    }
+    return remainder == 1;
+}
+
+bool XMLGenerator::isEuCountry(const QString& code)
+{
+    return euCountries().contains(code);
 }
 
 QString XMLGenerator::withoutEmphasis(const QString& text)

@@ -11,6 +11,17 @@
 
 class XMLElement;
 
+// How a line or a VAT group is taxed in an e-invoice: the category code ("S", "Z", "E", "AE",
+// "K", "G", "O") with the exemption text and code that exempt categories carry.
+struct TaxCategory
+{
+    QString code;
+    QString reason;
+    QString reasonCode;
+
+    friend bool operator==(const TaxCategory&, const TaxCategory&) = default;
+};
+
 // One thing an e-invoice needs that the invoice lacks. `key` is the English text key of the
 // field ("Recipient email"), so that an editor can take the user to it; `item` is the 0-based
 // line of the per-line entries.
@@ -49,6 +60,17 @@ public:
 
     // The exemption sentence in the document language, empty for none.
     static QString exemptionText(const Invoice& invoice, const Profile& profile);
+    // The category of a rate on this invoice: a rate above zero is standard ("S"); at zero the
+    // invoice's tax situation decides: reverse charge "AE", intra-community supply "K", export
+    // "G", zero-rated "Z", the exemptions "E".
+    static TaxCategory taxCategory(const Invoice& invoice, const Profile& profile, double rate);
+    // "#SKONTO#TAGE=14#PROZENT=2.00#" and a line break, the payment terms syntax that German
+    // receivers read the early-payment discount from; empty without one.
+    static QString skontoTerms(const Invoice& invoice);
+    // True for a German public customer's routing id with the right check digits
+    // ("04011000-12345-03").
+    static bool isValidLeitwegId(const QString& id);
+    static bool isEuCountry(const QString& code);
     // "**bold**" and "*italic*" markers removed, the words kept.
     static QString withoutEmphasis(const QString& text);
     // The shortest plain decimal that reads back as the same double, with at least one

@@ -66,6 +66,13 @@ QString documentNoteKey(VATExemptionReason reason)
         return QStringLiteral("VAT Exemption Insurance Financial");
     case VATExemptionReason::residentialRental:
         return QStringLiteral("VAT Exemption Residential Rental");
+    case VATExemptionReason::intraCommunitySupply:
+        return QStringLiteral("VAT Exemption Intra-Community Supply");
+    case VATExemptionReason::exportOutsideEU:
+        return QStringLiteral("VAT Exemption Export");
+    case VATExemptionReason::zeroRated:
+    case VATExemptionReason::otherExemption:
+        return {}; // zero-rated documents state no reason; other exemptions carry their own text
     }
     return {};
 }

@@ -47,7 +47,14 @@ enum class VATExemptionReason
     educationalServices,
     medicalServices,
     insuranceFinancial,
-    residentialRental
+    residentialRental,
+    // Beyond the § 4 exemptions: goods to a business in another EU country, goods leaving
+    // the EU, a supply taxed at zero, and an exemption that a received e-invoice names in its
+    // own words (kept in the invoice's vatExemptionNote).
+    intraCommunitySupply,
+    exportOutsideEU,
+    zeroRated,
+    otherExemption
 };
 enum class NumberResetFrequency
 {
@@ -125,7 +132,7 @@ template <>
 struct EnumTraits<VATExemptionReason>
 {
     static constexpr std::string_view typeName = "VATExemptionReason";
-    static constexpr std::array<EnumCase<VATExemptionReason>, 7> cases{{
+    static constexpr std::array<EnumCase<VATExemptionReason>, 11> cases{{
         {VATExemptionReason::none, "none", "None"},
         {VATExemptionReason::reverseCharge, "reverseCharge", "Reverse Charge"},
         {VATExemptionReason::smallBusiness, "smallBusiness", "Small Business (§\u202F19 UStG)"},
@@ -136,6 +143,12 @@ struct EnumTraits<VATExemptionReason>
          "Insurance & Financial (§\u202F4 Nr. 8 UStG)"},
         {VATExemptionReason::residentialRental, "residentialRental",
          "Residential Rental (§\u202F4 Nr. 12 UStG)"},
+        {VATExemptionReason::intraCommunitySupply, "intraCommunitySupply",
+         "Intra-Community Supply (§\u202F4 Nr. 1b UStG)"},
+        {VATExemptionReason::exportOutsideEU, "exportOutsideEU",
+         "Export Outside the EU (§\u202F4 Nr. 1a UStG)"},
+        {VATExemptionReason::zeroRated, "zeroRated", "Zero-Rated Supply"},
+        {VATExemptionReason::otherExemption, "otherExemption", "Other Exemption (as Noted)"},
     }};
 };
 

@@ -14,7 +14,7 @@ struct Profile;
 
 struct InvoiceItem
 {
-    QUuid id; // null until makeNew() or a file gives one
+    QUuid id;     // null until makeNew() or a file gives one
     QString item; // the line's description
     double quantity = 1;
     Unit unit = Unit::piece;
@@ -57,6 +57,15 @@ struct Invoice
     QString addressState;
     Country addressCountry;
     QString email;
+    // The buyer's VAT identifier, needed for reverse charge and intra-community supplies.
+    QString vatNumber;
+    // Where the buyer receives e-invoices, when not at `email`: a Peppol participant id, a
+    // Leitweg-ID ... with its scheme (EAS code, such as "0204" or "9930"); empty means the e-mail.
+    QString electronicAddress;
+    QString electronicAddressScheme;
+    // The routing id of a German public customer; it becomes the buyer reference, and the
+    // order reference then travels as the order number.
+    QString leitwegId;
 
     QString senderName;
     QString senderBusinessName;
@@ -81,6 +90,13 @@ struct Invoice
     std::optional<double> discountPercentage;
     std::optional<double> discountAmount;
     VATExemptionReason vatExemptionReason = VATExemptionReason::none;
+    // The exemption in a received e-invoice's own words and code (otherExemption), kept so
+    // that writing it again says the same.
+    std::optional<QString> vatExemptionNote;
+    std::optional<QString> vatExemptionCode;
+    // Early-payment discount: this percentage off when paid within these days.
+    std::optional<double> skontoPercentage;
+    std::optional<int> skontoDays;
     QString marginalNote;
     int daysToPay = 14;
     Currency currency{QStringLiteral("EUR")};

@@ -84,6 +84,13 @@ void write(JsonWriter& w, const Invoice& inv)
     writeAddress(w, {inv.addressLineOne, inv.addressLineTwo, inv.addressPostcode, inv.addressCity,
                      inv.addressState, inv.addressCountry});
     w.field("email"_L1, inv.email);
+    // Written only when used, so that other invoices keep exactly the common keys.
+    for (const auto& [key, value] : {std::pair{"vatNumber"_L1, &inv.vatNumber},
+                                     std::pair{"electronicAddress"_L1, &inv.electronicAddress},
+                                     std::pair{"electronicAddressScheme"_L1, &inv.electronicAddressScheme},
+                                     std::pair{"leitwegId"_L1, &inv.leitwegId}})
+        if (!value->isEmpty())
+            w.field(key, *value);
     w.endObject();
 
     w.key("sender"_L1);
@@ -113,6 +120,14 @@ void write(JsonWriter& w, const Invoice& inv)
     w.field("discountPercentage"_L1, inv.discountPercentage);
     w.field("discountAmount"_L1, inv.discountAmount);
     w.field("vatExemptionReason"_L1, rawValue(inv.vatExemptionReason));
+    if (inv.vatExemptionNote)
+        w.field("vatExemptionNote"_L1, *inv.vatExemptionNote);
+    if (inv.vatExemptionCode)
+        w.field("vatExemptionCode"_L1, *inv.vatExemptionCode);
+    if (inv.skontoPercentage && inv.skontoDays) {
+        w.field("skontoPercentage"_L1, *inv.skontoPercentage);
+        w.field("skontoDays"_L1, *inv.skontoDays);
+    }
     w.field("marginalNote"_L1, inv.marginalNote);
     w.field("daysToPay"_L1, inv.daysToPay);
     w.field("currency"_L1, inv.currency.code);
@@ -176,6 +191,10 @@ Invoice read(const JsonFieldReader& r)
         readAddress(*recipient, inv.addressLineOne, inv.addressLineTwo, inv.addressPostcode, inv.addressCity,
                     inv.addressState, inv.addressCountry);
         recipient->read("email"_L1, inv.email);
+        recipient->read("vatNumber"_L1, inv.vatNumber);
+        recipient->read("electronicAddress"_L1, inv.electronicAddress);
+        recipient->read("electronicAddressScheme"_L1, inv.electronicAddressScheme);
+        recipient->read("leitwegId"_L1, inv.leitwegId);
     }
     if (const auto sender = r.object("sender"_L1)) {
         sender->read("name"_L1, inv.senderName);
@@ -200,6 +219,10 @@ Invoice read(const JsonFieldReader& r)
     r.read("discountPercentage"_L1, inv.discountPercentage);
     r.read("discountAmount"_L1, inv.discountAmount);
     r.read("vatExemptionReason"_L1, inv.vatExemptionReason);
+    r.read("vatExemptionNote"_L1, inv.vatExemptionNote);
+    r.read("vatExemptionCode"_L1, inv.vatExemptionCode);
+    r.read("skontoPercentage"_L1, inv.skontoPercentage);
+    r.read("skontoDays"_L1, inv.skontoDays);
     r.read("marginalNote"_L1, inv.marginalNote);
     r.read("daysToPay"_L1, inv.daysToPay);
     r.read("currency"_L1, inv.currency);

@@ -178,17 +178,53 @@ protected:
             i.discountPercentage = 3;
             i.items.append(item(u"Train ticket"_s, 1, Unit::piece, 119.9, 7));
         });
+        // Every tax situation at zero rate, each with what its rules ask for: the buyer's VAT ID
+        // and a buyer abroad (BR-AE-02, BR-IC-02, BR-IC-12, BR-G-02), the exemption text or
+        // code (BR-AE-10, BR-IC-10, BR-G-10, BR-E-10), none for zero-rated (BR-Z-10).
         for (VATExemptionReason reason :
              {VATExemptionReason::reverseCharge, VATExemptionReason::smallBusiness,
               VATExemptionReason::educationalServices, VATExemptionReason::medicalServices,
-              VATExemptionReason::insuranceFinancial, VATExemptionReason::residentialRental}) {
+              VATExemptionReason::insuranceFinancial, VATExemptionReason::residentialRental,
+              VATExemptionReason::intraCommunitySupply, VATExemptionReason::exportOutsideEU,
+              VATExemptionReason::zeroRated, VATExemptionReason::otherExemption}) {
             add(u"exempt-"_s + rawValue(reason), InvoiceType::invoice, [reason](Invoice& i) {
                 i.vatExemptionReason = reason;
                 for (InvoiceItem& line : i.items)
                     line.vatPercentage = 0;
                 i.language = Language::english;
+                if (reason == VATExemptionReason::reverseCharge ||
+                    reason == VATExemptionReason::intraCommunitySupply) {
+                    i.businessName = u"Atelier Moreau SARL"_s;
+                    i.addressLineOne = u"12 rue des Lilas"_s;
+                    i.addressPostcode = u"69002"_s;
+                    i.addressCity = u"Lyon"_s;
+                    i.addressCountry = Country{u"FR"_s};
+                    i.vatNumber = u"FR40303265045"_s;
+                } else if (reason == VATExemptionReason::exportOutsideEU) {
+                    i.businessName = u"Bergli Druck AG"_s;
+                    i.addressLineOne = u"Seestrasse 8"_s;
+                    i.addressPostcode = u"8002"_s;
+                    i.addressCity = u"Zürich"_s;
+                    i.addressCountry = Country{u"CH"_s};
+                } else if (reason == VATExemptionReason::otherExemption) {
+                    i.vatExemptionNote = u"Exempt under Article 132 (1) (i) of Directive 2006/112/EC"_s;
+                    i.vatExemptionCode = u"VATEX-EU-132-1I"_s;
+                }
             });
         }
+        // A public customer: its Leitweg-ID as buyer reference and electronic address (BR-DE-15),
+        // the order number beside it, and an early-payment discount in the terms (BR-DE-18).
+        add(u"public-customer-skonto"_s, InvoiceType::invoice, [](Invoice& i) {
+            i.businessName = u"Stadt Musterhausen, Amt für Kultur"_s;
+            i.leitwegId = u"04011000-12345-03"_s;
+            i.electronicAddress = u"04011000-12345-03"_s;
+            i.electronicAddressScheme = u"0204"_s;
+            i.email.clear();
+            i.reference = u"B-2025-117"_s;
+            i.skontoPercentage = 2;
+            i.skontoDays = 10;
+            i.daysToPay = 30;
+        });
         add(u"special-characters-and-long-texts"_s, InvoiceType::invoice, [](Invoice& i) {
             i.name = u"Zoë O'Brien-Müller"_s;
             i.businessName = u"\"Ähnlich & Söhne\" <Straßenbau> GmbH"_s;
@@ -233,7 +269,7 @@ protected:
 TEST_F(Conformance, EveryDocumentPassesTheOfficialValidators)
 {
     const QList<std::pair<QString, QString>> set = writeInvoiceSet();
-    ASSERT_EQ(set.size(), 15);
+    ASSERT_EQ(set.size(), 20);
 
     // US Letter pages come from a styling folder of their own.
     const QString letter = m_home.filePath(u"letter"_s);

@@ -298,12 +298,13 @@ TEST(XMLGenerator, BR_E_10_BR_S_10_ExemptionTextOnlyOnExemptGroups)
     expectSchemaValid(xml);
 }
 
-// Each exemption reason on an invoice with only 0 % lines, in English and German.
+// Each exemption of category E on an invoice with only 0 % lines, in English and German.
 TEST(XMLGenerator, ExemptOnlyInvoicesForEveryReason)
 {
-    for (const VATExemptionReason reason : allCases<VATExemptionReason>()) {
-        if (reason == VATExemptionReason::none)
-            continue;
+    for (const VATExemptionReason reason :
+         {VATExemptionReason::smallBusiness, VATExemptionReason::educationalServices,
+          VATExemptionReason::medicalServices, VATExemptionReason::insuranceFinancial,
+          VATExemptionReason::residentialRental}) {
         for (const Language language : allCases<Language>()) {
             Invoice invoice = completeInvoice();
             for (InvoiceItem& item : invoice.items)
