@@ -12,7 +12,13 @@ namespace {
 const QStringList dateKeys{QStringLiteral("date"), QStringLiteral("serviceDateStart"),
                            QStringLiteral("serviceDateEnd"), QStringLiteral("statusUpdateDate")};
 const QStringList optionalNumberKeys{QStringLiteral("discountPercentage"), QStringLiteral("discountAmount"),
-                                     QStringLiteral("startNumberYear")};
+                                     QStringLiteral("startNumberYear"), QStringLiteral("skontoPercentage"),
+                                     QStringLiteral("skontoDays")};
+// Keys that records carry only when they are used; setting one adds it, clearing removes it.
+const QStringList occasionalKeys{QStringLiteral("vatNumber"),        QStringLiteral("electronicAddress"),
+                                 QStringLiteral("electronicAddressScheme"), QStringLiteral("leitwegId"),
+                                 QStringLiteral("vatExemptionNote"), QStringLiteral("vatExemptionCode"),
+                                 QStringLiteral("skontoPercentage"), QStringLiteral("skontoDays")};
 
 QJsonValue dateValue(const QString& key, const QString& text, const QJsonValue& old)
 {
@@ -60,6 +66,15 @@ void setIn(QJsonObject& object, const QStringList& path, qsizetype depth, const 
            const QString& value)
 {
     const QString& name = path[depth];
+    const bool last = depth + 1 == path.size();
+    if (!object.contains(name) && last && occasionalKeys.contains(name)) {
+        const QJsonValue converted = convert(key, name, value, QJsonValue::Null);
+        if (converted.isNull() || (converted.isString() && converted.toString().isEmpty()))
+            object.remove(name);
+        else
+            object[name] = converted;
+        return;
+    }
     if (!object.contains(name))
         throw CliError(QStringLiteral("unknown field \"%1\"").arg(key));
     if (depth + 1 < path.size()) {

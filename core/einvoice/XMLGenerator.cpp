@@ -255,7 +255,16 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
                      electronic ? invoice.electronicAddressScheme.trimmed() : u"EM"_s);
     doc.setText(u"BuyerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]",
                 QString(invoice.vatNumber).remove(u' ').toUpper());
-    // Goods to another member state name where they went (BR-IC-12).
+    // Goods to another member state name where they went (BR-IC-12): the buyer's address, which
+    // then needs its postcode and city (BR-DE-10, BR-DE-11).
+    doc.setText(u"ShipToTradeParty/PostalTradeAddress/PostcodeCode",
+                intraCommunity ? invoice.addressPostcode : QString());
+    doc.setText(u"ShipToTradeParty/PostalTradeAddress/LineOne",
+                intraCommunity ? invoice.addressLineOne : QString());
+    doc.setText(u"ShipToTradeParty/PostalTradeAddress/LineTwo",
+                intraCommunity ? invoice.addressLineTwo : QString());
+    doc.setText(u"ShipToTradeParty/PostalTradeAddress/CityName",
+                intraCommunity ? invoice.addressCity : QString());
     doc.setText(u"ShipToTradeParty/PostalTradeAddress/CountryID",
                 intraCommunity ? invoice.addressCountry.code : QString());
     doc.setText(u"OccurrenceDateTime/DateTimeString",

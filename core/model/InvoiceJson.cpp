@@ -124,10 +124,10 @@ void write(JsonWriter& w, const Invoice& inv)
         w.field("vatExemptionNote"_L1, *inv.vatExemptionNote);
     if (inv.vatExemptionCode)
         w.field("vatExemptionCode"_L1, *inv.vatExemptionCode);
-    if (inv.skontoPercentage && inv.skontoDays) {
+    if (inv.skontoPercentage)
         w.field("skontoPercentage"_L1, *inv.skontoPercentage);
+    if (inv.skontoDays)
         w.field("skontoDays"_L1, *inv.skontoDays);
-    }
     w.field("marginalNote"_L1, inv.marginalNote);
     w.field("daysToPay"_L1, inv.daysToPay);
     w.field("currency"_L1, inv.currency.code);
