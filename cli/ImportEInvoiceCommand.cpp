@@ -13,14 +13,15 @@ public:
     QString name() const override { return u"import-einvoice"_s; }
     QString summary() const override
     {
-        return u"Import CII e-invoices (XML or hybrid PDF) as new invoices of the active profile."_s;
+        return u"Import e-invoices (CII or UBL XML, or hybrid PDF) as new invoices of the active profile."_s;
     }
 
 protected:
     void configure(QCommandLineParser& parser) override
     {
-        parser.addPositionalArgument(u"FILE"_s, u"E-invoice XML files or hybrid PDFs (Factur-X, ZUGFeRD)."_s,
-                                     u"FILE..."_s);
+        parser.addPositionalArgument(
+            u"FILE"_s, u"E-invoice XML files (CII or UBL) or hybrid PDFs (Factur-X, ZUGFeRD)."_s,
+            u"FILE..."_s);
     }
 
     int run(const QCommandLineParser& parser) override

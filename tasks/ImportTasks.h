@@ -32,7 +32,8 @@ namespace ImportTasks {
 // Exported invoice PDFs, which carry their record; an invoice already in the store is refused.
 QList<ImportResult> importPdfs(InvoiceManager& store, const QStringList& files);
 
-// CII e-invoices, as XML or hybrid PDF, from any program; each becomes a new invoice of the profile.
+// E-invoices in CII or UBL, as XML or hybrid PDF, from any program; each becomes a new invoice of
+// the profile.
 QList<ImportResult> importEInvoices(InvoiceManager& store, const Profile& profile, const QStringList& files);
 
 // One e-invoice already read into memory (XML or hybrid PDF); `file` names it in the result.

@@ -2,6 +2,7 @@
 
 #include "calc/Totals.h"
 #include "einvoice/PdfAttachments.h"
+#include "einvoice/ReceivedEInvoice.h"
 #include "einvoice/XMLElement.h"
 #include "einvoice/XMLGenerator.h"
 #include "l10n/Strings.h"
@@ -11,7 +12,6 @@
 #include <QStringDecoder>
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 using namespace Qt::Literals::StringLiterals;
@@ -63,35 +63,16 @@ Invoice freshInvoice(const Profile& profile, const QList<Invoice>& invoices)
     return invoice;
 }
 
-std::optional<QDate> dateAt(const XMLElement& document, QStringView path)
-{
-    const auto text = document.textAt(path);
-    if (!text)
-        return std::nullopt;
-    const QDate date = QDate::fromString(*text, u"yyyyMMdd"_s);
-    return date.isValid() ? std::optional<QDate>(date) : std::nullopt;
-}
-
 Timestamp startOfDay(QDate date)
 {
     return Timestamp::fromDateTime(date.startOfDay(Clock::timeZone()));
 }
 
-std::optional<double> numberAt(const XMLElement& element, QStringView path)
+// Fills a field from the document; what the document leaves empty keeps the field as it is.
+void take(const QString& value, QString& field)
 {
-    const auto text = element.textAt(path);
-    if (!text)
-        return std::nullopt;
-    bool ok = false;
-    const double value = text->toDouble(&ok);
-    return ok && std::isfinite(value) ? std::optional<double>(value) : std::nullopt;
-}
-
-// Fills a field from the first element at `path`; a missing element leaves it as it is.
-void take(const XMLElement& document, QStringView path, QString& field)
-{
-    if (const auto text = document.textAt(path))
-        field = *text;
+    if (!value.isEmpty())
+        field = value;
 }
 
 std::optional<VATExemptionReason> exemptionFromText(const QString& text)
@@ -109,23 +90,27 @@ std::optional<VATExemptionReason> exemptionFromText(const QString& text)
     return std::nullopt;
 }
 
-InvoiceItem itemFrom(const XMLElement& line)
+InvoiceItem itemFrom(const ReceivedEInvoice::Line& line)
 {
     InvoiceItem item = InvoiceItem::makeNew();
-    if (const auto name = line.textAt(u"SpecifiedTradeProduct/Name"))
-        item.item = *name;
-    if (const XMLElement* quantity = line.find(u"BilledQuantity")) {
-        bool ok = false;
-        const double value = quantity->text().toDouble(&ok);
-        if (ok && std::isfinite(value))
-            item.quantity = value;
-        item.unit = XMLGenerator::unitFromCode(quantity->attribute(u"unitCode").value_or(QString()));
-    }
-    if (const auto price = numberAt(line, u"NetPriceProductTradePrice/ChargeAmount"))
-        item.unitPrice = *price;
-    if (const auto rate = numberAt(line, u"ApplicableTradeTax/RateApplicablePercent"))
-        item.vatPercentage = *rate;
+    take(line.name, item.item);
+    item.quantity = line.quantity;
+    item.unit = XMLGenerator::unitFromCode(line.unitCode);
+    // The net price as stated, also when it is for a base quantity other than one: the totals
+    // check then names the difference instead of the price changing silently.
+    item.unitPrice = line.netPrice;
+    if (line.vatRate)
+        item.vatPercentage = *line.vatRate;
     return item;
+}
+
+// The buyer's electronic address is an e-mail address only under the scheme for one; a
+// Leitweg-ID or Peppol participant id is no place to send mail to.
+QString buyerEmail(const ReceivedEInvoice::Party& buyer)
+{
+    const bool mail = buyer.electronicAddressScheme == u"EM" ||
+                      (buyer.electronicAddressScheme.isEmpty() && buyer.electronicAddress.contains(u'@'));
+    return mail && !buyer.electronicAddress.isEmpty() ? buyer.electronicAddress : buyer.contactEmail;
 }
 
 QString money(double amount, const Invoice& invoice)
@@ -136,26 +121,23 @@ QString money(double amount, const Invoice& invoice)
 // The document's own totals against those its lines give here. Line allowances, charges or a
 // price base quantity make them differ; the user is told both figures instead of amounts
 // changing silently.
-QStringList totalsDifferences(const XMLElement& document, const Invoice& invoice)
+QStringList totalsDifferences(const ReceivedEInvoice& received, const Invoice& invoice)
 {
     const Totals::Summary totals = Totals::summarize(invoice);
     struct Check
     {
-        const char16_t* path;
+        std::optional<double> stated;
         const char* label;
         double computed;
     };
     const Check checks[] = {
-        {u"SpecifiedTradeSettlementHeaderMonetarySummation/LineTotalAmount", "Net sum of lines",
-         totals.netSubtotal},
-        {u"SpecifiedTradeSettlementHeaderMonetarySummation/TaxBasisTotalAmount", "Tax basis",
-         totals.taxBasis},
-        {u"SpecifiedTradeSettlementHeaderMonetarySummation/GrandTotalAmount", "Gross total",
-         totals.grossTotal},
+        {received.totals.lineTotal, "Net sum of lines", totals.netSubtotal},
+        {received.totals.taxBasis, "Tax basis", totals.taxBasis},
+        {received.totals.grandTotal, "Gross total", totals.grossTotal},
     };
     QStringList differences;
     for (const Check& check : checks) {
-        const auto stated = numberAt(document, QStringView(check.path));
+        const std::optional<double> stated = check.stated;
         if (!stated || Totals::round2(*stated) == Totals::round2(check.computed))
             continue;
         differences.append(Strings::ui(QString::fromUtf8(check.label)) + u": "_s +
@@ -166,6 +148,22 @@ QStringList totalsDifferences(const XMLElement& document, const Invoice& invoice
         return {};
     return {Strings::ui(u"The totals of the document differ from those of its lines:"_s) + u'\n' +
             differences.join(u'\n')};
+}
+
+// The syntax by the root element's namespace. The tree keeps prefixes as written and namespace
+// declarations as attributes, so the root's prefix is looked up among its own declarations;
+// a document's root cannot inherit one. Everything that is not UBL is tried as CII, as before.
+Syntax syntaxOf(const XMLElement& root)
+{
+    const qsizetype colon = root.name().indexOf(u':');
+    const QString declaration = colon < 0 ? u"xmlns"_s : u"xmlns:"_s + root.name().left(colon);
+    const QString uri = root.attribute(declaration).value_or(QString());
+    if (root.localName() == u"Invoice" && uri == u"urn:oasis:names:specification:ubl:schema:xsd:Invoice-2")
+        return Syntax::ublInvoice;
+    if (root.localName() == u"CreditNote" &&
+        uri == u"urn:oasis:names:specification:ubl:schema:xsd:CreditNote-2")
+        return Syntax::ublCreditNote;
+    return Syntax::cii;
 }
 
 } // namespace
@@ -187,7 +185,16 @@ Document openXml(const QByteArray& xml)
         document.detail = parseError;
         return document;
     }
-    if (parsed->textAt(u"ExchangedDocument/ID").value_or(QString()).isEmpty()) {
+    document.syntax = syntaxOf(*parsed);
+    if (document.syntax != Syntax::cii) {
+        // UBL keeps the document number as a direct child of the root.
+        const auto ids = parsed->childElements(u"ID");
+        if (ids.empty() || ids.front()->text().isEmpty()) {
+            document.problem = Problem::notAnEInvoice;
+            document.detail = u"no document number (cbc:ID)"_s;
+            return document;
+        }
+    } else if (parsed->textAt(u"ExchangedDocument/ID").value_or(QString()).isEmpty()) {
         document.problem = Problem::notAnEInvoice;
         document.detail = u"no document number (ExchangedDocument/ID)"_s;
         return document;
@@ -223,69 +230,81 @@ Document openFile(const QByteArray& bytes)
     return document;
 }
 
-void fillInvoice(const XMLElement& document, Invoice& invoice)
+void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
 {
-    const std::optional<QDate> issueDate =
-        dateAt(document, u"ExchangedDocument/IssueDateTime/DateTimeString");
-    if (issueDate)
-        invoice.date = startOfDay(*issueDate);
-    take(document, u"ExchangedDocument/IncludedNote/Content", invoice.note);
-    if (const auto reference = document.textAt(u"ApplicableHeaderTradeAgreement/BuyerReference")) {
-        // Our own placeholder for "no reference" is no reference.
-        if (*reference != QLatin1StringView(XMLGenerator::noReference))
-            invoice.reference = *reference;
+    if (received.issueDate)
+        invoice.date = startOfDay(*received.issueDate);
+    if (!received.notes.isEmpty())
+        invoice.note = received.notes.first();
+    // Our own placeholder for "no reference" is no reference.
+    if (!received.buyerReference.isEmpty() &&
+        received.buyerReference != QLatin1StringView(XMLGenerator::noReference))
+        invoice.reference = received.buyerReference;
+
+    const ReceivedEInvoice::Party& seller = received.seller;
+    take(seller.name, invoice.senderName);
+    take(seller.tradingName, invoice.senderBusinessName);
+    take(seller.description, invoice.senderAdditionalNumbers);
+    take(seller.contactPhone, invoice.senderPhone);
+    take(seller.contactEmail, invoice.senderEmail);
+    take(seller.addressLines.value(0), invoice.senderAddressLineOne);
+    take(seller.addressLines.value(1), invoice.senderAddressLineTwo);
+    take(seller.postcode, invoice.senderAddressPostcode);
+    take(seller.city, invoice.senderAddressCity);
+    take(seller.subdivision, invoice.senderAddressState);
+    take(seller.country, invoice.senderAddressCountry.code);
+    take(seller.taxNumber, invoice.senderTaxNumber);
+    take(seller.vatId, invoice.senderVatNumber);
+    for (const ReceivedEInvoice::PaymentMeans& means : received.paymentMeans) {
+        if (!means.iban.isEmpty()) {
+            invoice.senderIban = means.iban;
+            break;
+        }
     }
-    take(document, u"SellerTradeParty/Name", invoice.senderName);
-    take(document, u"SellerTradeParty/SpecifiedLegalOrganization/TradingBusinessName",
-         invoice.senderBusinessName);
-    take(document, u"SellerTradeParty/Description", invoice.senderAdditionalNumbers);
-    take(document, u"TelephoneUniversalCommunication/CompleteNumber", invoice.senderPhone);
-    take(document, u"EmailURIUniversalCommunication/URIID", invoice.senderEmail);
-    take(document, u"SellerTradeParty/PostalTradeAddress/LineOne", invoice.senderAddressLineOne);
-    take(document, u"SellerTradeParty/PostalTradeAddress/LineTwo", invoice.senderAddressLineTwo);
-    take(document, u"SellerTradeParty/PostalTradeAddress/PostcodeCode", invoice.senderAddressPostcode);
-    take(document, u"SellerTradeParty/PostalTradeAddress/CityName", invoice.senderAddressCity);
-    take(document, u"SellerTradeParty/PostalTradeAddress/CountrySubDivisionName", invoice.senderAddressState);
-    take(document, u"SellerTradeParty/PostalTradeAddress/CountryID", invoice.senderAddressCountry.code);
-    take(document, u"SellerTradeParty/SpecifiedTaxRegistration/ID[schemeID=FC]", invoice.senderTaxNumber);
-    take(document, u"SellerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]", invoice.senderVatNumber);
-    take(document, u"PayeePartyCreditorFinancialAccount/IBANID", invoice.senderIban);
-    take(document, u"PayeeSpecifiedCreditorFinancialInstitution/BICID", invoice.senderBic);
-    take(document, u"BuyerTradeParty/Name", invoice.name);
-    take(document, u"BuyerTradeParty/SpecifiedLegalOrganization/TradingBusinessName", invoice.businessName);
-    take(document, u"BuyerTradeParty/URIUniversalCommunication/URIID", invoice.email);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/LineOne", invoice.addressLineOne);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/LineTwo", invoice.addressLineTwo);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/PostcodeCode", invoice.addressPostcode);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/CityName", invoice.addressCity);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/CountrySubDivisionName", invoice.addressState);
-    take(document, u"BuyerTradeParty/PostalTradeAddress/CountryID", invoice.addressCountry.code);
+    for (const ReceivedEInvoice::PaymentMeans& means : received.paymentMeans) {
+        if (!means.bic.isEmpty()) {
+            invoice.senderBic = means.bic;
+            break;
+        }
+    }
+
+    const ReceivedEInvoice::Party& buyer = received.buyer;
+    take(buyer.name, invoice.name);
+    take(buyer.tradingName, invoice.businessName);
+    take(buyerEmail(buyer), invoice.email);
+    take(buyer.addressLines.value(0), invoice.addressLineOne);
+    take(buyer.addressLines.value(1), invoice.addressLineTwo);
+    take(buyer.postcode, invoice.addressPostcode);
+    take(buyer.city, invoice.addressCity);
+    take(buyer.subdivision, invoice.addressState);
+    take(buyer.country, invoice.addressCountry.code);
+
     // The delivery date is the end of the service period; a single date is a period of one day.
-    if (const auto delivery = dateAt(document, u"OccurrenceDateTime/DateTimeString")) {
-        invoice.serviceDateEnd = startOfDay(*delivery);
+    if (received.deliveryDate) {
+        invoice.serviceDateEnd = startOfDay(*received.deliveryDate);
         invoice.serviceDateStart = *invoice.serviceDateEnd;
-    } else if (issueDate) {
+    } else if (received.issueDate) {
         invoice.serviceDateStart = invoice.date;
     }
-    take(document, u"InvoiceCurrencyCode", invoice.currency.code);
+    take(received.currency, invoice.currency.code);
 
-    const std::optional<QDate> dueDate = dateAt(document, u"DueDateDateTime/DateTimeString");
-    invoice.daysToPay =
-        dueDate ? std::max(0, int(invoice.date.localDate().daysTo(*dueDate))) : defaultDaysToPay;
+    invoice.daysToPay = received.dueDate
+                            ? std::max(0, int(invoice.date.localDate().daysTo(*received.dueDate)))
+                            : defaultDaysToPay;
 
-    if (const auto allowance =
-            numberAt(document, u"SpecifiedTradeSettlementHeaderMonetarySummation/AllowanceTotalAmount");
-        allowance && *allowance > 0)
+    if (const auto allowance = received.totals.allowanceTotal; allowance && *allowance > 0)
         invoice.discountAmount = *allowance;
 
-    if (const XMLElement* transaction = document.find(u"SupplyChainTradeTransaction"))
-        for (const XMLElement* line : transaction->childElements(u"IncludedSupplyChainTradeLineItem"))
-            invoice.items.append(itemFrom(*line));
+    for (const ReceivedEInvoice::Line& line : received.lines)
+        invoice.items.append(itemFrom(line));
 
-    const auto exemption =
-        document.textAt(u"ApplicableHeaderTradeSettlement/ApplicableTradeTax/ExemptionReason");
-    if (const auto reason = exemptionFromText(exemption.value_or(QString())))
-        invoice.vatExemptionReason = *reason;
+    for (const ReceivedEInvoice::VatBreakdown& vat : received.vatBreakdown) {
+        if (vat.exemptionReason.isEmpty())
+            continue;
+        if (const auto reason = exemptionFromText(vat.exemptionReason))
+            invoice.vatExemptionReason = *reason;
+        break;
+    }
 }
 
 namespace {
@@ -302,10 +321,11 @@ Result importDocument(const Document& document, const Profile& profile, const QL
         result.detail = document.detail;
         return result;
     }
+    const ReceivedEInvoice received = ReceivedEInvoice::fromDocument(document);
     Invoice invoice = freshInvoice(profile, invoices);
     invoice.status = Status::sent;
-    fillInvoice(*document.root, invoice);
-    result.alerts = totalsDifferences(*document.root, invoice);
+    fillInvoice(received, invoice);
+    result.alerts = totalsDifferences(received, invoice);
     result.invoice = std::move(invoice);
     return result;
 }

@@ -10,9 +10,11 @@
 
 #include <optional>
 
-// Turns a CII e-invoice (our own or another program's) into a new invoice of the active
-// profile: the seller becomes the sender, the buyer the recipient. Nothing is saved here;
-// the caller hands the invoice to the store.
+struct ReceivedEInvoice;
+
+// Turns an e-invoice (our own or another program's, CII or UBL) into a new invoice of the
+// active profile: the seller becomes the sender, the buyer the recipient. Nothing is saved
+// here; the caller hands the invoice to the store.
 namespace EInvoiceImporter {
 
 struct Result
@@ -31,16 +33,25 @@ enum class Problem
 {
     unreadableText, // empty, or not UTF-8
     notXml,         // not well-formed XML (or XML we refuse, such as a DTD)
-    notAnEInvoice,  // XML without a CII document number
+    notAnEInvoice,  // XML without a CII or UBL document number
     unreadablePdf,
     noInvoiceXml, // a PDF without an embedded invoice XML
 };
 
-// A received file opened as a CII document: the importer and the viewer read the same way.
+// The two XML syntaxes of EN 16931 e-invoices.
+enum class Syntax
+{
+    cii, // UN/CEFACT Cross Industry Invoice
+    ublInvoice,
+    ublCreditNote,
+};
+
+// A received file opened as an e-invoice document: the importer and the viewer read the same way.
 struct Document
 {
     // The document's root element; nullopt when the file was refused.
     std::optional<XMLElement> root;
+    Syntax syntax = Syntax::cii;
     // For a hybrid PDF, the name of the embedded file the XML came from.
     QString embeddedName;
     std::optional<Problem> problem;
@@ -48,21 +59,21 @@ struct Document
     QString detail;
 };
 
-// CII XML as it stands.
+// CII or UBL XML as it stands; the root element's namespace tells which.
 Document openXml(const QByteArray& xml);
-// CII XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice XML is read
+// CII or UBL XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice XML is read
 // like an XML file.
 Document openFile(const QByteArray& bytes);
 
-// Fills the invoice from the document by the paths our writer fills: dates, note, reference,
-// seller as sender, buyer as recipient, currency, payment term, allowance and lines. What the
+// Fills the invoice from a read document, whichever its syntax: dates, note, reference, seller
+// as sender, buyer as recipient, currency, payment term, allowance and lines. What the
 // document lacks stays as it was.
-void fillInvoice(const XMLElement& document, Invoice& invoice);
+void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice);
 
 // `invoices` are those the store holds; the new invoice takes the next number after them.
 Result importInvoice(const QByteArray& xml, const Profile& profile, const QList<Invoice>& invoices);
 
-// A chosen file: CII XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice
+// A chosen file: CII or UBL XML, or a hybrid PDF (Factur-X, ZUGFeRD, XRechnung) whose embedded invoice
 // XML is imported like an XML file.
 Result importFile(const QByteArray& bytes, const Profile& profile, const QList<Invoice>& invoices);
 

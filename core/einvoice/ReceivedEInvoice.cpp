@@ -2,7 +2,9 @@
 
 #include "calc/Totals.h"
 #include "einvoice/EInvoiceImporter.h"
+#include "einvoice/UBLReader.h"
 #include "einvoice/XMLElement.h"
+#include "einvoice/XMLReading.h"
 #include "l10n/Strings.h"
 
 #include <cmath>
@@ -11,40 +13,14 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace {
 
+using XMLReading::amountIn;
+using XMLReading::child;
+using XMLReading::children;
+using XMLReading::number;
+using XMLReading::text;
+
 // Differences up to a cent are rounding, not a fault of the document.
 constexpr double tolerance = 0.01 + 1e-9;
-
-// Walks direct children only, first match per step. The tree's own path search falls back to
-// any depth, which would let a party's missing "ID" find its tax registration's "ID".
-const XMLElement* child(const XMLElement* element, QStringView path)
-{
-    for (QStringView name : path.tokenize(u'/', Qt::SkipEmptyParts)) {
-        if (!element)
-            return nullptr;
-        const std::vector<const XMLElement*> matches = element->childElements(name);
-        element = matches.empty() ? nullptr : matches.front();
-    }
-    return element;
-}
-
-std::vector<const XMLElement*> children(const XMLElement* element, QStringView name)
-{
-    return element ? element->childElements(name) : std::vector<const XMLElement*>{};
-}
-
-QString text(const XMLElement* element, QStringView path = {})
-{
-    const XMLElement* found = path.isEmpty() ? element : child(element, path);
-    return found ? found->text() : QString();
-}
-
-std::optional<double> number(const XMLElement* element, QStringView path = {})
-{
-    const QString value = text(element, path);
-    bool ok = false;
-    const double parsed = value.toDouble(&ok);
-    return ok && std::isfinite(parsed) ? std::optional<double>(parsed) : std::nullopt;
-}
 
 // A DateTimeString below `path`: format 102 (yyyyMMdd, also when the attribute is missing) or
 // 610 (a month, taken as its first day).
@@ -63,17 +39,6 @@ std::optional<QDate> date(const XMLElement* element, QStringView path)
     else
         parsed = QDate::fromString(value.left(8), u"yyyyMMdd"_s);
     return parsed.isValid() ? std::optional<QDate>(parsed) : std::nullopt;
-}
-
-// An amount element of the wanted currency when the document states it in two (the VAT total
-// in the invoice and in the accounting currency); else the first.
-std::optional<double> amountIn(const XMLElement* parent, QStringView name, const QString& currency)
-{
-    const auto found = children(parent, name);
-    for (const XMLElement* element : found)
-        if (element->attribute(u"currencyID").value_or(currency) == currency)
-            return number(element);
-    return found.empty() ? std::nullopt : number(found.front());
 }
 
 ReceivedEInvoice::Party partyFrom(const XMLElement* element)
@@ -194,52 +159,9 @@ ReceivedEInvoice::PaymentMeans paymentMeansFrom(const XMLElement* element)
     return means;
 }
 
-void compare(QList<ReceivedEInvoice::Difference>& differences, ReceivedEInvoice::Difference::Kind kind,
-             std::optional<double> stated, double computed)
+// Everything but the invoice record and the check of the totals, from a CII document.
+void readCii(const XMLElement* root, ReceivedEInvoice& received)
 {
-    if (stated && std::abs(*stated - Totals::round2(computed)) > tolerance)
-        differences.append({kind, *stated, Totals::round2(computed)});
-}
-
-QString problemText(EInvoiceImporter::Problem problem, const QString& fileName, const QString& detail)
-{
-    using EInvoiceImporter::Problem;
-    switch (problem) {
-    case Problem::unreadableText:
-        return Strings::ui(u"“%1” cannot be read: it is empty or not UTF-8 text."_s).arg(fileName);
-    case Problem::notXml:
-        return Strings::ui(u"“%1” is not readable XML (%2)."_s).arg(fileName, detail);
-    case Problem::notAnEInvoice:
-        return Strings::ui(u"“%1” is not an e-invoice: it holds no CII invoice document."_s).arg(fileName);
-    case Problem::unreadablePdf:
-        return Strings::ui(u"“%1” is not a readable PDF."_s).arg(fileName);
-    case Problem::noInvoiceXml:
-        return Strings::ui(u"“%1” is a PDF without an embedded e-invoice (no invoice XML inside)."_s)
-            .arg(fileName);
-    }
-    return fileName;
-}
-
-} // namespace
-
-std::optional<ReceivedEInvoice> ReceivedEInvoice::read(const QByteArray& bytes, const QString& fileName,
-                                                       QString* error)
-{
-    const EInvoiceImporter::Document opened = EInvoiceImporter::openFile(bytes);
-    if (!opened.root) {
-        if (error)
-            *error = problemText(opened.problem.value_or(EInvoiceImporter::Problem::notAnEInvoice), fileName,
-                                 opened.detail);
-        return std::nullopt;
-    }
-    const XMLElement* root = &*opened.root;
-
-    ReceivedEInvoice received;
-    received.fileName = fileName;
-    received.embeddedName = opened.embeddedName;
-    received.invoice = Invoice::makeNew();
-    EInvoiceImporter::fillInvoice(*root, received.invoice);
-
     const XMLElement* context = child(root, u"ExchangedDocumentContext");
     received.specification = text(context, u"GuidelineSpecifiedDocumentContextParameter/ID");
     const XMLElement* header = child(root, u"ExchangedDocument");
@@ -290,7 +212,7 @@ std::optional<ReceivedEInvoice> ReceivedEInvoice::read(const QByteArray& bytes, 
     received.paymentTerms = terms.join(u'\n');
 
     const XMLElement* sums = child(settlement, u"SpecifiedTradeSettlementHeaderMonetarySummation");
-    Totals& totals = received.totals;
+    ReceivedEInvoice::Totals& totals = received.totals;
     totals.lineTotal = number(sums, u"LineTotalAmount");
     totals.allowanceTotal = number(sums, u"AllowanceTotalAmount");
     totals.chargeTotal = number(sums, u"ChargeTotalAmount");
@@ -300,7 +222,67 @@ std::optional<ReceivedEInvoice> ReceivedEInvoice::read(const QByteArray& bytes, 
     totals.prepaid = number(sums, u"TotalPrepaidAmount");
     totals.rounding = number(sums, u"RoundingAmount");
     totals.duePayable = number(sums, u"DuePayableAmount");
+}
 
+void compare(QList<ReceivedEInvoice::Difference>& differences, ReceivedEInvoice::Difference::Kind kind,
+             std::optional<double> stated, double computed)
+{
+    if (stated && std::abs(*stated - Totals::round2(computed)) > tolerance)
+        differences.append({kind, *stated, Totals::round2(computed)});
+}
+
+QString problemText(EInvoiceImporter::Problem problem, const QString& fileName, const QString& detail)
+{
+    using EInvoiceImporter::Problem;
+    switch (problem) {
+    case Problem::unreadableText:
+        return Strings::ui(u"“%1” cannot be read: it is empty or not UTF-8 text."_s).arg(fileName);
+    case Problem::notXml:
+        return Strings::ui(u"“%1” is not readable XML (%2)."_s).arg(fileName, detail);
+    case Problem::notAnEInvoice:
+        return Strings::ui(u"“%1” is not an e-invoice: it holds no CII or UBL invoice document."_s)
+            .arg(fileName);
+    case Problem::unreadablePdf:
+        return Strings::ui(u"“%1” is not a readable PDF."_s).arg(fileName);
+    case Problem::noInvoiceXml:
+        return Strings::ui(u"“%1” is a PDF without an embedded e-invoice (no invoice XML inside)."_s)
+            .arg(fileName);
+    }
+    return fileName;
+}
+
+} // namespace
+
+std::optional<ReceivedEInvoice> ReceivedEInvoice::read(const QByteArray& bytes, const QString& fileName,
+                                                       QString* error)
+{
+    const EInvoiceImporter::Document opened = EInvoiceImporter::openFile(bytes);
+    if (!opened.root) {
+        if (error)
+            *error = problemText(opened.problem.value_or(EInvoiceImporter::Problem::notAnEInvoice), fileName,
+                                 opened.detail);
+        return std::nullopt;
+    }
+    ReceivedEInvoice received = fromDocument(opened);
+    received.fileName = fileName;
+    return received;
+}
+
+ReceivedEInvoice ReceivedEInvoice::fromDocument(const EInvoiceImporter::Document& document)
+{
+    ReceivedEInvoice received;
+    received.embeddedName = document.embeddedName;
+    if (!document.root)
+        return received;
+    if (document.syntax == EInvoiceImporter::Syntax::cii)
+        readCii(&*document.root, received);
+    else
+        UBLReader::read(*document.root, received);
+
+    received.invoice = Invoice::makeNew();
+    EInvoiceImporter::fillInvoice(received, received.invoice);
+
+    const Totals& totals = received.totals;
     double allowances = 0;
     double charges = 0;
     for (const AllowanceCharge& entry : received.allowancesCharges)

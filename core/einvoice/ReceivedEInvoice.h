@@ -10,7 +10,11 @@
 
 #include <optional>
 
-// A received CII e-invoice (XML, or a hybrid PDF with the XML inside) as the viewer shows it:
+namespace EInvoiceImporter {
+struct Document;
+}
+
+// A received e-invoice (CII or UBL XML, or a hybrid PDF with the XML inside) as the viewer shows it:
 // the invoice record the importer would make of it, and everything else the document says that
 // the record has no room for (both parties in full, lines with their own totals, allowances and
 // charges, the VAT breakdown, the stated totals, payment). Amounts are those of the document,
@@ -38,6 +42,8 @@ struct ReceivedEInvoice
         QString contactEmail;
         QString electronicAddress;
         QString electronicAddressScheme; // "EM" for e-mail, "9930" ...
+
+        friend bool operator==(const Party&, const Party&) = default;
     };
 
     struct Line
@@ -57,6 +63,8 @@ struct ReceivedEInvoice
         std::optional<double> vatRate;
         std::optional<QDate> periodStart;
         std::optional<QDate> periodEnd;
+
+        friend bool operator==(const Line&, const Line&) = default;
     };
 
     // A document-level allowance (a discount) or charge (freight, packaging).
@@ -70,6 +78,8 @@ struct ReceivedEInvoice
         std::optional<double> basis;
         QString vatCategory;
         std::optional<double> vatRate;
+
+        friend bool operator==(const AllowanceCharge&, const AllowanceCharge&) = default;
     };
 
     struct VatBreakdown
@@ -80,6 +90,8 @@ struct ReceivedEInvoice
         double taxAmount = 0;
         QString exemptionReason;
         QString exemptionReasonCode;
+
+        friend bool operator==(const VatBreakdown&, const VatBreakdown&) = default;
     };
 
     // The document's header totals as stated; absent ones stay nullopt.
@@ -94,6 +106,8 @@ struct ReceivedEInvoice
         std::optional<double> prepaid;
         std::optional<double> rounding;
         std::optional<double> duePayable;
+
+        friend bool operator==(const Totals&, const Totals&) = default;
     };
 
     struct PaymentMeans
@@ -105,6 +119,8 @@ struct ReceivedEInvoice
         QString bic;
         QString debitedAccount; // the buyer's IBAN for a direct debit
         QString cardNumber;     // the last digits of a payment card
+
+        friend bool operator==(const PaymentMeans&, const PaymentMeans&) = default;
     };
 
     // A stated total that the document's own lines, allowances and charges do not give.
@@ -129,7 +145,8 @@ struct ReceivedEInvoice
     QString embeddedName;
     // UNTDID 1001: 380 invoice, 381 credit note, 384 corrected invoice, 389 self-billed ...
     QString typeCode;
-    // The specification the document claims (GuidelineSpecifiedDocumentContextParameter).
+    // The specification the document claims (CII GuidelineSpecifiedDocumentContextParameter,
+    // UBL CustomizationID).
     QString specification;
     std::optional<QDate> issueDate;
     std::optional<QDate> dueDate;
@@ -157,6 +174,8 @@ struct ReceivedEInvoice
     // message for the user that names the file and what is wrong, when it is no e-invoice.
     static std::optional<ReceivedEInvoice> read(const QByteArray& bytes, const QString& fileName,
                                                 QString* error = nullptr);
+    // An opened document of either syntax; an empty record for a refused one.
+    static ReceivedEInvoice fromDocument(const EInvoiceImporter::Document& document);
 
     // The sum of the lines' own totals.
     double sumOfLines() const;

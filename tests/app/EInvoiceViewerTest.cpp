@@ -163,6 +163,16 @@ TEST_F(EInvoiceViewerTest, DroppedFilesOpenAndAFileThatIsNoEInvoiceSaysWhy)
     EXPECT_EQ(m_viewer->fileCount(), 1);
 }
 
+TEST_F(EInvoiceViewerTest, UblInvoiceIsShownWithItsSellerAndTotal)
+{
+    const QString path = write(u"HD-2025-118.xml"_s, TestSupport::readData(u"einvoice/ubl-invoice.xml"_s));
+    const QString html = shownAfter([&] { m_viewer->openFiles({path}); });
+    EXPECT_TRUE(html.contains(u"Hanse Druck GmbH"_s));
+    EXPECT_TRUE(html.contains(Totals::formatMoney(255.93, u"EUR"_s, Language::english)));
+    EXPECT_FALSE(html.contains(u"totals-warning"_s)) << "the document's totals follow its lines";
+    EXPECT_TRUE(m_viewer->action(u"importAsInvoice"_s)->isEnabled());
+}
+
 TEST_F(EInvoiceViewerTest, AReceivedSampleOfTheOfficialTestSuiteShowsItsSellerAndTotal)
 {
     const QDir folder(QStringLiteral(LEDRA_EINVOICE_SAMPLES));

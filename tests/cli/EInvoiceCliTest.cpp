@@ -97,6 +97,20 @@ TEST_F(EInvoiceCli, ImportThenExportCsv)
     EXPECT_EQ(ledra({u"csv"_s}).exitCode, 64);
 }
 
+TEST_F(EInvoiceCli, ImportTakesUblInvoicesAndCreditNotes)
+{
+    const QString invoice = TestSupport::dataPath(u"einvoice/ubl-invoice.xml"_s);
+    const QString creditNote = TestSupport::dataPath(u"einvoice/ubl-credit-note.xml"_s);
+    const CliResult imported = ledra({u"import-einvoice"_s, invoice, creditNote});
+    ASSERT_EQ(imported.exitCode, 0) << imported.err.toStdString();
+    EXPECT_TRUE(imported.out.contains(invoice + u": imported as 2025-001"_s)) << imported.out.toStdString();
+    EXPECT_TRUE(imported.out.contains(creditNote + u": imported as 2025-002"_s));
+    EXPECT_TRUE(imported.out.contains(u"Gross total: 255.93 EUR in the document, 256.13 EUR from the lines"));
+    const CliResult shown = ledra({u"invoice"_s, u"list"_s});
+    EXPECT_TRUE(shown.out.contains(u"Landesamt für Statistik"_s)) << shown.out.toStdString();
+    EXPECT_TRUE(shown.out.contains(u"Stadtbibliothek Oldenburg"_s));
+}
+
 TEST_F(EInvoiceCli, HybridPdfCarriesTheSameXmlAndImportsAsAnInvoice)
 {
     const QString hybrid = m_home.filePath(u"sample-zugferd.pdf"_s);

@@ -89,13 +89,19 @@ TEST(ReceivedEInvoiceDocument, EverySharedSampleShowsItsSellerAndGrandTotal)
     const QDir folder(QStringLiteral(LEDRA_EINVOICE_SAMPLES));
     if (!folder.exists())
         GTEST_SKIP() << "no samples at " << folder.path().toStdString();
-    const QStringList files = folder.entryList({u"*.xml"_s, u"*.pdf"_s}, QDir::Files, QDir::Name);
+    QStringList files;
+    for (const QString& name : folder.entryList({u"*.xml"_s, u"*.pdf"_s}, QDir::Files, QDir::Name))
+        files.append(folder.filePath(name));
+    // The suite's UBL documents, where they are kept too.
+    const QDir ublFolder(QStringLiteral(LEDRA_EINVOICE_SAMPLES_UBL));
+    for (const QString& name : ublFolder.entryList({u"*.xml"_s}, QDir::Files, QDir::Name))
+        files.append(ublFolder.filePath(name));
     ASSERT_FALSE(files.isEmpty());
-    for (const QString& name : files) {
+    for (const QString& path : files) {
+        const QString name = QFileInfo(path).fileName();
         SCOPED_TRACE(name.toStdString());
         QString error;
-        const auto received =
-            ReceivedEInvoice::read(Files::read(folder.filePath(name)).value_or(QByteArray()), name, &error);
+        const auto received = ReceivedEInvoice::read(Files::read(path).value_or(QByteArray()), name, &error);
         ASSERT_TRUE(received) << error.toStdString();
         EXPECT_FALSE(received->documentNumber.isEmpty());
         EXPECT_FALSE(received->seller.name.isEmpty());
