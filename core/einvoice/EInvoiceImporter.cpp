@@ -9,6 +9,7 @@
 #include "numbering/NumberAssignment.h"
 #include "util/Clock.h"
 
+#include <QRegularExpression>
 #include <QStringDecoder>
 
 #include <algorithm>
@@ -236,10 +237,25 @@ void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
         invoice.date = startOfDay(*received.issueDate);
     if (!received.notes.isEmpty())
         invoice.note = received.notes.first();
-    // Our own placeholder for "no reference" is no reference.
-    if (!received.buyerReference.isEmpty() &&
-        received.buyerReference != QLatin1StringView(XMLGenerator::noReference))
-        invoice.reference = received.buyerReference;
+    // Our own placeholder for "no reference" is no reference; a Leitweg-ID is kept as such, and
+    // the order number then is the reference.
+    const QString buyerReference = received.buyerReference.trimmed();
+    if (XMLGenerator::isValidLeitwegId(buyerReference)) {
+        invoice.leitwegId = buyerReference;
+        if (!received.orderReference.trimmed().isEmpty())
+            invoice.reference = received.orderReference.trimmed();
+    } else if (!buyerReference.isEmpty() && buyerReference != QLatin1StringView(XMLGenerator::noReference)) {
+        invoice.reference = buyerReference;
+    } else if (!received.orderReference.trimmed().isEmpty()) {
+        invoice.reference = received.orderReference.trimmed();
+    }
+    invoice.skontoPercentage.reset();
+    invoice.skontoDays.reset();
+    static const QRegularExpression skonto(u"#SKONTO#TAGE=(\\d+)#PROZENT=(\\d+(?:\\.\\d+)?)#"_s);
+    if (const auto match = skonto.match(received.paymentTerms); match.hasMatch()) {
+        invoice.skontoDays = match.captured(1).toInt();
+        invoice.skontoPercentage = match.captured(2).toDouble();
+    }
 
     const ReceivedEInvoice::Party& seller = received.seller;
     take(seller.name, invoice.senderName);
@@ -247,6 +263,9 @@ void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
     take(seller.description, invoice.senderAdditionalNumbers);
     take(seller.contactPhone, invoice.senderPhone);
     take(seller.contactEmail, invoice.senderEmail);
+    // A seller reachable by e-mail only through its e-invoice address still has an e-mail.
+    if (seller.contactEmail.isEmpty() && seller.electronicAddressScheme == u"EM")
+        take(seller.electronicAddress, invoice.senderEmail);
     take(seller.addressLines.value(0), invoice.senderAddressLineOne);
     take(seller.addressLines.value(1), invoice.senderAddressLineTwo);
     take(seller.postcode, invoice.senderAddressPostcode);
@@ -278,6 +297,13 @@ void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
     take(buyer.city, invoice.addressCity);
     take(buyer.subdivision, invoice.addressState);
     take(buyer.country, invoice.addressCountry.code);
+    take(buyer.vatId, invoice.vatNumber);
+    // An e-invoice address that is no e-mail (a Leitweg-ID, a Peppol id) is kept with its scheme:
+    // writing the invoice again needs it.
+    if (!buyer.electronicAddress.isEmpty() && buyerEmail(buyer) != buyer.electronicAddress) {
+        invoice.electronicAddress = buyer.electronicAddress;
+        invoice.electronicAddressScheme = buyer.electronicAddressScheme;
+    }
 
     // The delivery date is the end of the service period; a single date is a period of one day.
     if (received.deliveryDate) {
@@ -298,11 +324,36 @@ void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
     for (const ReceivedEInvoice::Line& line : received.lines)
         invoice.items.append(itemFrom(line));
 
+    // The tax situation of the zero-rated lines, by category first: its own words and code are
+    // kept when they are not one of ours.
     for (const ReceivedEInvoice::VatBreakdown& vat : received.vatBreakdown) {
-        if (vat.exemptionReason.isEmpty())
+        const QString category = vat.category.trimmed().toUpper();
+        if (category.isEmpty() || category == u"S")
             continue;
-        if (const auto reason = exemptionFromText(vat.exemptionReason))
+        invoice.vatExemptionNote.reset();
+        invoice.vatExemptionCode.reset();
+        if (category == u"AE") {
+            invoice.vatExemptionReason = VATExemptionReason::reverseCharge;
+        } else if (category == u"K") {
+            invoice.vatExemptionReason = VATExemptionReason::intraCommunitySupply;
+        } else if (category == u"G") {
+            invoice.vatExemptionReason = VATExemptionReason::exportOutsideEU;
+        } else if (category == u"Z") {
+            invoice.vatExemptionReason = VATExemptionReason::zeroRated;
+        } else if (const auto reason = exemptionFromText(vat.exemptionReason); reason && category == u"E") {
             invoice.vatExemptionReason = *reason;
+        } else {
+            invoice.vatExemptionReason = VATExemptionReason::otherExemption;
+            QString note = vat.exemptionReason.trimmed();
+            if (note.isEmpty())
+                note = category == u"O" ? u"Not subject to VAT"_s : u"Exempt from VAT"_s;
+            invoice.vatExemptionNote = note;
+            QString code = vat.exemptionReasonCode.trimmed();
+            if (code.isEmpty() && category == u"O")
+                code = u"VATEX-EU-O"_s;
+            if (!code.isEmpty())
+                invoice.vatExemptionCode = code;
+        }
         break;
     }
 }
