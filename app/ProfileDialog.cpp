@@ -8,6 +8,7 @@
 #include "einvoice/XMLGenerator.h"
 #include "numbering/NumberAssignment.h"
 #include "numbering/NumberFormat.h"
+#include "payment/Iban.h"
 #include "reminders/ReminderVariable.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
@@ -572,22 +573,7 @@ QString ProfileDialog::vatIdProblem(const QString& vatId)
 
 bool ProfileDialog::isValidIban(const QString& iban)
 {
-    const QString compact = QString(iban).remove(u' ').toUpper();
-    if (compact.size() < 15 || compact.size() > 34)
-        return false;
-    const QString rearranged = compact.mid(4) + compact.left(4);
-    int remainder = 0;
-    for (const QChar c : rearranged) {
-        if (c.isDigit()) {
-            remainder = (remainder * 10 + c.digitValue()) % 97;
-        } else if (c >= u'A' && c <= u'Z') {
-            const int value = c.unicode() - u'A' + 10;
-            remainder = (remainder * 100 + value) % 97;
-        } else {
-            return false;
-        }
-    }
-    return remainder == 1;
+    return Iban::isValid(iban);
 }
 
 void ProfileDialog::updateHints()

@@ -301,16 +301,19 @@ QWidget* StylingDialog::pageSection()
     m_emptyItemRows = checkBox(u"emptyItemRows"_s, ui(u"Fill the item table with empty rows"));
     m_tintRows = checkBox(u"tintRowBackground"_s, ui(u"Tinted table rows"));
     m_smallCaps = checkBox(u"smallCapsLabels"_s, ui(u"Labels in small capitals"));
+    m_girocode = checkBox(u"girocode"_s, ui(u"GiroCode for bank transfers"),
+                          ui(u"A QR code by the bank details from which banking apps fill in the transfer "
+                             u"(invoices in euros)"));
     auto* shows = new QVBoxLayout;
-    for (QCheckBox* check :
-         {m_pageHeadline, m_marginalColumn, m_addressLine, m_emptyItemRows, m_tintRows, m_smallCaps})
+    for (QCheckBox* check : {m_pageHeadline, m_marginalColumn, m_addressLine, m_emptyItemRows, m_tintRows,
+                             m_smallCaps, m_girocode})
         shows->addWidget(check);
     form->addRow(ui(u"Show"), shows);
 
     for (QComboBox* combo : {m_pageFormat, m_background, m_lineStyle})
         connect(combo, &QComboBox::currentIndexChanged, this, &StylingDialog::changed);
-    for (QCheckBox* check :
-         {m_pageHeadline, m_marginalColumn, m_addressLine, m_emptyItemRows, m_tintRows, m_smallCaps})
+    for (QCheckBox* check : {m_pageHeadline, m_marginalColumn, m_addressLine, m_emptyItemRows, m_tintRows,
+                             m_smallCaps, m_girocode})
         connect(check, &QCheckBox::toggled, this, &StylingDialog::changed);
     return box;
 }
@@ -479,6 +482,7 @@ void StylingDialog::load(const Styling& styling)
     m_emptyItemRows->setChecked(styling.emptyItemRows);
     m_tintRows->setChecked(styling.tintRowBackground);
     m_smallCaps->setChecked(styling.smallCapsLabels);
+    m_girocode->setChecked(styling.girocode);
     m_headlineFont->setFont(styling.headlineFont, styling.headlineFontWeight, styling.headlineFontFace);
     m_primaryFont->setFont(styling.primaryFont, styling.primaryFontWeight, styling.primaryFontFace);
     m_secondaryFont->setFont(styling.secondaryFont, styling.secondaryFontWeight, styling.secondaryFontFace);
@@ -509,6 +513,7 @@ Styling StylingDialog::styling() const
     s.emptyItemRows = m_emptyItemRows->isChecked();
     s.tintRowBackground = m_tintRows->isChecked();
     s.smallCapsLabels = m_smallCaps->isChecked();
+    s.girocode = m_girocode->isChecked();
     auto font = [](const FontPicker* picker, QString& family, QString& weight, std::optional<QString>& face) {
         family = picker->family();
         weight = picker->weight();

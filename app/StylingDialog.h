@@ -69,6 +69,7 @@ private:
     QCheckBox* m_emptyItemRows = nullptr;
     QCheckBox* m_tintRows = nullptr;
     QCheckBox* m_smallCaps = nullptr;
+    QCheckBox* m_girocode = nullptr;
     QComboBox* m_background = nullptr;
     QComboBox* m_lineStyle = nullptr;
     FontPicker* m_headlineFont = nullptr;

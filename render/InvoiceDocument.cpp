@@ -3,7 +3,9 @@
 #include "calc/Totals.h"
 #include "l10n/Strings.h"
 #include "numbering/NumberFormat.h"
+#include "payment/GiroCode.h"
 #include "render/ColorMath.h"
+#include "render/QrCodeSvg.h"
 #include "render/WebFontManager.h"
 
 #include <QFile>
@@ -390,7 +392,8 @@ QString InvoiceDocument::recipientHtml() const
     return lines(parts);
 }
 
-QString InvoiceDocument::shell(const QString& content, const QString& bodyClasses, QString* error) const
+QString InvoiceDocument::shell(const QString& content, const QString& bodyClasses, QString* error,
+                               const QString& paymentCode) const
 {
     QString page = loadTemplate(u"Shell.html"_s, error);
     if (page.isEmpty())
@@ -428,6 +431,7 @@ QString InvoiceDocument::shell(const QString& content, const QString& bodyClasse
     v[u"iban"_s] =
         p.iban.trimmed().isEmpty() ? QString() : u"<div>IBAN "_s + escape(groupedIban(p.iban)) + u"</div>"_s;
     v[u"bic"_s] = p.bic.trimmed().isEmpty() ? QString() : u"<div>BIC "_s + escape(p.bic) + u"</div>"_s;
+    v[u"payment-code"_s] = paymentCode;
     v[u"body-class"_s] = bodyClasses;
     // The content goes in last, so that placeholders typed by users stay as they are.
     page = fill(page, v);
@@ -555,7 +559,13 @@ QString InvoiceDocument::totalBlock() const
         rows += row(text(u"Total"_s), amount(sums.grossTotal), u"grand-total important"_s);
     }
 
-    QString html = u"<div class=\"total-table\">\n<table class=\"sum-table\">"_s + rows + u"</table>\n"_s;
+    QString html = u"<div class=\"total-table\">\n"_s;
+    const QString sumTable = u"<table class=\"sum-table\">"_s + rows + u"</table>\n"_s;
+    // Without the marginal column the code stands beside the sums, inside the measured block.
+    if (const QString code = m_styling.marginalColumn ? QString() : girocodeHtml(); !code.isEmpty())
+        html += u"<div class=\"sums-with-code\">"_s + code + sumTable + u"</div>\n"_s;
+    else
+        html += sumTable;
     if (i.type == InvoiceType::invoice && i.daysToPay > 0) {
         QString notice = text(u"Payment Period Notice"_s);
         notice.replace(u"{days}"_s, QString::number(i.daysToPay));
@@ -713,6 +723,24 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     if (kind == PageKind::middle || kind == PageKind::last)
         content.prepend(u"<div class=\"continuation-reserve\"></div>\n"_s);
 
-    const QString page = shell(content, classes.join(u' '), &error);
+    const QString page =
+        shell(content, classes.join(u' '), &error, m_styling.marginalColumn ? girocodeHtml() : QString());
     return page.isEmpty() ? errorPage(error) : page;
+}
+
+QString InvoiceDocument::girocodeHtml() const
+{
+    if (!m_styling.girocode)
+        return {};
+    const auto transfer = GiroCode::transferFor(m_invoice, m_profile);
+    if (!transfer)
+        return {};
+    const QString symbol = QrCodeSvg::svg(GiroCode::payload(*transfer).toUtf8(), u"girocode-symbol"_s);
+    if (symbol.isEmpty())
+        return {};
+    // The brand name means something to German readers only; English tables leave it empty.
+    const QString heading = text(u"GiroCode"_s);
+    return u"<figure class=\"girocode\">"_s + symbol + u"<figcaption>"_s +
+           (heading.isEmpty() ? QString() : u"<h3>"_s + escape(heading) + u"</h3>"_s) +
+           escape(text(u"Scan with your banking app"_s)) + u"</figcaption></figure>"_s;
 }

@@ -68,7 +68,9 @@ public:
     static QString errorPage(const QString& error);
 
 protected:
-    QString shell(const QString& content, const QString& bodyClasses, QString* error) const;
+    // `paymentCode` goes under the bank details of the marginal column.
+    QString shell(const QString& content, const QString& bodyClasses, QString* error,
+                  const QString& paymentCode = {}) const;
     QString text(const QString& key) const;
     QString logoHtml() const;
     QString senderLine() const;
@@ -78,6 +80,8 @@ private:
     int noteLineCount() const;
     QString itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock, bool showQuantity) const;
     QString totalBlock() const;
+    // The GiroCode with its caption, or empty when the styling or the invoice has none.
+    QString girocodeHtml() const;
 
     Invoice m_invoice;
     Profile m_profile;

@@ -64,6 +64,7 @@ QByteArray encode(const Styling& s)
     w.field("tintRowBackground"_L1, s.tintRowBackground);
     w.field("logoSize"_L1, s.logoSize);
     w.field("recolorLogo"_L1, s.recolorLogo);
+    w.field("girocode"_L1, s.girocode);
     w.endObject();
     return w.take();
 }
@@ -118,6 +119,7 @@ Styling decode(const QByteArray& bytes, const Country& region)
     r.read("tintRowBackground"_L1, s.tintRowBackground);
     r.read("logoSize"_L1, s.logoSize);
     r.read("recolorLogo"_L1, s.recolorLogo);
+    r.read("girocode"_L1, s.girocode);
     // The monospaced font of early versions is no longer shipped; its successor keeps the weight.
     if (s.primaryFont == u"IBM Plex Mono")
         s.primaryFont = u"iA Writer Duo"_s;

@@ -112,6 +112,8 @@ struct Styling
     bool tintRowBackground = true;
     double logoSize = 1.4;
     bool recolorLogo = true;
+    // The payment QR code (GiroCode) on invoices that can be paid by SEPA transfer.
+    bool girocode = true;
     // Not stored in styling.json: found in the profile folder when the styling loads.
     std::optional<QString> logo;
     std::optional<QString> css;
@@ -127,7 +129,7 @@ struct Styling
 
 namespace StylingJson {
 
-// All 27 keys in declared order, pretty-printed.
+// All 28 keys in declared order, pretty-printed.
 QByteArray encode(const Styling& styling);
 // Lenient: missing keys take the defaults (page format by `region`). The retired primary
 // font "IBM Plex Mono" becomes "iA Writer Duo". Throws JsonDecodeError.

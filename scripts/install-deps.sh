@@ -17,6 +17,8 @@ APT_PACKAGES=(
     libxml2-utils
     # documents: HTML layout and PDF printing, PDF reading and writing, the sRGB output intent
     qt6-webengine-dev libqpdf-dev liblcms2-dev
+    # the payment QR code (GiroCode) on invoices
+    libqrencode-dev
     # the desktop program: SVG icons, the X11 platform plugin, Qt's own dialog texts in German,
     # country and currency names, WebP logos
     qt6-svg-dev qt6-qpa-plugins qt6-translations-l10n iso-codes qt6-image-formats-plugins
@@ -26,6 +28,8 @@ APT_PACKAGES=(
     libsqlite3-dev
     # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)
     poppler-utils qpdf
+    # reading the printed payment QR code back in the tests
+    zbar-tools
     # checks of the desktop entry and the AppStream description
     desktop-file-utils appstream
 )

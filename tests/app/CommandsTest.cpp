@@ -315,15 +315,6 @@ TEST_F(FirstStartTest, TheGuideFillsTheFirstProfileAndSaysWhatIsMissing)
     EXPECT_FALSE(offeredAgain);
 }
 
-TEST(ProfileDialogRules, IbanCheckDigits)
-{
-    EXPECT_TRUE(ProfileDialog::isValidIban(u"DE89 3704 0044 0532 0130 00"_s));
-    EXPECT_TRUE(ProfileDialog::isValidIban(u"de89370400440532013000"_s));
-    EXPECT_FALSE(ProfileDialog::isValidIban(u"DE89 3704 0044 0532 0130 01"_s));
-    EXPECT_FALSE(ProfileDialog::isValidIban(u"DE89"_s));
-    EXPECT_FALSE(ProfileDialog::isValidIban(u"DE89 3704 0044 0532 0130 0!"_s));
-}
-
 TEST(ProfileDialogRules, EmailAndVatIdForms)
 {
     for (const char16_t* good :

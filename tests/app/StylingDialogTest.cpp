@@ -112,12 +112,16 @@ TEST_F(StylingDialogTest, SwitchesAndPickersChangeTheFileInItsOwnWords)
     page->setCurrentIndex(page->findData(int(PageFormat::usLetter)));
     m_dialog->findChild<QCheckBox*>(u"marginalColumn"_s)->setChecked(false);
     m_dialog->findChild<QCheckBox*>(u"accent-Labels"_s)->setChecked(true);
+    auto* girocode = m_dialog->findChild<QCheckBox*>(u"girocode"_s);
+    ASSERT_TRUE(girocode && girocode->isChecked());
+    girocode->setChecked(false);
 
     const QJsonObject saved = onDisk();
     EXPECT_EQ(saved.value(u"backgroundPattern"_s).toString(), u"Dots"_s);
     EXPECT_EQ(saved.value(u"lineStyle"_s).toString(), u"Double"_s);
     EXPECT_EQ(saved.value(u"pageFormat"_s).toString(), u"usLetter"_s);
     EXPECT_FALSE(saved.value(u"marginalColumn"_s).toBool());
+    EXPECT_EQ(saved.value(u"girocode"_s), QJsonValue(false));
     EXPECT_EQ(saved.value(u"accentColorUsage"_s).toVariant().toStringList(),
               (QStringList{u"Most Important Info"_s, u"Labels"_s}));
     EXPECT_EQ(m_dialog->preview()->document()->pageFormat(), PageFormat::usLetter);

@@ -33,6 +33,9 @@ TEST(StylingJson, MissingKeysTakeTheDefaults)
     EXPECT_EQ(styling, expected);
     EXPECT_EQ(styling.pageFormat, PageFormat::a4);
     EXPECT_EQ(styling.accentColorUsage, QList<AccentColorUsage>{AccentColorUsage::important});
+    // Files written before the payment code existed get it.
+    EXPECT_TRUE(styling.girocode);
+    EXPECT_FALSE(StylingJson::decode(R"({"girocode": false})", germany).girocode);
 }
 
 TEST(StylingJson, EncodesAllKeysInOrderAndReadsThemBack)
@@ -44,9 +47,10 @@ TEST(StylingJson, EncodesAllKeysInOrderAndReadsThemBack)
     styling.primaryFontFace = QStringLiteral("iAWriterDuo-Regular");
     const QByteArray json = StylingJson::encode(styling);
     const QStringList keys = QJsonDocument::fromJson(json).object().keys();
-    EXPECT_EQ(keys.size(), 27);
+    EXPECT_EQ(keys.size(), 28);
     EXPECT_TRUE(json.indexOf("\"id\"") < json.indexOf("\"pageFormat\""));
     EXPECT_TRUE(json.indexOf("\"logoSize\"") < json.indexOf("\"recolorLogo\""));
+    EXPECT_TRUE(json.indexOf("\"recolorLogo\"") < json.indexOf("\"girocode\": true\n}"));
     EXPECT_TRUE(json.contains("\"accentColorUsage\": [\n    \"Logo\",\n    \"Labels\"\n  ]") ||
                 json.contains("\"Logo\""));
     EXPECT_TRUE(json.contains("\"backgroundPattern\": \"Dots\""));
