@@ -91,7 +91,9 @@ XMLElement lineElement(int index, const InvoiceItem& item, bool grossPrices, con
     add(tax, u"ram:TypeCode"_s, u"VAT"_s);
     // The line names its category only; the reason belongs to the VAT breakdown.
     addCategory(tax, TaxCategory{category.code, {}, {}});
-    add(tax, u"ram:RateApplicablePercent"_s, rate(item.vatPercentage));
+    // Outside the scope of VAT there is no rate at all (BR-O-05).
+    if (category.code != u"O")
+        add(tax, u"ram:RateApplicablePercent"_s, rate(item.vatPercentage));
     add(add(settlement, u"ram:SpecifiedTradeSettlementLineMonetarySummation"_s), u"ram:LineTotalAmount"_s,
         XMLGenerator::formatAmount(Totals::lineNet(item, grossPrices)));
     return line;
@@ -110,6 +112,7 @@ std::vector<XMLElement> taxElements(const QList<Totals::VATGroup>& groups, const
         add(tax, u"ram:ExemptionReason"_s, category.reason);
         add(tax, u"ram:BasisAmount"_s, XMLGenerator::formatAmount(group.discountedBasis));
         addCategory(tax, category);
+        // Also at zero for supplies outside the scope of VAT (BR-DE-14).
         add(tax, u"ram:RateApplicablePercent"_s, rate(group.rate));
         elements.push_back(std::move(tax));
     }
@@ -138,7 +141,8 @@ std::vector<XMLElement> allowanceElements(const Invoice& invoice, const Profile&
         XMLElement& category = add(allowance, u"ram:CategoryTradeTax"_s);
         add(category, u"ram:TypeCode"_s, u"VAT"_s);
         add(category, u"ram:CategoryCode"_s, XMLGenerator::taxCategory(invoice, profile, group.rate).code);
-        add(category, u"ram:RateApplicablePercent"_s, rate(group.rate));
+        if (XMLGenerator::taxCategory(invoice, profile, group.rate).code != u"O") // BR-O-06
+            add(category, u"ram:RateApplicablePercent"_s, rate(group.rate));
         elements.push_back(std::move(allowance));
     }
     return elements;
@@ -190,6 +194,10 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     for (qsizetype i = 0; i < invoice.items.size(); ++i)
         lines.push_back(lineElement(int(i + 1), invoice.items[i], invoice.grossPrices,
                                     taxCategory(invoice, profile, invoice.items[i].vatPercentage)));
+    // A supply not subject to VAT names no VAT identifiers of either side (BR-O-02).
+    const bool notSubject = std::any_of(groups.begin(), groups.end(), [&](const Totals::VATGroup& group) {
+        return taxCategory(invoice, profile, group.rate).code == u"O";
+    });
     const bool intraCommunity = std::any_of(groups.begin(), groups.end(), [&](const Totals::VATGroup& group) {
         return taxCategory(invoice, profile, group.rate).code == u"K";
     });
@@ -222,7 +230,7 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
                 leitwegId.isEmpty() ? QString() : orderReference);
     // Without a VAT ID the tax number also identifies the seller, which BR-CO-26 asks for.
     doc.setText(u"SellerTradeParty/ID",
-                invoice.senderVatNumber.isEmpty() ? invoice.senderTaxNumber : QString());
+                invoice.senderVatNumber.isEmpty() || notSubject ? invoice.senderTaxNumber : QString());
     doc.setText(u"SellerTradeParty/Name", invoice.senderName);
     doc.setText(u"SellerTradeParty/SpecifiedLegalOrganization/TradingBusinessName",
                 invoice.senderBusinessName);
@@ -238,7 +246,8 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     doc.setText(u"SellerTradeParty/PostalTradeAddress/CountrySubDivisionName", invoice.senderAddressState);
     doc.setText(u"SellerTradeParty/URIUniversalCommunication/URIID", invoice.senderEmail);
     doc.setText(u"SellerTradeParty/SpecifiedTaxRegistration/ID[schemeID=FC]", invoice.senderTaxNumber);
-    doc.setText(u"SellerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]", invoice.senderVatNumber);
+    doc.setText(u"SellerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]",
+                notSubject ? QString() : invoice.senderVatNumber);
     doc.setText(u"BuyerTradeParty/Name", invoice.name);
     doc.setText(u"BuyerTradeParty/SpecifiedLegalOrganization/TradingBusinessName", invoice.businessName);
     doc.setText(u"BuyerTradeParty/PostalTradeAddress/PostcodeCode", invoice.addressPostcode);
@@ -254,7 +263,7 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     doc.setAttribute(u"BuyerTradeParty/URIUniversalCommunication/URIID", u"schemeID"_s,
                      electronic ? invoice.electronicAddressScheme.trimmed() : u"EM"_s);
     doc.setText(u"BuyerTradeParty/SpecifiedTaxRegistration/ID[schemeID=VA]",
-                QString(invoice.vatNumber).remove(u' ').toUpper());
+                notSubject ? QString() : QString(invoice.vatNumber).remove(u' ').toUpper());
     // Goods to another member state name where they went (BR-IC-12): the buyer's address, which
     // then needs its postcode and city (BR-DE-10, BR-DE-11).
     doc.setText(u"ShipToTradeParty/PostalTradeAddress/PostcodeCode",

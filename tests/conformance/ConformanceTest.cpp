@@ -13,6 +13,8 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QStandardPaths>
@@ -345,4 +347,44 @@ TEST_F(Conformance, EveryDocumentPassesTheOfficialValidators)
     EXPECT_TRUE(pdf.errors.isEmpty()) << pdf.errors.join(u'\n').toStdString();
     EXPECT_EQ(xml.exitCode, 0) << xml.results.join(u'\n').toStdString();
     EXPECT_EQ(pdf.exitCode, 0) << pdf.results.join(u'\n').toStdString();
+}
+
+// Received e-invoices of other software come back out as valid e-invoices: each sample is
+// imported into a profile with complete sender data, written again and validated. What the
+// writer needs of the buyer and the tax situation (electronic address and scheme, VAT ID,
+// exemption text and code, categories O and Z) must survive the import.
+TEST_F(Conformance, ImportedSamplesAreWrittenAgainAsValidEInvoices)
+{
+    const QDir samples(QStringLiteral(LEDRA_EINVOICE_SAMPLES));
+    const QStringList files = samples.entryList({u"*.xml"_s}, QDir::Files, QDir::Name);
+    if (files.isEmpty())
+        GTEST_SKIP() << "no samples at " << samples.path().toStdString();
+    for (const auto& [key, value] :
+         {std::pair{u"name"_s, u"Mira Lindqvist"_s}, std::pair{u"email"_s, u"mira@lindqvist.example"_s},
+          std::pair{u"phone"_s, u"+49 30 1234567"_s}, std::pair{u"iban"_s, u"DE89 3704 0044 0532 0130 00"_s},
+          std::pair{u"bic"_s, u"COBADEFFXXX"_s}, std::pair{u"taxNumber"_s, u"30/123/45678"_s},
+          std::pair{u"vatNumber"_s, u"DE123456789"_s}})
+        ASSERT_EQ(ledra({u"profile"_s, u"set"_s, key, value}).exitCode, 0) << key.toStdString();
+    QStringList paths;
+    for (const QString& file : files)
+        paths << samples.filePath(file);
+    const CliResult imported = ledra(QStringList{u"import-einvoice"_s} + paths);
+    ASSERT_EQ(imported.exitCode, 0) << imported.err.toStdString();
+
+    const QJsonArray listed =
+        QJsonDocument::fromJson(ledra({u"invoice"_s, u"list"_s, u"--json"_s}).out.toUtf8()).array();
+    ASSERT_EQ(listed.size(), files.size());
+    QStringList written;
+    for (const QJsonValue& invoice : listed) {
+        const QString number = invoice[u"number"_s].toString();
+        const QString xml = outputFolder() + u"/again-"_s + number + u".xml"_s;
+        const CliResult result = ledra({u"xrechnung"_s, number, u"-o"_s, xml});
+        EXPECT_EQ(result.exitCode, 0) << number.toStdString() << ": " << result.err.toStdString();
+        if (result.exitCode == 0)
+            written << xml;
+    }
+    Validation validation(u"validate-xml"_s, written);
+    const Verdict verdict = validation.verdict();
+    EXPECT_TRUE(verdict.errors.isEmpty()) << verdict.errors.join(u'\n').toStdString();
+    EXPECT_EQ(verdict.exitCode, 0) << verdict.results.join(u'\n').toStdString();
 }

@@ -1,6 +1,7 @@
 #include "einvoice/XMLGenerator.h"
 
 #include "EInvoiceTestSupport.h"
+#include "einvoice/EInvoiceImporter.h"
 #include "model/InvoiceJson.h"
 #include "support/TestSupport.h"
 
@@ -149,7 +150,8 @@ TEST(TaxSituation, BR_DE_15_BR_DE_18_LeitwegIdElectronicAddressAndSkonto)
     EXPECT_EQ(address->text(), u"04011000-12345-03"_s);
     EXPECT_EQ(address->attribute(u"schemeID"), u"0204"_s);
     // Each discount line ends with a line break.
-    EXPECT_TRUE(xml.contains("<ram:Description>#SKONTO#TAGE=14#PROZENT=2.00#\n</ram:Description>")) << xml.constData();
+    EXPECT_TRUE(xml.contains("<ram:Description>#SKONTO#TAGE=14#PROZENT=2.00#\n</ram:Description>"))
+        << xml.constData();
     expectSchemaValid(xml);
 
     // A mistyped Leitweg-ID or an address without its scheme is caught before writing.
@@ -199,4 +201,40 @@ TEST(TaxSituation, NewFieldsRoundTripThroughTheInvoiceFile)
         EXPECT_FALSE(plain.value(u"recipient"_s).toObject().contains(key)) << key.toStdString();
     for (const QString& key : {u"skontoPercentage"_s, u"vatExemptionNote"_s, u"vatExemptionCode"_s})
         EXPECT_FALSE(plain.contains(key)) << key.toStdString();
+}
+
+// What the writer needs comes back in through the importer: written, read and written again,
+// an invoice keeps its buyer identifiers, its tax situation and its discount terms.
+TEST(TaxSituation, ImportKeepsWhatWritingNeeds)
+{
+    Invoice invoice = zeroRated(VATExemptionReason::intraCommunitySupply);
+    invoice.leitwegId = u"991-33333TEST-33"_s;
+    invoice.reference = u"PO-77"_s;
+    invoice.electronicAddress = u"4035811991014"_s;
+    invoice.electronicAddressScheme = u"0088"_s;
+    invoice.skontoPercentage = 2;
+    invoice.skontoDays = 10;
+    const EInvoiceImporter::Result result =
+        EInvoiceImporter::importInvoice(generate(invoice), profileFor(invoice), {});
+    ASSERT_TRUE(result.invoice);
+    const Invoice& back = *result.invoice;
+    EXPECT_EQ(back.vatExemptionReason, VATExemptionReason::intraCommunitySupply);
+    EXPECT_EQ(back.vatNumber, u"FR40303265045"_s);
+    EXPECT_EQ(back.leitwegId, u"991-33333TEST-33"_s);
+    EXPECT_EQ(back.reference, u"PO-77"_s);
+    EXPECT_EQ(back.electronicAddress, u"4035811991014"_s);
+    EXPECT_EQ(back.electronicAddressScheme, u"0088"_s);
+    EXPECT_EQ(back.skontoPercentage, 2);
+    EXPECT_EQ(back.skontoDays, 10);
+
+    // An exemption in another program's words is kept in them, with its code.
+    Invoice foreign = zeroRated(VATExemptionReason::otherExemption);
+    foreign.vatExemptionNote = u"Steuerfrei nach § 4 Nr. 22a UStG"_s;
+    foreign.vatExemptionCode = u"VATEX-EU-132-1M"_s;
+    const auto again = EInvoiceImporter::importInvoice(generate(foreign), profileFor(foreign), {}).invoice;
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->vatExemptionReason, VATExemptionReason::otherExemption);
+    EXPECT_EQ(again->vatExemptionNote, foreign.vatExemptionNote);
+    EXPECT_EQ(again->vatExemptionCode, foreign.vatExemptionCode);
+    EXPECT_TRUE(XMLGenerator::missingFields(*again).isEmpty());
 }
