@@ -13,7 +13,8 @@ TEST(Enums, RawValuesAndOrder)
     EXPECT_EQ(enumFromRaw<VATExemptionReason>(u"insuranceFinancial"), VATExemptionReason::insuranceFinancial);
     EXPECT_EQ(enumFromRaw<Language>(u"de"), Language::german);
     EXPECT_EQ(allCases<Unit>(), (QList<Unit>{Unit::piece, Unit::hour, Unit::day, Unit::week, Unit::lumpSum}));
-    EXPECT_EQ(allCases<VATExemptionReason>().size(), 7);
+    EXPECT_EQ(allCases<VATExemptionReason>().size(), 11);
+    EXPECT_EQ(enumFromRaw<VATExemptionReason>(u"intraCommunitySupply"), VATExemptionReason::intraCommunitySupply);
     EXPECT_EQ(allCases<VATExemptionReason>().first(), VATExemptionReason::none);
 }
 
@@ -45,8 +46,9 @@ TEST(Enums, EveryLabelAndNoteHasAGermanText)
         keys << labelKey(u);
     for (auto r : allCases<VATExemptionReason>()) {
         keys << labelKey(r);
-        if (r != VATExemptionReason::none)
-            keys << documentNoteKey(r);
+        // Zero-rated documents state no reason, and noted exemptions carry their own words.
+        if (const QString note = documentNoteKey(r); !note.isEmpty())
+            keys << note;
     }
     for (auto f : allCases<NumberResetFrequency>())
         keys << labelKey(f);
