@@ -25,7 +25,8 @@ BackgroundServices::BackgroundServices(Workspace& workspace, QSettings& settings
       m_backups(std::make_unique<BackupManager>(workspace.profiles(), settings,
                                                 BackupManager::defaultBackupsDirectory())),
       m_autoExport(new AutoExportHelper(workspace, settings, this)),
-      m_mail(new MailExtensionExportHandler(workspace, {}, this)), m_search(new SpotlightIndexer({}, this))
+      m_mail(new MailExtensionExportHandler(workspace, {}, this)),
+      m_search(new SpotlightIndexer(SearchIndex::defaultPath(), this))
 {
     m_search->follow(workspace.profiles(), workspace.invoices());
     m_syncTimer.setSingleShot(true);

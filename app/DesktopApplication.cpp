@@ -7,12 +7,16 @@
 #include "Icons.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
+#include "PluginsDialog.h"
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
 #include "ProfileDialog.h"
 #include "RemindersDialog.h"
 #include "StylingDialog.h"
 #include "TextExtractionDialog.h"
+#include "plugins/PluginError.h"
+#include "plugins/PluginManager.h"
+#include "exchange/BackupManager.h"
 #include "render/RenderEnvironment.h"
 #include "storage/ProfileManager.h"
 #include "tasks/SampleData.h"
@@ -27,6 +31,7 @@
 #include <QLineEdit>
 #include <QLoggingCategory>
 #include <QPushButton>
+#include <QStandardPaths>
 #include <QStyle>
 #include <QStyleFactory>
 #include <QTabWidget>
@@ -58,7 +63,37 @@ std::unique_ptr<QTemporaryDir> useTemporaryHome()
     auto home = std::make_unique<QTemporaryDir>(QDir::tempPath() + u"/ledra-demo-XXXXXX"_s);
     qputenv("XDG_DATA_HOME", QFile::encodeName(home->filePath(u"data"_s)));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home->filePath(u"config"_s)));
+    qputenv("XDG_CACHE_HOME", QFile::encodeName(home->filePath(u"cache"_s)));
     return home;
+}
+
+// The example plugins: where `cmake --install` put them, else those of this build's sources.
+QStringList examplePlugins()
+{
+    QStringList roots = QStandardPaths::locateAll(
+        QStandardPaths::GenericDataLocation, u"ledra/example-plugins"_s, QStandardPaths::LocateDirectory);
+    roots.append(QStringLiteral(LEDRA_EXAMPLE_PLUGINS));
+    for (const QString& root : roots) {
+        const QDir folder(root);
+        QStringList plugins;
+        for (const QString& name : folder.entryList({u"*.ledraplugin"_s}, QDir::Dirs, QDir::Name))
+            plugins.append(folder.filePath(name));
+        if (!plugins.isEmpty())
+            return plugins;
+    }
+    return {};
+}
+
+// A sample business comes with something in File › Export Invoices and the plugin list.
+void installExamplePlugins(MainWindow& window)
+{
+    for (const QString& folder : examplePlugins()) {
+        try {
+            window.pluginManager().install(folder);
+        } catch (const PluginError& error) {
+            std::fprintf(stderr, "%s: %s\n", qPrintable(folder), error.what());
+        }
+    }
 }
 
 QPalette darkPalette()
@@ -191,12 +226,31 @@ int writeScreenshots(const QString& folder)
         }
         failures += savePicture(window, QDir(folder).filePath(shot.name + u".png"_s)) ? 0 : 1;
         if (shot.sample && !shot.dark) {
+            // A backup to list on the backups page.
+            window.services()->backups().backupNow();
             PreferencesDialog preferences(workspace, *settings, *window.services(), &window);
             preferences.show();
             QApplication::processEvents();
             const QString name = u"preferences-"_s + rawValue(shot.language) + u".png"_s;
             failures += savePicture(preferences, QDir(folder).filePath(name)) ? 0 : 1;
+            if (auto* pages = preferences.findChild<QTabWidget*>()) {
+                for (int page = 1; page < pages->count(); ++page) {
+                    pages->setCurrentIndex(page);
+                    QApplication::processEvents();
+                    const QString pageName =
+                        u"preferences-%1-%2.png"_s.arg(page + 1).arg(rawValue(shot.language));
+                    failures += savePicture(preferences, QDir(folder).filePath(pageName)) ? 0 : 1;
+                }
+            }
             preferences.close();
+
+            installExamplePlugins(window);
+            PluginsDialog plugins(window.pluginManager(), &window);
+            plugins.show();
+            QApplication::processEvents();
+            const QString pluginsName = u"plugins-"_s + rawValue(shot.language) + u".png"_s;
+            failures += savePicture(plugins, QDir(folder).filePath(pluginsName)) ? 0 : 1;
+            plugins.close();
 
             // No model server in the screenshot home: the offline reading of a customer's e-mail.
             TextExtractionDialog fromText(*settings, &window);
@@ -329,6 +383,8 @@ int run(int argc, char* argv[])
         settings->setValue(AppSettings::onboardingDoneKey, true);
     }
     MainWindow window(workspace, *settings);
+    if (demoHome)
+        installExamplePlugins(window);
     window.show();
     const QStringList files = parser.positionalArguments();
     const QString shown = parser.value(u"show"_s);

@@ -10,6 +10,8 @@
 #include "render/InvoiceDocument.h"
 #include "util/Clock.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDateEdit>
@@ -654,7 +656,25 @@ QWidget* InvoiceEditor::buildForm()
         {u"Sender IBAN"_s, [](const Invoice& i) { return i.senderIban; }},
         {u"Sender BIC"_s, [](const Invoice& i) { return i.senderBic; }},
     };
+    alignLabelColumns(form);
     return form;
+}
+
+// The sections are forms of their own; one label width for all of them keeps the fields in
+// one column down the whole editor.
+void InvoiceEditor::alignLabelColumns(QWidget* form)
+{
+    const QList<QFormLayout*> layouts = form->findChildren<QFormLayout*>();
+    QList<QWidget*> labels;
+    int width = 0;
+    for (QFormLayout* layout : layouts)
+        for (int row = 0; row < layout->rowCount(); ++row)
+            if (QLayoutItem* item = layout->itemAt(row, QFormLayout::LabelRole); item && item->widget()) {
+                labels.append(item->widget());
+                width = std::max(width, item->widget()->sizeHint().width());
+            }
+    for (QWidget* label : labels)
+        label->setMinimumWidth(width);
 }
 
 void InvoiceEditor::updateSenderVisibility(bool shown)

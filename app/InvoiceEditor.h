@@ -73,6 +73,7 @@ protected:
 
 private:
     QWidget* buildForm();
+    static void alignLabelColumns(QWidget* form);
     QWidget* section(const QString& title, QLayout* content, QWidget* trailing = nullptr);
     QLineEdit* lineEdit(const QString& key, const QString& placeholder,
                         std::function<void(Invoice&, const QString&)> assign);

@@ -1125,6 +1125,8 @@ void MainWindow::showPreferences()
 {
     saveNow();
     PreferencesDialog dialog(m_workspace, m_settings, *m_services, this);
+    connect(&dialog, &PreferencesDialog::restoreRequested, m_documents,
+            [this](const QString& path) { m_documents->importDataFile(path, true); });
     dialog.exec();
     action(u"previewDarkMode"_s)->setChecked(AppSettings::invoiceDarkMode(m_settings));
     updatePreview();

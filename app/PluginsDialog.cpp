@@ -43,9 +43,9 @@ bool isPluginLocation(const QString& path)
 } // namespace
 
 PluginsDialog::PluginsDialog(PluginManager& plugins, QWidget* parent)
-    : QDialog(parent), m_plugins(plugins), m_list(new QTreeWidget), m_message(new QLabel),
-      m_uninstall(new QPushButton(ui(u"Uninstall…"))), m_check(new QPushButton(ui(u"Check for Updates"))),
-      m_update(new QPushButton(ui(u"Update")))
+    : QDialog(parent), m_plugins(plugins), m_list(new QTreeWidget), m_description(new QLabel),
+      m_message(new QLabel), m_uninstall(new QPushButton(ui(u"Uninstall…"))),
+      m_check(new QPushButton(ui(u"Check for Updates"))), m_update(new QPushButton(ui(u"Update")))
 {
     setObjectName(u"plugins"_s);
     setWindowTitle(ui(u"Plugins"));
@@ -66,6 +66,13 @@ PluginsDialog::PluginsDialog(PluginManager& plugins, QWidget* parent)
     for (int column : {versionColumn, authorColumn, updateColumn})
         m_list->header()->setSectionResizeMode(column, QHeaderView::ResizeToContents);
     layout->addWidget(m_list, 1);
+
+    // What the selected plugin does, in its author's words.
+    m_description->setObjectName(u"pluginDescription"_s);
+    m_description->setWordWrap(true);
+    m_description->setForegroundRole(QPalette::PlaceholderText);
+    m_description->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(m_description);
 
     m_message->setObjectName(u"pluginMessage"_s);
     m_message->setWordWrap(true);
@@ -152,6 +159,9 @@ void PluginsDialog::refresh()
     m_refreshing = false;
 
     const QString id = selectedId();
+    const auto shown = m_plugins.plugin(id);
+    m_description->setText(shown ? shown->manifest.description.value_or(QString()) : QString());
+    m_description->setVisible(!m_description->text().isEmpty());
     m_uninstall->setEnabled(!id.isEmpty());
     m_update->setEnabled(updater.availableUpdates().contains(id) && !updater.updatingIDs().contains(id));
     m_check->setEnabled(!updater.isChecking() && !m_plugins.plugins().isEmpty());

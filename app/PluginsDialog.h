@@ -34,6 +34,7 @@ private:
 
     PluginManager& m_plugins;
     QTreeWidget* m_list;
+    QLabel* m_description;
     QLabel* m_message;
     QPushButton* m_uninstall;
     QPushButton* m_check;

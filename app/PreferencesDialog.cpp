@@ -17,10 +17,12 @@
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QLocale>
 #include <QMessageBox>
 #include <QPushButton>
@@ -252,32 +254,63 @@ QWidget* PreferencesDialog::backupSection()
     choices->addLayout(rows);
     choices->addStretch();
     layout->addLayout(choices);
+    // The backups there are, newest first; one is restored by adding its profiles beside
+    // the user's own.
+    auto* list = new QListWidget;
+    list->setObjectName(u"backupList"_s);
+    list->setAccessibleName(ui(u"Backups"));
     auto* actions = new QHBoxLayout;
     auto* now = new QPushButton(ui(u"Back Up Now"));
+    auto* restore = new QPushButton(ui(u"Restore…"));
+    restore->setObjectName(u"restoreBackup"_s);
+    restore->setToolTip(ui(u"Adds the profiles of the backup beside yours; nothing is replaced."));
     auto* show = new QPushButton(ui(u"Show Backups"));
     auto* status = new QLabel;
     status->setForegroundRole(QPalette::PlaceholderText);
     status->setWordWrap(true);
-    auto describe = [&backups, status] {
+    auto describe = [&backups, status, list, restore] {
         const auto all = backups.backups();
         status->setText(all.isEmpty() ? ui(u"No backups yet.")
                                       : ui(u"%1 backups, the newest from %2.")
                                             .arg(all.size())
                                             .arg(QLocale().toString(all.first().date, QLocale::LongFormat)));
+        list->clear();
+        for (const BackupManager::Backup& backup : all) {
+            auto* item = new QListWidgetItem(
+                u"%1 (%2)"_s.arg(QLocale().toString(backup.date, QLocale::LongFormat),
+                                 QLocale().formattedDataSize(QFileInfo(backup.path).size(), 1)),
+                list);
+            item->setData(Qt::UserRole, backup.path);
+            item->setToolTip(backup.path);
+        }
+        list->setVisible(!all.isEmpty());
+        if (!all.isEmpty())
+            list->setCurrentRow(0);
+        restore->setEnabled(list->currentItem() != nullptr);
     };
+    connect(list, &QListWidget::currentRowChanged, restore,
+            [list, restore] { restore->setEnabled(list->currentItem() != nullptr); });
     connect(now, &QPushButton::clicked, this, [this, &backups, describe] {
         QString error;
         if (!backups.backupNow(&error))
             QMessageBox::warning(this, ui(u"Backup Failed"), error);
         describe();
     });
+    auto restoreCurrent = [this, list] {
+        if (const QListWidgetItem* item = list->currentItem())
+            Q_EMIT restoreRequested(item->data(Qt::UserRole).toString());
+    };
+    connect(restore, &QPushButton::clicked, this, restoreCurrent);
+    connect(list, &QListWidget::itemActivated, this, restoreCurrent);
     connect(show, &QPushButton::clicked, this, [&backups] {
         QDir().mkpath(backups.backupsDirectory());
         QDesktopServices::openUrl(QUrl::fromLocalFile(backups.backupsDirectory()));
     });
     actions->addWidget(now);
+    actions->addWidget(restore);
     actions->addWidget(show);
     actions->addStretch();
+    layout->addWidget(list, 1);
     layout->addLayout(actions);
     layout->addWidget(status);
     describe();

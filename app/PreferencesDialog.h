@@ -20,6 +20,10 @@ public:
     PreferencesDialog(Workspace& workspace, QSettings& settings, BackgroundServices& services,
                       QWidget* parent = nullptr);
 
+Q_SIGNALS:
+    // The user chose to restore this backup: its profiles are to be added beside the others.
+    void restoreRequested(const QString& path);
+
 private:
     void changeDataFolder();
     void resetDataFolder();

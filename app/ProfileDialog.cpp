@@ -3,6 +3,7 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "CodeComboBox.h"
+#include "MenuButtons.h"
 #include "NumberFormatEdit.h"
 #include "WindowMemory.h"
 #include "einvoice/XMLGenerator.h"
@@ -21,7 +22,6 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMenu>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -29,7 +29,6 @@
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTabWidget>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -271,12 +270,9 @@ QWidget* ProfileDialog::numbersPage()
         ui(u"Text with placeholders: {NNN} the running number with three digits, {YYYY} "
            u"the year, {MM} the month, {DD} the day, {X} a text per invoice."));
     connect(m_numberFormat, &NumberFormatEdit::formatChanged, this, &ProfileDialog::updateHints);
-    auto* insert = new QToolButton;
+    QPushButton* insert = MenuButtons::withMenu(ui(u"Insert"), m_numberFormat->insertMenu());
     insert->setObjectName(u"insertPlaceholder"_s);
-    insert->setText(ui(u"Insert"));
     insert->setToolTip(ui(u"Insert a placeholder at the cursor"));
-    insert->setPopupMode(QToolButton::InstantPopup);
-    insert->setMenu(m_numberFormat->insertMenu());
     auto* formatRow = new QHBoxLayout;
     formatRow->addWidget(m_numberFormat, 1);
     formatRow->addWidget(insert);
@@ -422,19 +418,7 @@ QWidget* ProfileDialog::remindersPage()
     m_reminderTemplate->setTabChangesFocus(true);
     m_reminderTemplate->setPlaceholderText(ui(u"Empty: the standard text of the document language"));
     form->addRow(ui(u"Reminder Text"), m_reminderTemplate);
-    auto* variables = new QToolButton;
-    variables->setObjectName(u"insertVariable"_s);
-    variables->setText(ui(u"Insert Variable"));
-    variables->setPopupMode(QToolButton::InstantPopup);
-    auto* menu = new QMenu(variables);
-    for (const auto& variableCase : EnumTraits<ReminderVariable>::cases) {
-        const ReminderVariable variable = variableCase.value;
-        menu->addAction(ReminderVariables::label(variable), this, [this, variable] {
-            m_reminderTemplate->insertPlainText(ReminderVariables::placeholder(variable));
-            m_reminderTemplate->setFocus();
-        });
-    }
-    variables->setMenu(menu);
+    QPushButton* variables = MenuButtons::reminderVariables(m_reminderTemplate);
     form->addRow(QString(), variables);
     return page(QString(),
                 ui(u"New payment reminders start with these values; each one can still be changed."), form);

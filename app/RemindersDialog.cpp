@@ -2,6 +2,7 @@
 
 #include "AppText.h"
 #include "DocumentActions.h"
+#include "MenuButtons.h"
 #include "PreviewWidget.h"
 #include "WindowMemory.h"
 #include "numbering/NumberFormat.h"
@@ -17,13 +18,11 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
-#include <QMenu>
 #include <QMessageBox>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
 #include <QTimer>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace Qt::Literals::StringLiterals;
@@ -71,19 +70,7 @@ RemindersDialog::RemindersDialog(Workspace& workspace, DocumentActions& document
     m_text->setObjectName(u"reminderText"_s);
     m_text->setAccessibleName(ui(u"Text"));
     m_text->setTabChangesFocus(true);
-    auto* variables = new QToolButton;
-    variables->setObjectName(u"insertVariable"_s);
-    variables->setText(ui(u"Insert Variable"));
-    variables->setPopupMode(QToolButton::InstantPopup);
-    auto* menu = new QMenu(variables);
-    for (const auto& variableCase : EnumTraits<ReminderVariable>::cases) {
-        const ReminderVariable variable = variableCase.value;
-        menu->addAction(ReminderVariables::label(variable), this, [this, variable] {
-            m_text->insertPlainText(ReminderVariables::placeholder(variable));
-            m_text->setFocus();
-        });
-    }
-    variables->setMenu(menu);
+    QPushButton* variables = MenuButtons::reminderVariables(m_text);
     auto* hint = new QLabel(ui(u"Variables such as {{amount}} become their values in the letter."));
     hint->setForegroundRole(QPalette::PlaceholderText);
     hint->setWordWrap(true);

@@ -71,7 +71,7 @@ QString backgroundText(BackgroundPattern pattern)
 {
     switch (pattern) {
     case BackgroundPattern::none:
-        return ui(u"none");
+        return ui(u"Plain");
     case BackgroundPattern::dots:
         return ui(u"Dots");
     case BackgroundPattern::frame:

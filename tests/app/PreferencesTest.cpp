@@ -1,5 +1,6 @@
 #include "AppFixture.h"
 
+#include "DocumentActions.h"
 #include "PreferencesDialog.h"
 #include "exchange/MailExtensionSync.h"
 #include "tasks/SampleData.h"
@@ -12,6 +13,7 @@
 #include <QJsonObject>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListWidget>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTest>
@@ -82,4 +84,34 @@ TEST_F(PreferencesTest, ExportAndModelSettingsAreKept)
     m_settings->sync();
     EXPECT_TRUE(m_settings->value(u"autoExportInvoicesXMLEnabled"_s).toBool());
     EXPECT_EQ(m_settings->value(u"TextParser.serverURL"_s).toString(), u"http://127.0.0.1:11434"_s);
+}
+
+TEST_F(PreferencesTest, ABackupMadeHereIsListedAndRestoredBesideTheProfile)
+{
+    QStringList questions;
+    window().documents()->confirmImport = [&](const QString& question) {
+        questions.append(question);
+        return true;
+    };
+    const qsizetype before = workspace().profiles().profiles().size();
+    withPreferences([&](PreferencesDialog* dialog) {
+        auto* list = dialog->findChild<QListWidget*>(u"backupList"_s);
+        auto* restore = dialog->findChild<QPushButton*>(u"restoreBackup"_s);
+        ASSERT_TRUE(list && restore);
+        const int listed = list->count();
+        for (QPushButton* button : dialog->findChildren<QPushButton*>())
+            if (button->text() == u"Back Up Now")
+                button->click();
+        ASSERT_EQ(list->count(), std::max(listed, 1));
+        EXPECT_TRUE(list->item(0)->data(Qt::UserRole).toString().endsWith(u".ledradata"_s));
+        ASSERT_TRUE(restore->isEnabled());
+        restore->click();
+    });
+    ASSERT_EQ(questions.size(), 1);
+    EXPECT_TRUE(questions.first().contains(u"Backup-"_s)) << questions.first().toStdString();
+    QStringList names;
+    for (const Profile& profile : workspace().profiles().profiles())
+        names.append(profile.displayName());
+    EXPECT_EQ(workspace().profiles().profiles().size(), before + 1);
+    EXPECT_TRUE(names.contains(u"Lindqvist Design Copy"_s)) << names.join(u", "_s).toStdString();
 }

@@ -26,7 +26,6 @@
 #include <QPushButton>
 #include <QSpinBox>
 #include <QTest>
-#include <QToolButton>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -166,7 +165,7 @@ TEST_F(ProfileEditorTest, ChangedFieldsAreSavedToTheProfileFile)
         prefix->selectAll();
         QTest::keyClicks(prefix, u"STO-"_s);
         QTest::keyClicks(child<QPlainTextEdit>(dialog, u"reminderTemplate"_s), u"Bitte zahlen Sie "_s);
-        child<QToolButton>(dialog, u"insertVariable"_s)->menu()->actions().value(0)->trigger();
+        child<QPushButton>(dialog, u"insertVariable"_s)->menu()->actions().value(0)->trigger();
         dialog->findChild<QDialogButtonBox*>()->button(QDialogButtonBox::Save)->click();
     });
     trigger(u"editProfile"_s);

@@ -16,7 +16,6 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTest>
-#include <QToolButton>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -76,7 +75,7 @@ TEST_F(RemindersDialogTest, TheFirstReminderIsMadeEditedIntoItsFileAndPreviewed)
     auto* text = dialog->findChild<QPlainTextEdit*>(u"reminderText"_s);
     text->setPlainText(u"Bitte zahlen Sie bis "_s);
     text->moveCursor(QTextCursor::End);
-    QMenu* variables = dialog->findChild<QToolButton*>(u"insertVariable"_s)->menu();
+    QMenu* variables = dialog->findChild<QPushButton*>(u"insertVariable"_s)->menu();
     ASSERT_EQ(variables->actions().size(), 9);
     variables->actions().at(4)->trigger(); // the payment deadline
     EXPECT_EQ(text->toPlainText(), u"Bitte zahlen Sie bis {{payment-deadline}}"_s);

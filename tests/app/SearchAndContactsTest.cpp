@@ -6,6 +6,7 @@
 
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFileInfo>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QTest>
@@ -43,6 +44,8 @@ TEST_F(SearchAndContactsTest, TheSearchFieldAlsoFindsAddressesAndNotesThroughThe
     EXPECT_EQ(shownRows(), 0);
     window().searchField()->clear();
     EXPECT_EQ(shownRows(), 2);
+    // The window keeps the one index that `ledra` and the desktop's search read too.
+    EXPECT_TRUE(QFileInfo::exists(SearchIndex::defaultPath())) << SearchIndex::defaultPath().toStdString();
 }
 
 TEST_F(SearchAndContactsTest, ADroppedContactCardBecomesAnOpenInvoice)
