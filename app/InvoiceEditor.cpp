@@ -92,6 +92,22 @@ QLabel* secondaryLabel(const QString& text = {})
     return label;
 }
 
+// Never narrower than the form inside: the splitter then takes the room from the list or
+// the preview rather than cut the fields off at the right.
+class FormScrollArea : public QScrollArea
+{
+public:
+    QSize minimumSizeHint() const override
+    {
+        const QSize hint = QScrollArea::minimumSizeHint();
+        if (!widget())
+            return hint;
+        return {widget()->minimumSizeHint().width() + verticalScrollBar()->sizeHint().width() +
+                    2 * frameWidth(),
+                hint.height()};
+    }
+};
+
 } // namespace
 
 InvoiceEditor::InvoiceEditor(QWidget* parent) : QWidget(parent)
@@ -108,7 +124,7 @@ InvoiceEditor::InvoiceEditor(QWidget* parent) : QWidget(parent)
     empty->setForegroundRole(QPalette::PlaceholderText);
     m_pages->addWidget(empty);
 
-    m_scroll = new QScrollArea;
+    m_scroll = new FormScrollArea;
     m_scroll->setWidgetResizable(true);
     m_scroll->setFrameShape(QFrame::NoFrame);
     // The form narrows with the pane; only the description column of the items gives way.

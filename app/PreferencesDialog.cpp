@@ -270,10 +270,14 @@ QWidget* PreferencesDialog::backupSection()
     status->setWordWrap(true);
     auto describe = [&backups, status, list, restore] {
         const auto all = backups.backups();
-        status->setText(all.isEmpty() ? ui(u"No backups yet.")
-                                      : ui(u"%1 backups, the newest from %2.")
-                                            .arg(all.size())
-                                            .arg(QLocale().toString(all.first().date, QLocale::LongFormat)));
+        const QString newest =
+            all.isEmpty() ? QString() : QLocale().toString(all.first().date, QLocale::LongFormat);
+        if (all.isEmpty())
+            status->setText(ui(u"No backups yet."));
+        else if (all.size() == 1)
+            status->setText(ui(u"One backup, from %1.").arg(newest));
+        else
+            status->setText(ui(u"%1 backups, the newest from %2.").arg(all.size()).arg(newest));
         list->clear();
         for (const BackupManager::Backup& backup : all) {
             auto* item = new QListWidgetItem(
