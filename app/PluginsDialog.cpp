@@ -188,10 +188,13 @@ bool PluginsDialog::install(const QString& location)
 
 void PluginsDialog::chooseAndInstall()
 {
-    const QString file = QFileDialog::getOpenFileName(this, ui(u"Install Plugin"), QString(),
-                                                      ui(u"Ledra Plugins (*.ledraplugin.zip *.zip)"));
-    if (!file.isEmpty())
-        install(file);
+    // A plugin folder is chosen by its manifest; a file dialog picks files or folders, not both.
+    const QString file = QFileDialog::getOpenFileName(
+        this, ui(u"Install Plugin"), QString(), ui(u"Ledra Plugins (*.ledraplugin.zip *.zip plugin.json)"));
+    if (file.isEmpty())
+        return;
+    const QFileInfo chosen(file);
+    install(chosen.fileName() == u"plugin.json" ? chosen.absolutePath() : file);
 }
 
 void PluginsDialog::uninstallSelected()
