@@ -421,8 +421,8 @@ QString sourceHtml(const ReceivedEInvoice& e, const Context& c)
     QStringList parts{e.fileName};
     if (!e.embeddedName.isEmpty())
         parts.append(c.t(u"embedded as %1"_s).arg(e.embeddedName));
-    if (!e.specification.isEmpty())
-        parts.append(e.specification);
+    if (!e.guidelineId.isEmpty())
+        parts.append(e.guidelineId);
     return u"<footer class=\"source\">%1</footer>"_s.arg(esc(parts.join(u" · "_s)));
 }
 

@@ -163,7 +163,7 @@ ReceivedEInvoice::PaymentMeans paymentMeansFrom(const XMLElement* element)
 void readCii(const XMLElement* root, ReceivedEInvoice& received)
 {
     const XMLElement* context = child(root, u"ExchangedDocumentContext");
-    received.specification = text(context, u"GuidelineSpecifiedDocumentContextParameter/ID");
+    received.guidelineId = text(context, u"GuidelineSpecifiedDocumentContextParameter/ID");
     const XMLElement* header = child(root, u"ExchangedDocument");
     if (!header)
         header = root->find(u"ExchangedDocument");

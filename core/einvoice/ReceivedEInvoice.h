@@ -145,9 +145,9 @@ struct ReceivedEInvoice
     QString embeddedName;
     // UNTDID 1001: 380 invoice, 381 credit note, 384 corrected invoice, 389 self-billed ...
     QString typeCode;
-    // The specification the document claims (CII GuidelineSpecifiedDocumentContextParameter,
-    // UBL CustomizationID).
-    QString specification;
+    // The rule set the document says it follows, BT-24 (CII GuidelineSpecifiedDocumentContextParameter,
+    // UBL CustomizationID), e.g. "urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0".
+    QString guidelineId;
     std::optional<QDate> issueDate;
     std::optional<QDate> dueDate;
     std::optional<QDate> deliveryDate;

@@ -159,7 +159,7 @@ void read(const XMLElement& root, ReceivedEInvoice& received)
 {
     const XMLElement* document = &root;
     const bool creditNote = root.localName() == u"CreditNote";
-    received.specification = text(document, u"CustomizationID");
+    received.guidelineId = text(document, u"CustomizationID");
     received.documentNumber = text(document, u"ID");
     received.typeCode = text(document, creditNote ? u"CreditNoteTypeCode" : u"InvoiceTypeCode");
     if (received.typeCode.isEmpty() && creditNote)

@@ -76,7 +76,7 @@ TEST_F(UBLReaderTest, InvoiceHeaderPartiesAndPaymentReadLikeCii)
     EXPECT_EQ(received.documentNumber, u"HD-2025-118");
     EXPECT_EQ(received.typeCode, u"380");
     EXPECT_FALSE(received.isCreditNote());
-    EXPECT_TRUE(received.specification.endsWith(u"xrechnung_3.0"));
+    EXPECT_TRUE(received.guidelineId.endsWith(u"xrechnung_3.0"));
     EXPECT_EQ(received.issueDate, QDate(2025, 3, 14));
     EXPECT_EQ(received.dueDate, QDate(2025, 3, 28));
     EXPECT_EQ(received.periodStart, QDate(2025, 3, 1));
@@ -274,7 +274,7 @@ TEST_F(UBLReaderTest, UblTwinOfACiiFileReadsAndImportsTheSame)
     ReceivedEInvoice ubl = readFixture(u"other-tool-ubl.xml"_s);
     EXPECT_EQ(ubl.documentNumber, cii.documentNumber);
     EXPECT_EQ(ubl.typeCode, cii.typeCode);
-    EXPECT_EQ(ubl.specification, cii.specification);
+    EXPECT_EQ(ubl.guidelineId, cii.guidelineId);
     EXPECT_EQ(ubl.issueDate, cii.issueDate);
     EXPECT_EQ(ubl.dueDate, cii.dueDate);
     EXPECT_EQ(ubl.deliveryDate, cii.deliveryDate);

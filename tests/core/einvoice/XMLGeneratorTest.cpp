@@ -115,7 +115,7 @@ TEST(XMLGenerator, HeaderValues)
     EXPECT_EQ(doc.textAt(u"ExchangedDocument/IssueDateTime/DateTimeString"), u"20250314"_s);
     EXPECT_EQ(doc.textAt(u"OccurrenceDateTime/DateTimeString"), u"20250313"_s);
     EXPECT_EQ(doc.textAt(u"DueDateDateTime/DateTimeString"), u"20250328"_s);
-    // BR-DE-21: the XRechnung 3.0 specification identifier; PEPPOL-EN16931-R001 the process.
+    // BR-DE-21: the XRechnung 3.0 guideline identifier (BT-24); PEPPOL-EN16931-R001 the process.
     EXPECT_EQ(doc.textAt(u"GuidelineSpecifiedDocumentContextParameter/ID"),
               u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0"_s);
     EXPECT_EQ(doc.textAt(u"BusinessProcessSpecifiedDocumentContextParameter/ID"),
