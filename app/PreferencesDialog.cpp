@@ -268,16 +268,16 @@ QWidget* PreferencesDialog::backupSection()
     auto* status = new QLabel;
     status->setForegroundRole(QPalette::PlaceholderText);
     status->setWordWrap(true);
-    auto describe = [&backups, status, list, restore] {
+    auto describe = [&backups, status, list] {
         const auto all = backups.backups();
-        const QString newest =
-            all.isEmpty() ? QString() : QLocale().toString(all.first().date, QLocale::LongFormat);
-        if (all.isEmpty())
+        if (all.isEmpty()) {
             status->setText(ui(u"No backups yet."));
-        else if (all.size() == 1)
-            status->setText(ui(u"One backup, from %1.").arg(newest));
-        else
-            status->setText(ui(u"%1 backups, the newest from %2.").arg(all.size()).arg(newest));
+        } else {
+            const QString newest = QLocale().toString(all.first().date, QLocale::LongFormat);
+            status->setText(all.size() == 1
+                                ? ui(u"One backup, from %1.").arg(newest)
+                                : ui(u"%1 backups, the newest from %2.").arg(all.size()).arg(newest));
+        }
         list->clear();
         for (const BackupManager::Backup& backup : all) {
             auto* item = new QListWidgetItem(
@@ -288,9 +288,7 @@ QWidget* PreferencesDialog::backupSection()
             item->setToolTip(backup.path);
         }
         list->setVisible(!all.isEmpty());
-        if (!all.isEmpty())
-            list->setCurrentRow(0);
-        restore->setEnabled(list->currentItem() != nullptr);
+        list->setCurrentRow(0); // also enables Restore… when there is a backup
     };
     connect(list, &QListWidget::currentRowChanged, restore,
             [list, restore] { restore->setEnabled(list->currentItem() != nullptr); });

@@ -98,6 +98,16 @@ TEST_F(PluginsDialogTest, ADroppedArchiveIsInstalledListedSwitchedOffAndUninstal
     dialog->findChild<QPushButton*>(u"uninstallPlugin"_s)->click();
     EXPECT_EQ(list(dialog)->topLevelItemCount(), 0);
     EXPECT_FALSE(QDir(window().pluginManager().pluginsDirectory() + u"/Bank Sync.ledraplugin"_s).exists());
+
+    // A plugin folder (as Install… takes it by its plugin.json) goes in too, and the selected
+    // plugin's own description stands under the list.
+    ASSERT_TRUE(
+        dialog->install(QStringLiteral(LEDRA_SOURCE_DIR) + u"/plugins/examples/JSON Export.ledraplugin"_s));
+    ASSERT_EQ(list(dialog)->topLevelItemCount(), 1);
+    auto* description = dialog->findChild<QLabel*>(u"pluginDescription"_s);
+    EXPECT_TRUE(description->isVisibleTo(dialog));
+    EXPECT_TRUE(description->text().startsWith(u"Exports the selected invoices"_s))
+        << description->text().toStdString();
 }
 
 TEST_F(PluginsDialogTest, TheUpdateCheckAsksTheForgeAndOffersTheNewVersion)
