@@ -13,9 +13,9 @@ namespace ExtractionCorpus {
 
 namespace {
 
-QString folder()
+QString folder(const QString& corpus)
 {
-    return QStringLiteral(LEDRA_TEST_DATA) + u"/extraction/"_s;
+    return QStringLiteral(LEDRA_TEST_DATA) + u'/' + corpus + u'/';
 }
 
 QByteArray read(const QString& path)
@@ -91,9 +91,9 @@ Tally& Tally::operator+=(const Tally& other)
     return *this;
 }
 
-QStringList caseNames()
+QStringList caseNames(const QString& corpus)
 {
-    const QDir dir(folder());
+    const QDir dir(folder(corpus));
     QStringList texts;
     for (const QString& file : dir.entryList({u"*.txt"_s}, QDir::Files, QDir::Name))
         texts.append(file.chopped(4));
@@ -101,17 +101,18 @@ QStringList caseNames()
     for (const QString& file : dir.entryList({u"*.json"_s}, QDir::Files, QDir::Name))
         answers.append(file.chopped(5));
     if (texts != answers)
-        qFatal("extraction corpus: every text needs its expected JSON and the other way round");
+        qFatal("extraction corpus %s: every text needs its expected JSON and the other way round",
+               qPrintable(corpus));
     return texts;
 }
 
-Case load(const QString& name)
+Case load(const QString& name, const QString& corpus)
 {
     Case loaded;
     loaded.name = name;
-    loaded.text = QString::fromUtf8(read(folder() + name + u".txt"_s));
+    loaded.text = QString::fromUtf8(read(folder(corpus) + name + u".txt"_s));
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(read(folder() + name + u".json"_s), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(read(folder(corpus) + name + u".json"_s), &error);
     if (error.error != QJsonParseError::NoError || !document.isObject())
         qFatal("extraction corpus: %s.json is no JSON object: %s", qPrintable(name),
                qPrintable(error.errorString()));
@@ -119,11 +120,19 @@ Case load(const QString& name)
     return loaded;
 }
 
-QList<Case> cases()
+QList<Case> cases(const QString& corpus)
 {
     QList<Case> all;
-    for (const QString& name : caseNames())
-        all.append(load(name));
+    for (const QString& name : caseNames(corpus))
+        all.append(load(name, corpus));
+    return all;
+}
+
+Tally Score::overall() const
+{
+    Tally all;
+    for (const Tally& tally : fields)
+        all += tally;
     return all;
 }
 
