@@ -1,0 +1,282 @@
+#include "extraction/offline/Dates.h"
+
+#include "extraction/offline/Lines.h"
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+namespace {
+
+const QString& monthPattern()
+{
+    static const QString pattern =
+        uR"((Januar|January|Jänner|Jaenner|Jan|Februar|February|Feber|Feb|März|Maerz|March|Mär|Mrz|)"
+        uR"(Mar|April|Apr|Mai|May|Juni|June|Jun|Juli|July|Jul|August|Aug|September|Sept|Sep|Oktober|)"
+        uR"(October|Okt|Oct|November|Nov|Dezember|December|Dez|Dec)\b\.?)"_s;
+    return pattern;
+}
+
+int monthNumber(const QString& name)
+{
+    const QString key = name.left(3).toLower();
+    static const QHash<QString, int> months = {
+        {u"jan"_s, 1},  {u"jän"_s, 1},  {u"jae"_s, 1},  {u"feb"_s, 2},  {u"mär"_s, 3},
+        {u"mae"_s, 3},  {u"mar"_s, 3},  {u"mrz"_s, 3},  {u"apr"_s, 4},  {u"mai"_s, 5},
+        {u"may"_s, 5},  {u"jun"_s, 6},  {u"jul"_s, 7},  {u"aug"_s, 8},  {u"sep"_s, 9},
+        {u"okt"_s, 10}, {u"oct"_s, 10}, {u"nov"_s, 11}, {u"dez"_s, 12}, {u"dec"_s, 12},
+    };
+    return months.value(key);
+}
+
+int yearOf(const QString& text)
+{
+    const int year = text.toInt();
+    return text.size() == 2 ? 2000 + year : year;
+}
+
+} // namespace
+
+QList<DateFound> datesIn(const QString& line)
+{
+    QList<DateFound> found;
+    if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
+        return found;
+    const QString& month = monthPattern();
+    const QString to =
+        uR"(\s*(?:bis(?:\s+(?:zum|einschließlich|einschl\.))?|to|until|till|through|thru|and|und|)"
+        uR"([-–—])\s*)"_s;
+    const QString ordinal = uR"((?:st|nd|rd|th)?)"_s;
+
+    static const Re dayToDayMonth(u"(?<![\\d.])(\\d{1,2})\\.?"_s + to + u"(\\d{1,2})(?:\\.|"_s + ordinal +
+                                      u")\\s*(?:of\\s+)?"_s + month + u"\\s*,?\\s*(\\d{4})"_s,
+                                  anyCase);
+    static const Re dayMonthToDayMonth(u"(?<![\\d.])(\\d{1,2})(?:\\.|"_s + ordinal + u")\\s*(?:of\\s+)?"_s +
+                                           month + u"\\s*,?\\s*(\\d{4})?"_s + to + u"(\\d{1,2})(?:\\.|"_s +
+                                           ordinal + u")\\s*(?:of\\s+)?"_s + month + u"\\s*,?\\s*(\\d{4})"_s,
+                                       anyCase);
+    static const Re numericRange(u"(?<![\\d.])(\\d{1,2})\\.(\\d{1,2})\\.(\\d{4}|\\d{2})?"_s + to +
+                                     u"(\\d{1,2})\\.(\\d{1,2})\\.(\\d{4}|\\d{2})(?!\\d)"_s,
+                                 anyCase);
+    static const Re monthDayRange(u"\\b"_s + month + u"\\s+(\\d{1,2})"_s + ordinal +
+                                      u"(?:\\s*,?\\s*(\\d{4}))?"_s + to + u"(?:"_s + month +
+                                      u"\\s+)?(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
+                                  anyCase);
+    static const Re isoRange(
+        u"(?<![\\d-])(\\d{4})-(\\d{2})-(\\d{2})"_s + to + u"(\\d{4})-(\\d{2})-(\\d{2})(?!\\d)"_s, anyCase);
+    static const Re iso(uR"((?<![\d-])(\d{4})-(\d{1,2})-(\d{1,2})(?![\d-]))"_s, anyCase);
+    static const Re numeric(uR"((?<![\d.])(\d{1,2})\.\s?(\d{1,2})\.\s?(\d{4}|\d{2})(?![\d]))"_s, anyCase);
+    static const Re dayMonth(u"(?<![\\d.])(\\d{1,2})(?:\\.|"_s + ordinal + u")\\s*(?:of\\s+)?"_s + month +
+                                 u"\\s*,?\\s*(\\d{4})"_s,
+                             anyCase);
+    static const Re monthDay(u"\\b"_s + month + u"\\s+(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
+                             anyCase);
+    static const Re slashed(uR"((?<![\d/])(\d{1,2})/(\d{1,2})/(\d{4})(?![\d/]))"_s, anyCase);
+    static const Re monthYear(u"\\b"_s + month + u"\\s+(\\d{4})\\b"_s, anyCase);
+
+    QString rest = line;
+    QList<Span> taken;
+    auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false) {
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        // "12. und 19. März" are two days; only "zwischen … und …" spans the time between.
+        static const Re listed(uR"(\s(?:and|und)\s)"_s, anyCase);
+        static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
+        if (end.isValid() && listed.match(m.captured()).hasMatch() &&
+            !between.match(line.left(span.from)).hasMatch())
+            return;
+        if (!start.isValid() || (end.isValid() && end < start) ||
+            std::any_of(taken.cbegin(), taken.cend(), [&](const Span& s) { return overlaps(s, span); }))
+            return;
+        taken.append(span);
+        found.append({start, end, span, wholeMonth});
+    };
+    // Each form needs its separators or a month name; most lines have none of them.
+    static const Re monthHint(
+        uR"((?:jan|feb|mär|mae|mrz|mar|apr|mai|may|jun|jul|aug|sep|okt|oct|nov|dez|dec))"_s,
+        Re::CaseInsensitiveOption);
+    static const Re connectorWord(uR"(\b(?:bis|to|until|till|through|thru|and|und)\b)"_s,
+                                  Re::CaseInsensitiveOption);
+    const bool dash = line.contains(u'-');
+    const bool dot = line.contains(u'.');
+    const bool months = monthHint.match(line).hasMatch();
+    const bool connected =
+        dash || line.contains(u'–') || line.contains(u'—') || connectorWord.match(line).hasMatch();
+    auto scan = [&](bool applies, const Re& pattern, auto&& read) {
+        if (!applies)
+            return;
+        auto it = pattern.globalMatch(rest);
+        while (it.hasNext())
+            read(it.next());
+        rest = masked(line, taken);
+    };
+    // A start without its own year lies in the end's year, or the one before it.
+    auto startBefore = [](int day, int monthValue, const QString& year, const QDate& end) {
+        if (!year.isEmpty())
+            return QDate(yearOf(year), monthValue, day);
+        QDate start(end.year(), monthValue, day);
+        if (start.isValid() && start > end)
+            start = QDate(end.year() - 1, monthValue, day);
+        return start;
+    };
+
+    scan(dash, isoRange, [&](const Match& m) {
+        add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()),
+            QDate(m.captured(4).toInt(), m.captured(5).toInt(), m.captured(6).toInt()));
+    });
+    scan(dot && connected, numericRange, [&](const Match& m) {
+        const QDate end(yearOf(m.captured(6)), m.captured(5).toInt(), m.captured(4).toInt());
+        add(m, startBefore(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3), end), end);
+    });
+    scan(months && connected, dayMonthToDayMonth, [&](const Match& m) {
+        const QDate end(yearOf(m.captured(6)), monthNumber(m.captured(5)), m.captured(4).toInt());
+        add(m, startBefore(m.captured(1).toInt(), monthNumber(m.captured(2)), m.captured(3), end), end);
+    });
+    scan(months && connected, dayToDayMonth, [&](const Match& m) {
+        const int monthValue = monthNumber(m.captured(3));
+        const QDate end(yearOf(m.captured(4)), monthValue, m.captured(2).toInt());
+        add(m, QDate(end.year(), monthValue, m.captured(1).toInt()), end);
+    });
+    scan(months && connected, monthDayRange, [&](const Match& m) {
+        const int endMonth =
+            m.captured(4).isEmpty() ? monthNumber(m.captured(1)) : monthNumber(m.captured(4));
+        const QDate end(yearOf(m.captured(6)), endMonth, m.captured(5).toInt());
+        add(m, startBefore(m.captured(2).toInt(), monthNumber(m.captured(1)), m.captured(3), end), end);
+    });
+    scan(dash, iso, [&](const Match& m) {
+        add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()), {});
+    });
+    scan(dot, numeric, [&](const Match& m) {
+        add(m, QDate(yearOf(m.captured(3)), m.captured(2).toInt(), m.captured(1).toInt()), {});
+    });
+    scan(months, dayMonth, [&](const Match& m) {
+        add(m, QDate(yearOf(m.captured(3)), monthNumber(m.captured(2)), m.captured(1).toInt()), {});
+    });
+    scan(months, monthDay, [&](const Match& m) {
+        add(m, QDate(yearOf(m.captured(3)), monthNumber(m.captured(1)), m.captured(2).toInt()), {});
+    });
+    scan(line.contains(u'/'), slashed, [&](const Match& m) {
+        // 03/04/2026 is March in one country and April in another: only read it when the
+        // numbers leave no choice.
+        const int a = m.captured(1).toInt();
+        const int b = m.captured(2).toInt();
+        if (a > 12 && b <= 12)
+            add(m, QDate(m.captured(3).toInt(), b, a), {});
+        else if (b > 12 && a <= 12)
+            add(m, QDate(m.captured(3).toInt(), a, b), {});
+    });
+    scan(months, monthYear, [&](const Match& m) {
+        const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
+        add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
+    });
+    std::sort(found.begin(), found.end(),
+              [](const DateFound& a, const DateFound& b) { return a.span.from < b.span.from; });
+    return found;
+}
+
+QList<Span> dateSpans(const QList<DateFound>& dates, qsizetype offset)
+{
+    QList<Span> spans;
+    for (const DateFound& date : dates)
+        if (date.span.from >= offset)
+            spans.append({date.span.from - offset, date.span.to - offset});
+    return spans;
+}
+
+// The service date or period. A labelled one ("Leistungszeitraum:") counts as it is; otherwise
+// a date counts only beside the work it dates (a workshop, an item line) and only when it is
+// the only such date. Sent dates, order and invoice dates and deadlines never count.
+std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const QList<TextLine>& lines,
+                                                                           const QSet<int>& itemLines)
+{
+    static const Re strong(
+        uR"(Leistungszeitraum|Leistungsdatum|Leistungserbringung|Leistungstag|Lieferdatum|)"
+        uR"(Lieferzeitraum|Ausführungsdatum|Ausführungszeitraum|Abrechnungszeitraum|Einsatzzeitraum|)"
+        uR"(Projektzeitraum|Zeitraum|service\s+(?:period|date)|date\s+of\s+(?:service|supply|)"
+        uR"(delivery)|period\s+of\s+(?:service|performance)|performance\s+period|delivery\s+(?:date|)"
+        uR"(period)|billing\s+period)"_s,
+        anyCase);
+    static const Re work(
+        uR"(\b(?:Workshops?|Schulung|Seminar|Training|Einsatz|gearbeitet|Arbeiten|erbracht|)"
+        uR"(durchgeführt|vor\s+Ort|Beratung|Coaching|Shooting|Fotoshooting|Dreh|Veranstaltung|Messe|)"
+        uR"(Konferenz|Vortrag|Moderation|Event|Installation|Wartung|stattgefunden|fand|findet|)"
+        uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
+        uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held)\b)"_s,
+        anyCase);
+    static const Re negative(
+        uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
+        uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
+        uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
+        uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
+        uR"(geboren|Liefertermin|nächste|next|geplant|planned|bis\s+zum|\bby\b|until|before|)"
+        uR"(\bvor\s+dem|\bab\s+dem|\bab\b|starting|erhalten|received)"_s,
+        anyCase);
+    static const Re labelOnly(uR"(:\s*$)"_s, sameCase);
+    static const Re sentLine(uR"(^(?:Datum|Date|Gesendet|Sent)\s*:)"_s, anyCase);
+
+    struct Candidate
+    {
+        QDate start;
+        QDate end;
+        bool wholeMonth = false;
+    };
+    std::optional<Candidate> labelled;
+    QList<Candidate> ranges;
+    QList<Candidate> singles;
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString& line = lines[i].plain;
+        const QList<DateFound>& dates = lines[i].dates;
+        if (dates.isEmpty())
+            continue;
+        if (sentLine.match(line).hasMatch())
+            continue;
+        const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
+                                   labelOnly.match(lines[i - 1].plain).hasMatch();
+        for (const DateFound& date : dates) {
+            const QString before = line.left(date.span.from);
+            const QString window = before.right(40);
+            if (negative.match(window).hasMatch())
+                continue;
+            const Candidate candidate{date.start, date.end, date.wholeMonth};
+            if (strong.match(before).hasMatch() || previousLabel) {
+                if (!labelled)
+                    labelled = candidate;
+                continue;
+            }
+            if (date.wholeMonth)
+                continue;
+            if (!work.match(line).hasMatch() && !itemLines.contains(i))
+                continue;
+            (date.end.isValid() ? ranges : singles).append(candidate);
+        }
+    }
+    auto onlyOne = [](const QList<Candidate>& list) -> std::optional<Candidate> {
+        if (list.isEmpty())
+            return std::nullopt;
+        for (const Candidate& c : list)
+            if (c.start != list.first().start || c.end != list.first().end)
+                return std::nullopt;
+        return list.first();
+    };
+    std::optional<Candidate> chosen = labelled;
+    if (!chosen)
+        chosen = onlyOne(ranges);
+    if (!chosen && ranges.isEmpty())
+        chosen = onlyOne(singles);
+    if (!chosen)
+        return {};
+    const QString format = u"yyyy-MM-dd"_s;
+    return {chosen->start.toString(format),
+            chosen->end.isValid() ? std::optional<QString>(chosen->end.toString(format)) : std::nullopt};
+}
+
+} // namespace OfflineExtraction

@@ -1,0 +1,37 @@
+#pragma once
+
+// Dates and periods as people write them, and the one that dates the service.
+
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QList>
+#include <QSet>
+#include <QString>
+#include <optional>
+#include <utility>
+
+namespace OfflineExtraction {
+
+struct TextLine; // Lines.h
+
+struct DateFound
+{
+    QDate start;
+    QDate end; // invalid for a single day
+    Span span;
+    bool wholeMonth = false; // "März 2026": only read where a service period is named
+};
+
+QList<DateFound> datesIn(const QString& line);
+
+// The spans of the dates in a line, for the text from offset on.
+QList<Span> dateSpans(const QList<DateFound>& dates, qsizetype offset = 0);
+
+// The service date or period. A labelled one ("Leistungszeitraum:") counts as it is; otherwise
+// a date counts only beside the work it dates (a workshop, an item line) and only when it is
+// the only such date. Sent dates, order and invoice dates and deadlines never count.
+std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const QList<TextLine>& lines,
+                                                                           const QSet<int>& itemLines);
+
+} // namespace OfflineExtraction

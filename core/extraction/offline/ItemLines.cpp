@@ -1,0 +1,431 @@
+#include "extraction/offline/ItemLines.h"
+
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+std::optional<ExtractedUnit> unitFromWord(QString word)
+{
+    word = word.trimmed().toLower();
+    while (word.endsWith(u'.'))
+        word.chop(1);
+    static const QHash<QString, std::optional<ExtractedUnit>> units = [] {
+        QHash<QString, std::optional<ExtractedUnit>> table;
+        auto add = [&](std::optional<ExtractedUnit> unit, const QString& names) {
+            for (const QString& name : names.split(u'|'))
+                table.insert(name, unit);
+        };
+        add(ExtractedUnit::hour, u"std|stunde|stunden|h|hr|hrs|hour|hours|arbeitsstunden|stundensatz|std."_s);
+        add(ExtractedUnit::day,
+            u"tag|tage|tagen|tg|day|days|pt|personentag|personentage|manntag|manntage|tagessatz"_s);
+        add(ExtractedUnit::week, u"woche|wochen|wo|week|weeks|wk|wks"_s);
+        add(ExtractedUnit::piece,
+            u"stück|stk|stck|pcs|pc|piece|pieces|exemplar|exemplare|unit|units|einheit|einheiten|item|items|st"_s);
+        add(ExtractedUnit::lumpSum,
+            u"pauschal|pauschale|pauschalpreis|flat|pauschalbetrag|psch|pausch|flat fee|"
+            u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|"
+            u"pschl"_s);
+        add(std::nullopt, u"monat|monate|monaten|month|months|mon|mt|jahr|jahre|year|years"_s);
+        return table;
+    }();
+    // "Drehtage", "Arbeitstag": days of some kind of work.
+    if (!units.contains(word) && (word.endsWith(u"tag") || word.endsWith(u"tage") || word.endsWith(u"tagen")))
+        return ExtractedUnit::day;
+    const auto found = units.constFind(word);
+    return found == units.constEnd() ? std::nullopt : *found;
+}
+
+const Re& totalLinePattern()
+{
+    static const Re pattern(
+        uR"(^(?:Zwischensumme|Summe|Gesamtsumme|Gesamtbetrag|Gesamtpreis|Gesamtkosten|Gesamt|)"
+        uR"(Insgesamt|Endsumme|Endbetrag|Rechnungsbetrag|Rechnungssumme|Zahlbetrag|Nettobetrag|)"
+        uR"(Nettosumme|Netto|Bruttobetrag|Bruttosumme|Brutto|zu\s+zahlen|Total|Subtotal|Sub-total|)"
+        uR"(Sub\s+total|Grand\s+total|Net\s+total|Net\s+amount|Gross\s+amount|Net|Gross|)"
+        uR"(Amount\s+due|Balance\s+due|Balance|Total\s+due|Betrag|Amount|Sum)\b)"_s,
+        anyCase);
+    return pattern;
+}
+
+bool isVatLine(const QString& line)
+{
+    static const Re pattern(
+        uR"(^(?:(?:zzgl\.?|zuzüglich|plus|inkl\.?|inklusive|incl\.?|including|excl\.?|exkl\.?|)"
+        uR"(enthaltene|enthalten|darin\s+enthalten|davon|hierauf|darauf|)"
+        uR"(add)\s+)*(?:(?:der\s+)?gesetzl\w*\.?\s+)?(?:\d{1,2}(?:[.,]\d{1,2})?\s*%\s*)?(?:MwSt|)"
+        uR"(Mwst|MWST|USt|Ust|Mehrwertsteuer|Umsatzsteuer|VAT|Sales\s+tax|Tax|GST)\b)"_s,
+        anyCase);
+    return pattern.match(line).hasMatch();
+}
+
+QString withoutBullet(const QString& line)
+{
+    static const Re bullet(uR"(^(?:[-*•·–+]\s+|\d{1,2}[.)]\s+(?=\D)|Pos\.?\s*\d+[:.)]?\s+|#\d+\s+))"_s,
+                           anyCase);
+    const QChar first = line.isEmpty() ? QChar() : line.front();
+    const bool candidate = first.isDigit() || first == u'-' || first == u'*' || first == u'•' ||
+                           first == u'·' || first == u'–' || first == u'+' || first == u'#' ||
+                           first == u'P' || first == u'p';
+    const Match m = candidate ? bullet.match(line) : Match();
+    return m.hasMatch() ? line.mid(m.capturedLength()) : line;
+}
+
+QString cleanDescription(const QString& line, const QList<Span>& spans)
+{
+    static const Re fillers(
+        uR"((?<![\p{L}])(?:zzgl\.?|inkl\.?|exkl\.?|excl\.?|incl\.?|zuzüglich|netto|net|brutto|gross|)"
+        uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|)"
+        uR"(flat\s+rate|lump\s+sum|fixed\s+price|Stundensatz|Tagessatz|hourly\s+rate|day\s+rate|)"
+        uR"(daily\s+rate|each|je|pro\s+Stück|per\s+piece)(?![\p{L}]))"_s,
+        anyCase);
+    static const Re symbols(uR"([€$£])"_s, sameCase);
+    static const Re emptyParentheses(uR"(\(\s*[,;]?\s*\))"_s, sameCase);
+    static const Re edges(uR"(^[\s:;,\-–—=|/@*(+]+|[\s:;,\-–—=|/@*(+]+$)"_s, sameCase);
+    static const Re danglingWord(uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von)$)"_s,
+                                 anyCase);
+    static const Re leadingWord(uR"(^(?:à|á|x|×|@)(?:\s|$))"_s, anyCase);
+    QString text = masked(line, spans);
+    text.replace(fillers, u" "_s);
+    text.replace(symbols, u" "_s);
+    text = text.simplified();
+    for (int round = 0; round < 4; ++round) {
+        const QString before = text;
+        text.replace(emptyParentheses, u" "_s);
+        text = text.simplified();
+        text.replace(edges, QString());
+        text.replace(danglingWord, QString());
+        text.replace(leadingWord, QString());
+        text = text.trimmed();
+        if (text == before)
+            break;
+    }
+    if (text.count(u'(') != text.count(u')'))
+        text.remove(u'(').remove(u')');
+    text = text.simplified();
+    if (!std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isLetter(); }))
+        return {};
+    return text;
+}
+
+std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& money, bool pricedPerUnit)
+{
+    static const Re withUnit(
+        uR"((?<![\w.,])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
+        uR"((?<u>Arbeitsstunden|Stunden|Stunde|Std\.?|hours|hour|hrs\.?|hr\.?|h|Personentage|)"
+        uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
+        uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
+        uR"(wks\.?|wk\.?|Stück|Stck\.?|Stk\.?|pcs\.?|pieces|piece|pc\.?|Exemplare|Monaten|Monate|)"
+        uR"(Monat|months|month|Mon\.)(?![\p{L}])))"_s,
+        anyCase);
+    static const Re beforeEach(
+        uR"((?<![\w.,])(?<q>\d{1,4}(?:[.,]\d{1,2})?)\s*(?=(?:à|á|@|je|each)\s*(?:[\d€$£]|EUR|CHF|)"
+        uR"(GBP|USD))|(?<![\w.,])(?<n>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}[\p{L}\-]*\s+(?=(?:à|á|)"
+        uR"(@|je|each|at)\s*(?:[\d€$£]|EUR|CHF|GBP|USD))|^(?<lead>\d{1,3})\s+(?=\p{L})|(?:^|)"
+        uR"(\s)[x×]\s*(?<after>\d{1,4}(?:[.,]\d{1,2})?)(?![\d.,])(?:\s*(?:km|h|Std\.?|Stk\.?|Stück|)"
+        uR"(pcs|Seiten|pages|Wörter|words|Nächte|nights)(?![\p{L}]))?)"_s,
+        anyCase);
+    static const Re counted(uR"((?<![\w.,])(?<m>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}{2,}\.?)"_s, anyCase);
+    auto clear = [&](const Span& span) {
+        return std::none_of(money.cbegin(), money.cend(),
+                            [&](const Money& m) { return overlaps(m.span, span); });
+    };
+    auto it = withUnit.globalMatch(text);
+    while (it.hasNext()) {
+        const Match m = it.next();
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        if (!clear(span))
+            continue;
+        const auto value = parseNumber(m.captured(u"q"_s));
+        if (!value || *value <= 0)
+            continue;
+        Quantity quantity{*value, std::nullopt, span};
+        if (!m.captured(u"u"_s).isEmpty())
+            quantity.unit = unitFromWord(m.captured(u"u"_s));
+        return quantity;
+    }
+    auto each = beforeEach.globalMatch(text);
+    while (each.hasNext()) {
+        const Match m = each.next();
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        QString number;
+        for (const QString& group : {u"q"_s, u"n"_s, u"lead"_s, u"after"_s})
+            if (number.isEmpty())
+                number = m.captured(group);
+        const auto value = parseNumber(number);
+        if (clear(span) && value && *value > 0)
+            return Quantity{*value, std::nullopt, span};
+    }
+    if (!pricedPerUnit)
+        return std::nullopt;
+    auto things = counted.globalMatch(text);
+    while (things.hasNext()) {
+        const Match m = things.next();
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        const auto value = parseNumber(m.captured(u"m"_s));
+        if (clear(span) && value && *value > 0)
+            return Quantity{*value, std::nullopt, span};
+    }
+    return std::nullopt;
+}
+
+PricedMoney priceRole(const QString& text, const Money& money)
+{
+    static const Re perUnitBefore(uR"((?:^|[\s\d.])(?:à|á|@|je|zu\s+je|at|each|per|pro|[x×])\s*$)"_s,
+                                  anyCase);
+    static const Re germanA(uR"((?:\d|Std\.?|Stunden?|h|Tage?|x)\s+a\s*$)"_s, anyCase);
+    static const Re perUnitAfter(
+        uR"(^\s*(?:/\s*(?<u>h|Std\.?|Stunde|Std|hour|hr|Tag|day|d|Stück|Stk\.?|pc|piece|unit|)"
+        uR"(Einheit|Woche|week|wk|Monat|month|Mon\.?)(?![\p{L}])|(?:pro|per|je|a|an)\s+(?<v>Stunde|)"
+        uR"(Std\.?|hour|hr|Tag|day|Stück|Stk\.?|piece|item|unit|Einheit|Woche|week|Monat|)"
+        uR"(month)(?![\p{L}])|(?<each>each|je|apiece|pro\s+Stück|per\s+piece|per\s+item)(?![\p{L}])|)"
+        uR"((?:/\s*|pro\s+|per\s+|je\s+)(?<w>\p{L}{1,12})\.?(?![\p{L}])))"_s,
+        anyCase);
+    static const Re totalBefore(
+        uR"((?:=|gesamt|insgesamt|total|zusammen|in\s+summe|summe|macht|für|for)\s*:?\s*$)"_s, anyCase);
+    static const Re totalAfter(uR"(^\s*(?:gesamt|insgesamt|total|in\s+total|in\s+summe)\b)"_s, anyCase);
+    static const Re rateWord(
+        uR"((?<unit>Stundensatz|Stundenhonorar|Stundenlohn|Stundenpreis|hourly\s+rate|hourly\s+fee|)"
+        uR"(rate\s+per\s+hour|Tagessatz|Tageshonorar|Tagespreis|day\s+rate|daily\s+rate|Stückpreis|)"
+        uR"(Einzelpreis|unit\s+price|price\s+per\s+unit)\s*:?\s*(?:von|of|at)?\s*$)"_s,
+        anyCase);
+    PricedMoney priced{money, PriceRole::unknown, std::nullopt, money.span};
+    const QString before = text.left(money.span.from);
+    const QString after = text.mid(money.span.to);
+    if (const Match m = perUnitBefore.match(before); m.hasMatch()) {
+        priced.role = PriceRole::perUnit;
+        priced.times = m.captured().trimmed().endsWith(u'x') || m.captured().trimmed().endsWith(u'×');
+        priced.span.from = m.capturedStart() + (m.captured().front().isSpace() ? 1 : 0);
+    } else if (const Match a = germanA.match(before); a.hasMatch()) {
+        priced.role = PriceRole::perUnit;
+        priced.span.from = before.lastIndexOf(u'a');
+    } else if (const Match r = rateWord.match(before); r.hasMatch()) {
+        priced.role = PriceRole::perUnit;
+        const QString word = r.captured(u"unit"_s).toLower();
+        if (word.startsWith(u"tag") || word.contains(u"day"))
+            priced.unit = ExtractedUnit::day;
+        else if (word.contains(u"stund") || word.contains(u"hour"))
+            priced.unit = ExtractedUnit::hour;
+        priced.span.from = r.capturedStart();
+    } else if (const Match t = totalBefore.match(before); t.hasMatch()) {
+        priced.role = PriceRole::lineTotal;
+        priced.span.from = t.capturedStart();
+    }
+    if (const Match m = perUnitAfter.match(after); m.hasMatch()) {
+        priced.role = PriceRole::perUnit;
+        QString unit = m.captured(u"u"_s).isEmpty() ? m.captured(u"v"_s) : m.captured(u"u"_s);
+        if (unit.isEmpty())
+            unit = m.captured(u"w"_s); // "€/km", "pro Wort": per unit, of a unit the schema may lack
+        if (!unit.isEmpty())
+            priced.unit = unitFromWord(unit == u"d" ? u"day"_s : unit); // "each" names no unit
+        priced.span.to = money.span.to + m.capturedEnd();
+    } else if (const Match t = totalAfter.match(after); t.hasMatch() && priced.role == PriceRole::unknown) {
+        priced.role = PriceRole::lineTotal;
+        priced.span.to = money.span.to + t.capturedEnd();
+    }
+    return priced;
+}
+
+bool isNoiseLine(const QString& line)
+{
+    static const Re address(uR"(\S@\S+\.\w)"_s, sameCase);
+    static const Re pattern(
+        uR"(https?://|www\.|\bIBAN\b|\bBIC\b|USt-?Id|UID|Steuernummer|St\.-?Nr|\bHRB\b|\bHRA\b|)"
+        uR"(Amtsgericht|Registergericht|Bankverbindung|Kontonummer|\bBLZ\b|Zahlungsziel|zahlbar|)"
+        uR"(payable|Sort\s+code|Account\s+number|^(?:Tel|Telefon|Fax|Mobil|Phone)\b|\bSkonto\b)"_s,
+        anyCase);
+    return (line.contains(u'@') && address.match(line).hasMatch()) || pattern.match(line).hasMatch();
+}
+
+bool isDiscountLine(const QString& line)
+{
+    static const Re pattern(
+        uR"(^(?:Rabatt|Nachlass|Skonto|Discount|Anzahlung|Abschlag|Abschlagszahlung|Deposit|)"
+        uR"(Gutschrift|Credit|abzgl\.?|abzüglich|minus|less|Versandkostenfrei|Gutschein|Voucher|)"
+        uR"(Coupon)\b)"_s,
+        anyCase);
+    return pattern.match(line).hasMatch();
+}
+
+bool isPlausibleDescription(const QString& description)
+{
+    qsizetype letters = 0;
+    qsizetype others = 0;
+    for (const QChar c : description) {
+        if (c == u'@' || c == u'\\' || c == u'|' || c == u';' || c == u'{' || c == u'}' || c == u'%')
+            return false;
+        if (c.isLetter())
+            ++letters;
+        else if (!c.isSpace())
+            ++others;
+    }
+    return letters >= 2 && letters >= others;
+}
+
+bool isLabelOnlyDescription(const QString& description)
+{
+    static const Re pattern(
+        uR"(^(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
+        uR"(Fee|Quote|Offer|Total|Summe|Gesamt|Rate|Satz|Stundensatz|Tagessatz)$)"_s,
+        anyCase);
+    return pattern.match(description).hasMatch();
+}
+
+void noteTotals(const QString& line, const Vat& vat, const QList<Span>& dates, ItemContext& context)
+{
+    const QList<Money> money = moneyIn(masked(line, vat.spans + dates));
+    for (const Money& m : money) {
+        // "Summe der Stunden: 12" counts hours, not money.
+        if (m.currency.isEmpty() && !m.dash && !m.decimals)
+            continue;
+        context.totals.amounts.append(m.value);
+        if (vat.gross)
+            context.totals.inclusive.append(m.value);
+        if (!m.currency.isEmpty())
+            context.totalCurrencies.append(m.currency);
+    }
+}
+
+void settlePrice(ItemDraft& draft, const QList<PricedMoney>& prices)
+{
+    ExtractedItem& item = draft.item;
+    const std::optional<double> quantity = item.quantity;
+    auto perUnit = std::find_if(prices.cbegin(), prices.cend(),
+                                [](const PricedMoney& p) { return p.role == PriceRole::perUnit; });
+    auto total = std::find_if(prices.cbegin(), prices.cend(),
+                              [](const PricedMoney& p) { return p.role == PriceRole::lineTotal; });
+    if (prices.size() >= 2 && quantity) {
+        for (qsizetype i = 0; i < prices.size(); ++i)
+            for (qsizetype j = 0; j < prices.size(); ++j)
+                if (i != j && nearlyEqual(*quantity * prices[i].money.value, prices[j].money.value) &&
+                    prices[i].role != PriceRole::lineTotal && prices[j].role != PriceRole::perUnit) {
+                    item.unitPrice = prices[i].money.value;
+                    return;
+                }
+    }
+    if (perUnit != prices.cend()) {
+        item.unitPrice = perUnit->money.value;
+        return;
+    }
+    if (prices.size() == 1) {
+        const double value = prices.first().money.value;
+        if (total != prices.cend()) {
+            if (!quantity)
+                item.unitPrice = value;
+            else if (const auto each = exactCents(value / *quantity))
+                item.unitPrice = *each;
+        } else if (!quantity || nearlyEqual(*quantity, 1)) {
+            item.unitPrice = value;
+        } else {
+            draft.amount = value;
+        }
+        return;
+    }
+    if (!quantity && std::all_of(prices.cbegin(), prices.cend(), [&](const PricedMoney& p) {
+            return nearlyEqual(p.money.value, prices.first().money.value);
+        }))
+        item.unitPrice = prices.first().money.value;
+}
+
+std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, ItemContext& context,
+                                      std::optional<Vat>* vatSeen)
+{
+    const QString line = withoutBullet(source.plain);
+    const QList<Span> dates = dateSpans(source.dates, source.plain.size() - line.size());
+    const Vat vat = vatIn(line);
+    if (vatSeen)
+        *vatSeen = vat;
+    // Every item has a number: its price or its quantity.
+    if (line.size() > 160 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }) ||
+        isNoiseLine(line) || isDiscountLine(line))
+        return std::nullopt;
+    if (totalLinePattern().match(line).hasMatch() || isVatLine(line)) {
+        noteTotals(line, vat, dates, context);
+        return std::nullopt;
+    }
+    static const Re percent(uR"(\d+(?:[.,]\d+)?\s*%)"_s, sameCase);
+    static const Re time(uR"(\b\d{1,2}:\d{2}\b(?:\s*Uhr)?)"_s, anyCase);
+    QList<Span> hidden = vat.spans + dates;
+    for (const QRegularExpression* pattern : {&percent, &time}) {
+        auto it = pattern->globalMatch(line);
+        while (it.hasNext()) {
+            const Match m = it.next();
+            hidden.append({m.capturedStart(), m.capturedEnd()});
+        }
+    }
+    const QString text = masked(line, hidden);
+    const QList<Money> allMoney = moneyIn(text);
+
+    QList<PricedMoney> prices;
+    for (const Money& money : allMoney) {
+        const PricedMoney priced = priceRole(text, money);
+        // Bare numbers are prices only where the line marks them as such.
+        const bool trailing = text.mid(money.span.to).trimmed().isEmpty();
+        const bool isPrice = !money.currency.isEmpty() || money.dash ||
+                             (priced.role == PriceRole::perUnit && !priced.times) ||
+                             (context.documentCurrency && money.decimals && trailing);
+        if (isPrice)
+            prices.append(priced);
+    }
+    QList<Money> priceMoney;
+    for (const PricedMoney& price : prices)
+        priceMoney.append(price.money);
+    const bool pricedPerUnit = std::any_of(prices.cbegin(), prices.cend(),
+                                           [](const PricedMoney& p) { return p.role == PriceRole::perUnit; });
+    const std::optional<Quantity> quantity = quantityIn(text, priceMoney, pricedPerUnit);
+    // Without a price, "- 3 Tage vor Ort" is as likely a plan or a condition as an item.
+    if (prices.isEmpty())
+        return std::nullopt;
+    for (const PricedMoney& price : prices)
+        if (text.left(price.money.span.from).trimmed().endsWith(u'-'))
+            return std::nullopt; // a deduction
+
+    ItemDraft draft;
+    draft.line = lineIndex;
+    QList<Span> used = hidden;
+    if (quantity) {
+        draft.item.quantity = quantity->value;
+        draft.item.unit = quantity->unit;
+        used.append(quantity->span);
+    }
+    for (const PricedMoney& price : prices) {
+        used.append(price.span);
+        if (!draft.item.unit && price.unit)
+            draft.item.unit = price.unit;
+        if (!price.money.currency.isEmpty())
+            draft.currencies.append(price.money.currency);
+    }
+    static const Re lumpSum(
+        uR"((?<![\p{L}-])(?:\p{L}*pauschale|pauschal|Pauschalpreis|Pauschalbetrag|Festpreis|)"
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
+        anyCase);
+    // "Kilometerpauschale … x 120 km" is a rate, not a lump sum.
+    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) && lumpSum.match(text).hasMatch())
+        draft.item.unit = ExtractedUnit::lumpSum;
+    const QString description = cleanDescription(text, used);
+    if (description.isEmpty() && !quantity)
+        return std::nullopt;
+    if (!description.isEmpty() &&
+        (isProse(description) || isLabelOnlyDescription(description) || !isPlausibleDescription(description)))
+        return std::nullopt;
+    if (!description.isEmpty())
+        draft.item.description = description;
+    if (vat.rate)
+        draft.item.vatPercentage = vat.rate;
+    draft.gross = vat.gross && !vat.net;
+    draft.net = vat.net;
+    settlePrice(draft, prices);
+    return draft;
+}
+
+} // namespace OfflineExtraction

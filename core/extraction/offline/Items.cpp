@@ -1,0 +1,419 @@
+#include "extraction/offline/Items.h"
+
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+namespace {
+
+enum class Column
+{
+    ignore,
+    description,
+    quantity,
+    hours,
+    days,
+    unit,
+    unitPrice,
+    price, // "Preis": per unit or for the line, the header does not say
+    total,
+    vat
+};
+
+struct Cell
+{
+    QString text;
+    qsizetype start = 0; // in the line: tables aligned with spaces are read by position
+};
+
+// Cells between pipes, or between tabs and runs of spaces.
+QList<Cell> cellsOf(const QString& raw)
+{
+    static const Re spaced(uR"(\S+(?: \S+)*)"_s, sameCase);
+    QList<Cell> cells;
+    if (raw.contains(u'|')) {
+        QString text = raw.trimmed();
+        if (text.startsWith(u'|'))
+            text.remove(0, 1);
+        if (text.endsWith(u'|'))
+            text.chop(1);
+        for (const QString& cell : text.split(u'|'))
+            cells.append({cell.simplified()});
+        return cells;
+    }
+    auto it = spaced.globalMatch(raw);
+    while (it.hasNext()) {
+        const Match m = it.next();
+        cells.append({m.captured(), m.capturedStart()});
+    }
+    return cells;
+}
+
+struct HeaderColumn
+{
+    Column kind = Column::ignore;
+    qsizetype start = 0;
+};
+
+std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* currency)
+{
+    static const QHash<QString, Column> names = [] {
+        QHash<QString, Column> table;
+        auto add = [&](Column column, const QString& list) {
+            for (const QString& name : list.split(u'|'))
+                table.insert(name, column);
+        };
+        add(Column::description,
+            u"beschreibung|leistung|leistungen|leistungsbeschreibung|bezeichnung|artikel|artikelbezeichnung|"
+            u"position|tätigkeit|description|item|items|service|services|product|produkt|task|text|"
+            u"positionstext"_s);
+        add(Column::quantity, u"menge|anzahl|anz|qty|quantity|stück|stk|units|anzahl stunden|amount of"_s);
+        add(Column::hours, u"stunden|std|hours|hrs|h"_s);
+        add(Column::days, u"tage|days|personentage|pt"_s);
+        add(Column::unit, u"einheit|unit|me|eh|mengeneinheit"_s);
+        add(Column::unitPrice,
+            u"einzelpreis|ep|e-preis|preis/einheit|preis pro einheit|preis je einheit|stückpreis|stundensatz|"
+            u"tagessatz|satz|rate|hourly rate|day rate|unit price|price per unit|unit cost|einzelpreis netto|"
+            u"ep netto|preis/std|€/std|€/h|eur/h|€/tag|preis/stunde|price/unit|price each|each"_s);
+        add(Column::price, u"preis|price|kosten|cost|preis netto|price net|netto|net"_s);
+        add(Column::total,
+            u"gesamt|gesamtpreis|gp|betrag|summe|total|amount|line total|gesamt netto|total net|subtotal|"
+            u"gesamtbetrag|nettobetrag"_s);
+        add(Column::vat,
+            u"mwst|ust|mwst-satz|ust-satz|steuer|steuersatz|vat|vat rate|tax|tax rate|%|mwst %|ust %"_s);
+        add(Column::ignore, u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikelnummer|sku"_s);
+        return table;
+    }();
+    static const Re currencyNote(
+        uR"(\s*(?:\((?<a>[^)]*)\)|\[(?<b>[^\]]*)\]|\bin\s+(?<c>€|EUR|USD|\$|£|GBP|CHF)))"_s, anyCase);
+    auto keyOf = [](const QString& text) {
+        QString key = text.toLower().simplified();
+        while (key.endsWith(u'.') || key.endsWith(u':'))
+            key.chop(1);
+        key.replace(u". "_s, u" "_s);
+        return key;
+    };
+    static const Re word(uR"(\S+)"_s, sameCase);
+    const QList<Cell> cells = cellsOf(raw);
+    if (cells.size() < 2)
+        return std::nullopt;
+    QList<HeaderColumn> columns;
+    int recognised = 0;
+    bool description = false;
+    bool priceLike = false;
+    auto add = [&](Column column, qsizetype start) {
+        ++recognised;
+        columns.append({column, start});
+        description = description || column == Column::description;
+        priceLike = priceLike || column == Column::unitPrice || column == Column::price ||
+                    column == Column::total || column == Column::quantity || column == Column::hours;
+    };
+    for (const Cell& original : cells) {
+        QString cell = original.text;
+        if (const Match m = currencyNote.match(cell); m.hasMatch()) {
+            const QString inner = m.captured(u"a"_s) + m.captured(u"b"_s) + m.captured(u"c"_s);
+            const QString code = currencyCode(inner);
+            if (!code.isEmpty() && currency)
+                *currency = code;
+            if (!code.isEmpty() || inner.trimmed() == u"%")
+                cell = cell.left(m.capturedStart()) + (inner.trimmed() == u"%" ? u" %"_s : QString());
+        }
+        const QString key = keyOf(cell);
+        if (key.isEmpty()) {
+            columns.append({Column::ignore, original.start});
+            continue;
+        }
+        if (const auto found = names.constFind(key); found != names.constEnd()) {
+            add(*found, original.start);
+            continue;
+        }
+        // "Pos. Leistung" with a single space: every word a heading of its own.
+        auto words = word.globalMatch(cell);
+        while (words.hasNext()) {
+            const Match w = words.next();
+            const auto found = names.constFind(keyOf(w.captured()));
+            if (found == names.constEnd())
+                return std::nullopt;
+            add(*found, original.start + w.capturedStart());
+        }
+    }
+    if (recognised < 2 || !description || !priceLike)
+        return std::nullopt;
+    return columns;
+}
+
+// A row's cells in the header's columns. Where spaces align the table and a cell holds two
+// words ("pauschal 380,00"), each word goes to the column it stands under: text by where it
+// starts, numbers (set flush right) by where they end.
+QStringList rowCells(const QString& raw, const QList<HeaderColumn>& columns, bool aligned)
+{
+    QStringList texts;
+    const QList<Cell> cells = cellsOf(raw);
+    for (const Cell& cell : cells)
+        texts.append(cell.text);
+    if (cells.size() == columns.size() || !aligned)
+        return texts;
+    static const Re token(uR"(\S+)"_s, sameCase);
+    QStringList mapped(columns.size());
+    auto it = token.globalMatch(raw);
+    while (it.hasNext()) {
+        const Match m = it.next();
+        const QChar first = m.captured().front();
+        const bool number = first.isDigit() || first == u'€' || first == u'$' || first == u'£';
+        const qsizetype at = number ? m.capturedEnd() - 1 : m.capturedStart();
+        qsizetype column = 0;
+        for (qsizetype c = 0; c < columns.size(); ++c)
+            if (columns[c].start <= at)
+                column = c;
+        mapped[column] = (mapped[column] + u' ' + m.captured()).trimmed();
+    }
+    return mapped;
+}
+
+std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<HeaderColumn>& columns,
+                                     int lineIndex, const QString& headerCurrency, ItemContext& context)
+{
+    ItemDraft draft;
+    draft.line = lineIndex;
+    ExtractedItem& item = draft.item;
+    QList<PricedMoney> prices;
+    std::optional<double> price;
+    bool sawTotal = false;
+    auto amountOf = [&](const QString& cell) -> std::optional<Money> {
+        const QList<Money> money = moneyIn(cell);
+        if (money.size() != 1)
+            return std::nullopt;
+        Money m = money.first();
+        if (m.currency.isEmpty())
+            m.currency = headerCurrency;
+        if (!m.currency.isEmpty())
+            draft.currencies.append(m.currency);
+        return m;
+    };
+    for (qsizetype i = 0; i < cells.size(); ++i) {
+        const QString& cell = cells[i];
+        if (cell.isEmpty())
+            continue;
+        switch (columns[i].kind) {
+        case Column::description:
+            item.description = cell;
+            break;
+        case Column::quantity:
+        case Column::hours:
+        case Column::days: {
+            static const Re number(uR"(^(\d+(?:[.,]\d{1,2})?)\s*(.*)$)"_s, sameCase);
+            const Match m = number.match(cell);
+            if (!m.hasMatch())
+                return std::nullopt;
+            item.quantity = parseNumber(m.captured(1));
+            if (columns[i].kind == Column::hours)
+                item.unit = ExtractedUnit::hour;
+            else if (columns[i].kind == Column::days)
+                item.unit = ExtractedUnit::day;
+            else if (!m.captured(2).isEmpty())
+                item.unit = unitFromWord(m.captured(2));
+            break;
+        }
+        case Column::unit:
+            if (const auto unit = unitFromWord(cell))
+                item.unit = unit;
+            break;
+        case Column::unitPrice:
+            if (const auto m = amountOf(cell))
+                prices.append({*m, PriceRole::perUnit, std::nullopt, {}});
+            break;
+        case Column::price:
+            if (const auto m = amountOf(cell))
+                price = m->value;
+            break;
+        case Column::total:
+            if (const auto m = amountOf(cell)) {
+                prices.append({*m, PriceRole::lineTotal, std::nullopt, {}});
+                sawTotal = true;
+            }
+            break;
+        case Column::vat:
+            if (const auto rate = parseNumber(QString(cell).remove(u'%').trimmed()))
+                item.vatPercentage = rate;
+            break;
+        case Column::ignore:
+            break;
+        }
+    }
+    if (item.description && (totalLinePattern().match(*item.description).hasMatch() ||
+                             isVatLine(*item.description) || isDiscountLine(*item.description))) {
+        for (const PricedMoney& p : prices)
+            context.totals.amounts.append(p.money.value);
+        if (price)
+            context.totals.amounts.append(*price);
+        context.totalCurrencies.append(draft.currencies);
+        return std::nullopt;
+    }
+    // A row with nothing but text continues the description above or heads a group.
+    if (!item.description || (prices.isEmpty() && !price && !item.quantity) ||
+        !isPlausibleDescription(*item.description))
+        return std::nullopt;
+    if (price) {
+        // Beside a total column, "Preis" is the price per unit.
+        Money m;
+        m.value = *price;
+        prices.prepend({m, sawTotal ? PriceRole::perUnit : PriceRole::unknown, std::nullopt, {}});
+    }
+    settlePrice(draft, prices);
+    return draft;
+}
+
+// Decides the prices that could be per unit or per line by the sum the text states: when
+// exactly one reading adds up to a stated total (net, or gross at the one stated rate), that
+// reading holds.
+void settleByTotals(QList<ItemDraft>& drafts, const ItemContext& context)
+{
+    if (std::none_of(drafts.cbegin(), drafts.cend(), [](const ItemDraft& d) { return d.amount.has_value(); }))
+        return;
+    double known = 0;
+    double asUnit = 0;
+    double asLine = 0;
+    for (const ItemDraft& draft : drafts) {
+        const double quantity = draft.item.quantity.value_or(1);
+        if (draft.amount) {
+            asUnit += quantity * *draft.amount;
+            asLine += *draft.amount;
+        } else if (draft.item.unitPrice) {
+            known += quantity * *draft.item.unitPrice;
+        } else {
+            return; // a line without a price: no sum can tell
+        }
+    }
+    QList<double> targets = context.totals.amounts;
+    QSet<double> rates;
+    for (const double rate : context.vatRates)
+        rates.insert(rate);
+    for (const ItemDraft& draft : drafts)
+        if (draft.item.vatPercentage)
+            rates.insert(*draft.item.vatPercentage);
+    if (rates.size() == 1)
+        for (const double amount : context.totals.amounts)
+            targets.append(amount / (1 + *rates.cbegin() / 100));
+    auto hits = [&](double sum) {
+        return std::any_of(targets.cbegin(), targets.cend(),
+                           [&](double target) { return nearlyEqual(sum, target); });
+    };
+    const bool unitReading = hits(known + asUnit);
+    const bool lineReading = hits(known + asLine);
+    if (unitReading == lineReading)
+        return;
+    for (ItemDraft& draft : drafts) {
+        if (!draft.amount)
+            continue;
+        if (unitReading)
+            draft.item.unitPrice = *draft.amount;
+        else
+            draft.item.unitPrice = exactCents(*draft.amount / draft.item.quantity.value_or(1));
+        draft.amount.reset();
+    }
+}
+
+} // namespace
+
+ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bool documentCurrency)
+{
+    ItemContext context;
+    context.documentCurrency = documentCurrency;
+    QList<ItemDraft> drafts;
+    static const Re separatorRow(uR"(^\|?\s*:?-{3,}:?\s*(?:\|\s*:?-{3,}:?\s*)*\|?$)"_s, sameCase);
+    static const Re mailHeader(
+        uR"(^(?:Von|From|An|To|Cc|Bcc|Gesendet|Sent|Datum|Date|Betreff|Subject|Re|AW|WG|Fwd?)\s*:)"_s,
+        anyCase);
+
+    auto accept = [&](const ItemDraft& draft) {
+        drafts.append(draft);
+        context.itemCurrencies.append(draft.currencies);
+    };
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString& plain = lines[i].plain;
+        if (plain.isEmpty() || skipped.contains(i) || mailHeader.match(plain).hasMatch())
+            continue;
+        QString headerCurrency;
+        const bool columned =
+            lines[i].raw.contains(u'\t') || lines[i].raw.contains(u'|') || lines[i].raw.contains(u"  "_s);
+        if (const auto columns = columned ? tableHeader(lines[i].raw, &headerCurrency) : std::nullopt) {
+            const bool aligned = !lines[i].raw.contains(u'\t') && !lines[i].raw.contains(u'|');
+            int j = i + 1;
+            for (; j < lines.size(); ++j) {
+                if (lines[j].plain.isEmpty())
+                    break;
+                if (separatorRow.match(lines[j].plain).hasMatch())
+                    continue;
+                const QStringList cells = rowCells(lines[j].raw, *columns, aligned);
+                if (cells.size() == columns->size()) {
+                    if (auto draft = itemFromRow(cells, *columns, j, headerCurrency, context))
+                        accept(*draft);
+                } else if (auto draft = itemFromLine(lines[j], j, context)) {
+                    accept(*draft);
+                }
+            }
+            i = j - 1;
+            continue;
+        }
+        std::optional<Vat> seen;
+        if (auto draft = itemFromLine(lines[i], i, context, &seen)) {
+            accept(*draft);
+            continue;
+        }
+        // What a line that is no item says about all of them.
+        const Vat vat = seen ? *seen : vatIn(plain);
+        const bool totalLine = totalLinePattern().match(withoutBullet(plain)).hasMatch();
+        if (vat.rate && !context.vatRates.contains(*vat.rate))
+            context.vatRates.append(*vat.rate);
+        if (!totalLine && !isVatLine(withoutBullet(plain))) {
+            context.grossStatement = context.grossStatement || (vat.gross && !vat.net);
+            context.netStatement = context.netStatement || vat.net;
+        }
+    }
+
+    // A total that includes the tax and equals the sum of the lines makes them gross.
+    double sum = 0;
+    bool complete = !drafts.isEmpty();
+    for (const ItemDraft& draft : drafts) {
+        if (!draft.item.unitPrice)
+            complete = false;
+        else
+            sum += draft.item.quantity.value_or(1) * *draft.item.unitPrice;
+    }
+    const bool grossTotals = complete && !context.netStatement &&
+                             std::any_of(context.totals.inclusive.cbegin(), context.totals.inclusive.cend(),
+                                         [&](double total) { return nearlyEqual(total, sum); }) &&
+                             !context.vatRates.isEmpty();
+
+    settleByTotals(drafts, context);
+    ItemFinding finding;
+    for (ItemDraft& draft : drafts) {
+        if (!draft.item.vatPercentage && context.vatRates.size() == 1)
+            draft.item.vatPercentage = context.vatRates.first();
+        // The unit price is net; a gross one would need a rounding the text does not state.
+        const bool gross =
+            draft.gross || (!draft.net && ((context.grossStatement && !context.netStatement) || grossTotals));
+        if (gross)
+            draft.item.unitPrice.reset();
+        if (draft.item == ExtractedItem{})
+            continue;
+        finding.items.append(draft.item);
+        finding.lines.insert(draft.line);
+    }
+    finding.itemCurrencies = context.itemCurrencies;
+    finding.totalCurrencies = context.totalCurrencies;
+    return finding;
+}
+
+} // namespace OfflineExtraction

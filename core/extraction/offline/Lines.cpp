@@ -1,0 +1,74 @@
+#include "extraction/offline/Lines.h"
+
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+QList<TextLine> prepareLines(const QString& input)
+{
+    QString text = input;
+    text.replace(u"\r\n"_s, u"\n"_s);
+    text.replace(u'\r', u'\n');
+    for (QChar& c : text) {
+        const char16_t code = c.unicode();
+        if (code == 0x00A0 || code == 0x2007 || code == 0x2009 || code == 0x200A || code == 0x202F)
+            c = u' ';
+    }
+    text.remove(QChar(0x200B));
+    text.remove(QChar(0xFEFF));
+    text.remove(QChar(0x00AD));
+
+    static const Re replyMarker(
+        uR"(^(?:(?:Am|On)\b.{0,160}\b(?:schrieb|wrote)\b.*|-{2,}\s*(?:Original Message|)"
+        uR"(Ursprüngliche Nachricht)\s*-*)$)"_s,
+        anyCase);
+    static const Re forwardMarker(uR"(Forwarded message|Weitergeleitete Nachricht|Begin forwarded message|)"
+                                  uR"(Anfang der weitergeleiteten Nachricht)"_s,
+                                  anyCase);
+    static const Re mailHeader(
+        uR"(^(?:Von|From|An|To|Cc|Bcc|Gesendet|Sent|Datum|Date|Betreff|Subject)\s*:)"_s, anyCase);
+    static const Re fromHeader(uR"(^(?:Von|From)\s*:)"_s, anyCase);
+    static const Re sentHeader(uR"(^(?:Gesendet|Sent|Datum|Date)\s*:)"_s, anyCase);
+
+    const QStringList rawLines = text.split(u'\n');
+    QList<TextLine> lines;
+    bool content = false; // whether the writer's own words came before
+    for (qsizetype i = 0; i < rawLines.size(); ++i) {
+        const QString raw = rawLines[i].trimmed();
+        if (raw.startsWith(u'>'))
+            continue;
+        const QString plain = raw.simplified();
+        if ((plain.startsWith(u"Am "_s) || plain.startsWith(u"On "_s) || plain.startsWith(u'-')) &&
+            replyMarker.match(plain).hasMatch())
+            break;
+        if (forwardMarker.match(plain).hasMatch()) {
+            content = false;
+            continue;
+        }
+        // An Outlook reply quotes the earlier message below its header block.
+        if (content && fromHeader.match(plain).hasMatch()) {
+            bool quoted = false;
+            for (qsizetype j = i + 1; j < std::min(i + 4, rawLines.size()); ++j)
+                quoted = quoted || sentHeader.match(rawLines[j].trimmed()).hasMatch();
+            if (quoted)
+                break;
+        }
+        if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch()))
+            content = true;
+        lines.append({raw, plain, datesIn(plain)});
+    }
+    return lines;
+}
+
+} // namespace OfflineExtraction

@@ -1,0 +1,508 @@
+#include "extraction/offline/Recipient.h"
+
+#include "extraction/offline/Text.h"
+
+#include <QDate>
+#include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+const QHash<QString, std::pair<Role, int>>& labels()
+{
+    static const QHash<QString, std::pair<Role, int>> table = [] {
+        QHash<QString, std::pair<Role, int>> entries;
+        auto add = [&](Role role, int score, const QString& names) {
+            for (const QString& name : names.split(u'|'))
+                entries.insert(name, {role, score});
+        };
+        add(Role::recipientBlock, billingLabel,
+            u"rechnungsadresse|rechnungsanschrift|rechnungsempfänger|rechnungsempfaenger|rechnung an|"
+            u"rechnung bitte an|rechnungen an|billing address|bill to|invoice to|invoice address|"
+            u"billing|rechnungsstellung an"_s);
+        add(Role::recipientBlock, customerLabel,
+            u"kunde|customer|auftraggeber|auftraggeberin|client|empfänger|recipient|kundenadresse|"
+            u"customer address"_s);
+        add(Role::recipientBlock, ownAddressLabel,
+            u"adresse|anschrift|address|postanschrift|postal address|firmenanschrift|company address|"
+            u"unsere adresse|our address|unsere anschrift"_s);
+        add(Role::otherBlock, otherAddressLabel,
+            u"lieferadresse|lieferanschrift|versandadresse|shipping address|ship to|delivery address|"
+            u"absender|auftragnehmer|contractor|supplier|lieferant|verkäufer|seller|vendor|sender|"
+            u"veranstaltungsort|ort der veranstaltung|einsatzort|lieferort|treffpunkt|venue|location|"
+            u"event location|meeting point"_s);
+        add(Role::name, 0,
+            u"name|ansprechpartner|ansprechpartnerin|kontakt|contact|contact person|kontaktperson|z hd|zhd|"
+            u"zu händen|attn|attention|vorname nachname|full name|ihr name|your name"_s);
+        add(Role::company, 0,
+            u"firma|unternehmen|company|firmenname|company name|organisation|organization|business|"
+            u"business name"_s);
+        add(Role::street, 0,
+            u"straße|strasse|str|straße und hausnummer|straße/hausnummer|straße/nr|straße, nr|street|"
+            u"street address|address line 1|adresszeile 1"_s);
+        add(Role::lineTwo, 0, u"adresszusatz|address line 2|adresszeile 2|zusatz"_s);
+        add(Role::postcode, 0, u"plz|postleitzahl|zip|zip code|postcode|postal code|post code"_s);
+        add(Role::city, 0, u"ort|stadt|city|town|wohnort"_s);
+        add(Role::postcodeCity, 0,
+            u"plz/ort|plz ort|plz, ort|plz und ort|zip/city|postcode/city|postleitzahl/ort|plz / ort"_s);
+        add(Role::country, 0, u"land|country|staat"_s);
+        add(Role::state, 0, u"state|bundesland|province|region"_s);
+        add(Role::email, 0,
+            u"e-mail|email|mail|e-mail-adresse|email address|e-mail address|rechnungs-e-mail|invoice email|"
+            u"billing email|e-mail für rechnungen"_s);
+        add(Role::mailFrom, 0, u"von|from"_s);
+        add(Role::mailTo, 0, u"an|to|cc|bcc|kopie"_s);
+        add(Role::mailOther, 0, u"gesendet|sent|datum|date|betreff|subject|re|aw|wg|fw|fwd"_s);
+        add(Role::note, 0, u"hinweis|note|anmerkung|bemerkung|notes|remark|remarks|notiz"_s);
+        return entries;
+    }();
+    return table;
+}
+
+bool isBlockRole(Role role)
+{
+    return role == Role::recipientBlock || role == Role::otherBlock;
+}
+
+namespace {
+
+// "Springfield" and "IL 62704" of "…, Springfield, IL 62704" belong together.
+QStringList commaParts(const QString& text)
+{
+    static const Re stateAndZip(uR"(^(?:[A-Z]{2}\s+\d{5}(?:-\d{4})?|[A-Z]{2}\s+[A-Z]\d[A-Z]\s?\d[A-Z]\d)$)"_s,
+                                sameCase);
+    QStringList parts;
+    for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
+        const QString trimmed = piece.trimmed();
+        if (trimmed.isEmpty())
+            continue;
+        if (!parts.isEmpty() && stateAndZip.match(trimmed).hasMatch())
+            parts.last() += u", "_s + trimmed;
+        else
+            parts.append(trimmed);
+    }
+    return parts;
+}
+
+// "Rechnung bitte an die Weber GmbH, …", "Please bill Maple Leaf Media Inc., …": the words
+// that ask for the invoice, before an address written on one line.
+std::optional<QString> afterLeadIn(const QString& text)
+{
+    static const Re leadIn(
+        uR"((?:^|\b)(?:(?:bitte\s+)?(?:die\s+)?Rechnung(?:en)?\s+(?:\p{L}+\s+){0,3}?an|)"
+        uR"(please\s+(?:bill|invoice|address\s+the\s+invoice\s+to|send\s+the\s+invoice\s+to)|)"
+        uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to)\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
+        anyCase);
+    Match last;
+    auto it = leadIn.globalMatch(text);
+    while (it.hasNext())
+        last = it.next();
+    if (!last.hasMatch())
+        return std::nullopt;
+    return text.mid(last.capturedEnd()).trimmed();
+}
+
+} // namespace
+
+QList<Entry> entriesOf(const QList<TextLine>& lines)
+{
+    static const Re label(uR"(^([\p{L}][\p{L}\d.\-/ &,]{0,40}?)\s*:\s*(.*)$)"_s, anyCase);
+    static const Re separator(uR"(\s+[|·•]\s+)"_s, sameCase);
+    QList<Entry> entries;
+    for (int i = 0; i < int(lines.size()); ++i) {
+        const QString& plain = lines[i].plain;
+        if (plain.isEmpty()) {
+            entries.append({{}, Role::none, i});
+            continue;
+        }
+        Role role = Role::none;
+        int score = 0;
+        QString value = plain;
+        if (const Match m = plain.contains(u':') ? label.match(plain) : Match(); m.hasMatch()) {
+            QString key = m.captured(1).toLower();
+            key.remove(u'.');
+            key = key.simplified();
+            if (const auto found = labels().constFind(key); found != labels().constEnd()) {
+                role = found->first;
+                score = found->second;
+                value = m.captured(2).trimmed();
+            }
+        }
+        if (value.isEmpty()) {
+            if (isBlockRole(role))
+                entries.append({{}, role, i, score, false});
+            else
+                entries.append({{}, Role::none, i}); // a bare field label says nothing
+            continue;
+        }
+        QStringList parts;
+        bool asked = false; // the line asks for the invoice to go to the address it names
+        const bool separated = value.contains(u'|') || value.contains(u'·') || value.contains(u'•');
+        for (const QString& part :
+             separated ? value.split(separator, Qt::SkipEmptyParts) : QStringList{value}) {
+            const QStringList pieces = commaParts(part);
+            const bool explode =
+                pieces.size() > 1 && !placeOf(part) && role != Role::name && role != Role::company &&
+                role != Role::email && role != Role::note && role != Role::mailFrom && role != Role::mailTo &&
+                (isBlockRole(role) || std::any_of(pieces.cbegin(), pieces.cend(),
+                                                  [](const QString& p) { return placeOf(p).has_value(); }));
+            if (explode && role == Role::none) {
+                QStringList kept = pieces;
+                for (qsizetype k = pieces.size() - 1; k >= 0; --k) {
+                    if (placeOf(pieces[k]))
+                        continue;
+                    if (const auto rest = afterLeadIn(pieces[k]); rest && !rest->isEmpty()) {
+                        kept = pieces.mid(k);
+                        kept.first() = *rest;
+                        asked = true;
+                        break;
+                    }
+                }
+                parts.append(kept);
+            } else if (explode) {
+                parts.append(pieces);
+            } else {
+                parts.append(part.trimmed());
+            }
+        }
+        if (asked) {
+            role = Role::recipientBlock;
+            score = billingLabel;
+        }
+        for (qsizetype k = 0; k < parts.size(); ++k) {
+            Entry entry;
+            entry.text = parts[k];
+            entry.line = i;
+            if (k == 0) {
+                entry.role = role;
+                entry.score = score;
+                entry.opens = isBlockRole(role);
+            }
+            if (isBlockRole(entry.role))
+                entry.role = Role::none; // the text itself is read like any other line
+            entry.place = placeOf(entry.text);
+            entries.append(entry);
+        }
+    }
+    return entries;
+}
+
+namespace {
+
+// ---- Recipient ----
+
+struct Block
+{
+    ExtractedRecipient recipient;
+    int top = 0;
+    int bottom = 0; // the last entry that belongs to it, contact lines below included
+    int score = 0;
+};
+
+void setOnce(std::optional<QString>& field, const QString& value)
+{
+    if (!field && !value.trimmed().isEmpty())
+        field = value.trimmed();
+}
+
+std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
+{
+    const Entry& at = entries[anchor];
+    Block block;
+    ExtractedRecipient& r = block.recipient;
+    int above = anchor - 1;
+    if (at.role == Role::postcode || at.role == Role::city) {
+        // A form with separate fields for the postcode and the town.
+        for (int j = std::max(0, anchor - 2); j <= std::min(int(entries.size()) - 1, anchor + 2); ++j) {
+            if (entries[j].role == Role::postcode)
+                setOnce(r.postcode, entries[j].text);
+            else if (entries[j].role == Role::city)
+                setOnce(r.city, entries[j].text);
+        }
+    } else {
+        const auto& place = at.place;
+        if (!place)
+            return std::nullopt;
+        r.postcode = place->postcode;
+        setOnce(r.city, place->city);
+        setOnce(r.state, place->state);
+        setOnce(r.countryCode, place->countryCode);
+        if (place->postcodeOnly) {
+            // A British town on the line above its postcode.
+            static const Re town(u"^"_s + cityPattern() + u"$"_s, sameCase);
+            if (above < 0 || !town.match(entries[above].text).hasMatch() || isStreet(entries[above].text))
+                return std::nullopt;
+            r.city = entries[above].text;
+            --above;
+        }
+    }
+    block.top = anchor;
+    bool haveStreet = false;
+    for (int j = above, steps = 0; j >= 0 && steps < 8; --j, ++steps) {
+        const Entry& e = entries[j];
+        if (e.text.isEmpty()) {
+            if (isBlockRole(e.role)) {
+                block.score += e.score;
+                block.top = j;
+            }
+            break;
+        }
+        if (e.role == Role::mailFrom || e.role == Role::mailTo || e.role == Role::mailOther ||
+            e.role == Role::note)
+            break;
+        const QString& t = e.text;
+        bool taken = true;
+        switch (e.role) {
+        case Role::name:
+            if (!isRoleLine(t))
+                setOnce(r.name, personName(t).value_or(t));
+            break;
+        case Role::company:
+            setOnce(r.businessName, t);
+            break;
+        case Role::street:
+            setOnce(r.addressLineOne, t);
+            haveStreet = true;
+            break;
+        case Role::lineTwo:
+            setOnce(r.addressLineTwo, t);
+            break;
+        case Role::country:
+            setOnce(r.countryCode, countryOf(t));
+            break;
+        case Role::state:
+            setOnce(r.state, t);
+            break;
+        case Role::email:
+            break;
+        default:
+            taken = false;
+        }
+        if (!taken) {
+            if (isClosing(t) || isContactLine(t) || isProse(t))
+                break;
+            if (!haveStreet && !r.addressLineTwo && isLineTwo(t)) {
+                r.addressLineTwo = t;
+            } else if (!haveStreet && isStreet(t)) {
+                haveStreet = true;
+                r.addressLineOne = t;
+            } else if (!haveStreet && t.contains(u", "_s)) {
+                // "1600 Amphitheatre Parkway, Suite 400" or "Suite 400, 1600 Amphitheatre Parkway"
+                const QStringList pieces = t.split(u", "_s);
+                if (pieces.size() != 2)
+                    break;
+                if (isStreet(pieces[0]) && isLineTwo(pieces[1])) {
+                    r.addressLineOne = pieces[0];
+                    r.addressLineTwo = pieces[1];
+                } else if (isLineTwo(pieces[0]) && isStreet(pieces[1])) {
+                    r.addressLineOne = pieces[1];
+                    r.addressLineTwo = pieces[0];
+                } else {
+                    break;
+                }
+                haveStreet = true;
+            } else if (haveStreet && !r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
+                r.addressLineTwo = t; // "c/o …" above the street
+            } else if (hasLegalForm(t)) {
+                if (r.businessName)
+                    break;
+                r.businessName = t;
+            } else if (const auto holder =
+                           officePattern().match(t).hasMatch() ? personName(t) : std::nullopt) {
+                if (r.name)
+                    break;
+                r.name = *holder;
+            } else if (isRoleLine(t)) {
+                // a job title or department between the name and the business
+            } else if (soundsLikeBusiness(t)) {
+                if (r.businessName)
+                    break;
+                r.businessName = t;
+            } else if (const auto name = personName(t)) {
+                if (r.name)
+                    break;
+                r.name = *name;
+            } else {
+                break;
+            }
+        }
+        block.top = j;
+        if (e.opens) {
+            block.score += e.score;
+            break;
+        }
+    }
+    if (!haveStreet && !r.addressLineTwo && !r.name && !r.businessName)
+        return std::nullopt;
+
+    // Below the town: the country, then contact lines that still belong to the block.
+    block.bottom = anchor;
+    for (int j = anchor + 1, steps = 0; j < entries.size() && steps < 8; ++j, ++steps) {
+        const Entry& e = entries[j];
+        if (e.isBlank() || isBlockRole(e.role) || isClosing(e.text))
+            break;
+        if (e.role == Role::country || (steps == 0 && !countryOf(e.text).isEmpty())) {
+            if (const QString code = countryOf(e.text); !code.isEmpty())
+                r.countryCode = code; // a stated country wins over the postcode's form
+        } else if (e.role == Role::state) {
+            setOnce(r.state, e.text);
+        } else if (e.role == Role::name || e.role == Role::company || e.role == Role::street ||
+                   e.role == Role::lineTwo || e.role == Role::postcode || e.role == Role::city) {
+            // the rest of a form, in whatever order it asks
+        } else if (e.role != Role::email && !isContactLine(e.text)) {
+            break;
+        }
+        block.bottom = j;
+    }
+    return block;
+}
+
+} // namespace
+
+std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
+{
+    QList<Block> blocks;
+    for (int i = 0; i < entries.size(); ++i) {
+        const Entry& e = entries[i];
+        const bool anchor =
+            e.role == Role::postcode || e.role == Role::postcodeCity ||
+            (e.role == Role::city && !std::any_of(entries.cbegin(), entries.cend(),
+                                                  [&](const Entry& other) {
+                                                      return other.role == Role::postcode &&
+                                                             std::abs(other.line - e.line) <= 2;
+                                                  })) ||
+            (e.role == Role::none && e.place);
+        if (!anchor)
+            continue;
+        if (const auto block = blockAt(entries, i))
+            blocks.append(*block);
+    }
+
+    std::optional<Block> chosen;
+    if (!blocks.isEmpty()) {
+        const int best = std::max_element(blocks.cbegin(), blocks.cend(), [](const Block& a, const Block& b) {
+                             return a.score < b.score;
+                         })->score;
+        QList<Block> top;
+        for (const Block& block : blocks)
+            if (block.score == best && block.score >= 0)
+                top.append(block);
+        const bool agree = !top.isEmpty() && std::all_of(top.cbegin(), top.cend(), [&](const Block& block) {
+            return block.recipient == top.first().recipient;
+        });
+        if (agree)
+            chosen = top.first();
+    }
+
+    // The signature below the last sign-off.
+    int closing = -1;
+    for (int i = 0; i < entries.size(); ++i)
+        if (!entries[i].text.isEmpty() && entries[i].role == Role::none && isClosing(entries[i].text))
+            closing = i;
+    std::optional<QString> signer;
+    std::optional<QString> signerCompany;
+    if (closing >= 0) {
+        int j = closing + 1;
+        while (j < entries.size() && entries[j].isBlank())
+            ++j;
+        bool first = true;
+        for (int steps = 0; j < entries.size() && steps < 6 && !entries[j].isBlank(); ++j, ++steps) {
+            const QString& t = entries[j].text;
+            if (first && !hasLegalForm(t))
+                signer = personName(t);
+            else if (!signerCompany && hasLegalForm(t))
+                signerCompany = t;
+            if (first && !signer && !signerCompany)
+                break;
+            first = false;
+        }
+    }
+
+    ExtractedRecipient r;
+    if (chosen)
+        r = chosen->recipient;
+    // An address nobody labelled is the writer's own (a letterhead, a signature), so the one
+    // who signs belongs to it; under "Rechnungsadresse:" or "Kunde:" it is only when the
+    // signature names the same business.
+    const bool writersAddress =
+        chosen &&
+        (chosen->score == 0 || chosen->score == ownAddressLabel || (closing >= 0 && chosen->top > closing) ||
+         (signerCompany && chosen->recipient.businessName == signerCompany));
+    if (!chosen || writersAddress) {
+        if (signer)
+            setOnce(r.name, *signer);
+        if (signerCompany)
+            setOnce(r.businessName, *signerCompany);
+    }
+
+    // The e-mail address: one given for invoices first, then one in the chosen address or the
+    // signature, then the sender of the mail; any other only when it is the only one.
+    static const Re invoiceWords(uR"(Rechnung|invoice|billing|Buchhaltung|accounting|accounts|Belege)"_s,
+                                 anyCase);
+    int bestRank = 0;
+    QString email;
+    QSet<QString> others;
+    for (int i = 0; i < entries.size(); ++i) {
+        const Entry& e = entries[i];
+        if (e.role == Role::mailTo)
+            continue;
+        for (const QString& address : emailsIn(e.text)) {
+            int rank = 1;
+            if (invoiceWords.match(e.text).hasMatch() && e.role != Role::mailFrom &&
+                e.role != Role::mailOther)
+                rank = 4;
+            else if (chosen && i >= chosen->top && i <= chosen->bottom)
+                rank = 3;
+            else if (closing >= 0 && i > closing)
+                rank = 2;
+            else if (e.role == Role::mailFrom || (!chosen && e.role == Role::email))
+                rank = 2;
+            if (rank == 1) {
+                others.insert(address.toLower());
+                continue;
+            }
+            if (rank > bestRank) {
+                bestRank = rank;
+                email = address;
+            }
+        }
+    }
+    if (bestRank == 0 && others.size() == 1)
+        for (const Entry& e : entries)
+            if (e.role != Role::mailTo)
+                for (const QString& address : emailsIn(e.text))
+                    email = address;
+    if (!email.isEmpty())
+        r.email = email;
+
+    // The sender of the mail names the person when nothing else does.
+    if (!r.name && !chosen) {
+        static const Re sender(uR"x(^\s*"?([^"<@]+?)"?\s*<[^>]+>)x"_s, sameCase);
+        for (const Entry& e : entries)
+            if (e.role == Role::mailFrom)
+                if (const Match m = sender.match(e.text); m.hasMatch())
+                    if (const auto name = personName(m.captured(1)))
+                        r.name = *name;
+    }
+
+    if (r == ExtractedRecipient{})
+        return std::nullopt;
+    return r;
+}
+
+std::optional<QString> findNote(const QList<Entry>& entries)
+{
+    for (const Entry& entry : entries)
+        if (entry.role == Role::note && !entry.text.isEmpty())
+            return entry.text;
+    return std::nullopt;
+}
+
+} // namespace OfflineExtraction
