@@ -5,6 +5,7 @@
 #include "extraction/offline/Lines.h"
 #include "extraction/offline/Money.h"
 #include "extraction/offline/Recipient.h"
+#include "extraction/offline/Sentences.h"
 #include "extraction/offline/Text.h"
 
 #include <QRegularExpression>
@@ -153,6 +154,13 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
         documentCurrency = documentCurrency || anyCurrency.match(line.plain).hasMatch();
 
     ItemFinding items = findItems(lines, skipped, documentCurrency);
+    // "Passt, bitte so abrechnen." above the quoted offer: the items are in the quote.
+    if (items.items.isEmpty() && asksForBilling(lines)) {
+        const ItemFinding quoted = findItems(quotedLines(text), {}, documentCurrency);
+        items.items = quoted.items;
+        items.itemCurrencies = quoted.itemCurrencies;
+        items.totalCurrencies = quoted.totalCurrencies;
+    }
     // A line that runs on from an earlier sentence ("Becker GmbH, Hafenstr. 12. Beratung 3 Std.")
     // describes the item in its last sentence only.
     static const Re sentenceEnd(uR"([.!?]\s+(?=\p{Lu}))"_s, sameCase);

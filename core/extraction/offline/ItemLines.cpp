@@ -150,6 +150,7 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         if (!value || *value <= 0)
             continue;
         Quantity quantity{*value, std::nullopt, span};
+        quantity.times = !m.captured(u"x"_s).isEmpty();
         if (!m.captured(u"u"_s).isEmpty())
             quantity.unit = unitFromWord(m.captured(u"u"_s));
         return quantity;
@@ -181,12 +182,12 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
 
 PricedMoney priceRole(const QString& text, const Money& money)
 {
-    static const Re perUnitBefore(uR"((?:^|[\s\d.])(?:à|á|@|je|zu\s+je|at|each|per|pro|[x×])\s*$)"_s,
+    static const Re perUnitBefore(uR"((?:^|[\s\d.])(?:à|á|@|je|zu\s+je|zu|at|each|per|pro|[x×])\s*$)"_s,
                                   anyCase);
     static const Re germanA(uR"((?:\d|Std\.?|Stunden?|h|Tage?|x)\s+a\s*$)"_s, anyCase);
     static const Re perUnitAfter(
         uR"(^\s*(?:/\s*(?<u>h|Std\.?|Stunde|Std|hour|hr|Tag|day|d|Stück|Stk\.?|pc|piece|unit|)"
-        uR"(Einheit|Woche|week|wk|Monat|month|Mon\.?)(?![\p{L}])|(?:pro|per|je|a|an)\s+(?<v>Stunde|)"
+        uR"(Einheit|Woche|week|wk|Monat|month|Mon\.?)(?![\p{L}])|(?:pro|per|je|a|an|die|the)\s+(?<v>Stunde|)"
         uR"(Std\.?|hour|hr|Tag|day|Stück|Stk\.?|piece|item|unit|Einheit|Woche|week|Monat|)"
         uR"(month)(?![\p{L}])|(?<each>each|je|apiece|pro\s+Stück|per\s+piece|per\s+item)(?![\p{L}])|)"
         uR"((?:/\s*|pro\s+|per\s+|je\s+)(?<w>\p{L}{1,12})\.?(?![\p{L}])))"_s,
@@ -324,7 +325,7 @@ void settlePrice(ItemDraft& draft, const QList<PricedMoney>& prices)
                 item.unitPrice = value;
             else if (const auto each = exactCents(value / *quantity))
                 item.unitPrice = *each;
-        } else if (!quantity || nearlyEqual(*quantity, 1)) {
+        } else if (!quantity || nearlyEqual(*quantity, 1) || draft.times) {
             item.unitPrice = value;
         } else {
             draft.amount = value;
@@ -335,6 +336,37 @@ void settlePrice(ItemDraft& draft, const QList<PricedMoney>& prices)
             return nearlyEqual(p.money.value, prices.first().money.value);
         }))
         item.unitPrice = prices.first().money.value;
+}
+
+QList<Span> notPrices(const QString& line, const Vat& vat, const QList<Span>& dates)
+{
+    static const Re percent(uR"(\d+(?:[.,]\d+)?\s*%)"_s, sameCase);
+    static const Re time(uR"(\b\d{1,2}:\d{2}\b(?:\s*Uhr)?)"_s, anyCase);
+    QList<Span> hidden = vat.spans + dates;
+    for (const QRegularExpression* pattern : {&percent, &time}) {
+        auto it = pattern->globalMatch(line);
+        while (it.hasNext()) {
+            const Match m = it.next();
+            hidden.append({m.capturedStart(), m.capturedEnd()});
+        }
+    }
+    return hidden;
+}
+
+QList<PricedMoney> pricesIn(const QString& text, bool documentCurrency)
+{
+    QList<PricedMoney> prices;
+    for (const Money& money : moneyIn(text)) {
+        const PricedMoney priced = priceRole(text, money);
+        // Bare numbers are prices only where the line marks them as such.
+        const bool trailing = text.mid(money.span.to).trimmed().isEmpty();
+        const bool isPrice = !money.currency.isEmpty() || money.dash ||
+                             (priced.role == PriceRole::perUnit && !priced.times) ||
+                             (documentCurrency && money.decimals && trailing);
+        if (isPrice)
+            prices.append(priced);
+    }
+    return prices;
 }
 
 std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, ItemContext& context,
@@ -353,30 +385,9 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
         noteTotals(line, vat, dates, context);
         return std::nullopt;
     }
-    static const Re percent(uR"(\d+(?:[.,]\d+)?\s*%)"_s, sameCase);
-    static const Re time(uR"(\b\d{1,2}:\d{2}\b(?:\s*Uhr)?)"_s, anyCase);
-    QList<Span> hidden = vat.spans + dates;
-    for (const QRegularExpression* pattern : {&percent, &time}) {
-        auto it = pattern->globalMatch(line);
-        while (it.hasNext()) {
-            const Match m = it.next();
-            hidden.append({m.capturedStart(), m.capturedEnd()});
-        }
-    }
+    const QList<Span> hidden = notPrices(line, vat, dates);
     const QString text = masked(line, hidden);
-    const QList<Money> allMoney = moneyIn(text);
-
-    QList<PricedMoney> prices;
-    for (const Money& money : allMoney) {
-        const PricedMoney priced = priceRole(text, money);
-        // Bare numbers are prices only where the line marks them as such.
-        const bool trailing = text.mid(money.span.to).trimmed().isEmpty();
-        const bool isPrice = !money.currency.isEmpty() || money.dash ||
-                             (priced.role == PriceRole::perUnit && !priced.times) ||
-                             (context.documentCurrency && money.decimals && trailing);
-        if (isPrice)
-            prices.append(priced);
-    }
+    const QList<PricedMoney> prices = pricesIn(text, context.documentCurrency);
     QList<Money> priceMoney;
     for (const PricedMoney& price : prices)
         priceMoney.append(price.money);
@@ -396,6 +407,7 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
     if (quantity) {
         draft.item.quantity = quantity->value;
         draft.item.unit = quantity->unit;
+        draft.times = quantity->times;
         used.append(quantity->span);
     }
     for (const PricedMoney& price : prices) {

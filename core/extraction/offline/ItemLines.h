@@ -24,6 +24,7 @@ struct ItemDraft
     bool net = false;
     int line = -1;
     QStringList currencies;
+    bool times = false; // the quantity was written "2 x"
 };
 
 struct Totals
@@ -47,6 +48,7 @@ struct Quantity
     double value = 0;
     std::optional<ExtractedUnit> unit;
     Span span;
+    bool times = false; // "2 x …": the price that follows is for each one
 };
 
 // The quantity of a line; beside a price per unit, any number of things ("3.000 Wörter") is one.
@@ -97,6 +99,13 @@ void noteTotals(const QString& line, const Vat& vat, const QList<Span>& dates, I
 // quantity is one or not given. A lone price beside a quantity could be either; it is kept
 // aside until the text's sum tells.
 void settlePrice(ItemDraft& draft, const QList<PricedMoney>& prices);
+
+// What a line holds besides prices and quantities: tax notes, dates, percentages, times of day.
+QList<Span> notPrices(const QString& line, const Vat& vat, const QList<Span>& dates);
+
+// The prices of a line with what their words say of them; a bare number only where the line
+// marks it as a price, or at its end in a text that writes a currency elsewhere.
+QList<PricedMoney> pricesIn(const QString& text, bool documentCurrency);
 
 // Reads one line as an item; what it says about the tax is left in vatSeen for the caller.
 std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, ItemContext& context,

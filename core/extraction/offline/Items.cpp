@@ -1,5 +1,7 @@
 #include "extraction/offline/Items.h"
 
+#include "extraction/offline/Sentences.h"
+
 #include "extraction/offline/Text.h"
 
 #include <QDate>
@@ -336,6 +338,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         uR"(^(?:Von|From|An|To|Cc|Bcc|Gesendet|Sent|Datum|Date|Betreff|Subject|Re|AW|WG|Fwd?)\s*:)"_s,
         anyCase);
 
+    const bool billing = asksForBilling(lines);
     auto accept = [&](const ItemDraft& draft) {
         drafts.append(draft);
         context.itemCurrencies.append(draft.currencies);
@@ -367,7 +370,19 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             continue;
         }
         std::optional<Vat> seen;
-        if (auto draft = itemFromLine(lines[i], i, context, &seen)) {
+        const std::optional<ItemDraft> draft = itemFromLine(lines[i], i, context, &seen);
+        // A line the line reader cannot take, or one with several prices, may be a sentence that
+        // names its items ("3 Tage Workshop zu 800 € und die Fahrtkosten pauschal mit 180 €").
+        const bool runOn = draft && draft->item.description && draft->item.description->contains(u": "_s);
+        if (!draft || runOn || pricesIn(plain, documentCurrency).size() >= 2) {
+            const QList<ItemDraft> spoken = itemsFromSentences(lines[i], i, context, billing);
+            if (!spoken.isEmpty() && (!draft || runOn || spoken.size() >= 2)) {
+                for (const ItemDraft& item : spoken)
+                    accept(item);
+                continue;
+            }
+        }
+        if (draft) {
             accept(*draft);
             continue;
         }

@@ -49,9 +49,13 @@ QList<TextLine> prepareLines(const QString& input)
         if (raw.startsWith(u'>'))
             continue;
         const QString plain = raw.simplified();
+        // A marker above everything else heads a message pasted whole, not a quoted one.
         if ((plain.startsWith(u"Am "_s) || plain.startsWith(u"On "_s) || plain.startsWith(u'-')) &&
-            replyMarker.match(plain).hasMatch())
-            break;
+            replyMarker.match(plain).hasMatch()) {
+            if (content)
+                break;
+            continue;
+        }
         if (forwardMarker.match(plain).hasMatch()) {
             content = false;
             continue;
@@ -67,6 +71,32 @@ QList<TextLine> prepareLines(const QString& input)
         if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch()))
             content = true;
         lines.append({raw, plain, datesIn(plain)});
+    }
+    return lines;
+}
+
+QList<TextLine> quotedLines(const QString& input)
+{
+    const QList<TextLine> own = prepareLines(input);
+    QList<TextLine> lines;
+    qsizetype seen = 0; // the writer's own lines passed so far
+    for (const QString& rawLine : QString(input).replace(u'\r', u'\n').split(u'\n')) {
+        QString raw = rawLine.trimmed();
+        if (raw.startsWith(u'>')) {
+            while (raw.startsWith(u'>'))
+                raw = raw.mid(1).trimmed();
+            const QString plain = raw.simplified();
+            lines.append({raw, plain, datesIn(plain)});
+            continue;
+        }
+        if (seen < own.size() && raw.simplified() == own[seen].plain) {
+            ++seen;
+            continue;
+        }
+        if (seen >= own.size() && !own.isEmpty()) {
+            const QString plain = raw.simplified();
+            lines.append({raw, plain, datesIn(plain)});
+        }
     }
     return lines;
 }

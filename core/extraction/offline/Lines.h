@@ -20,4 +20,9 @@ struct TextLine
 // so the text ends there.
 QList<TextLine> prepareLines(const QString& input);
 
+// What the text quotes from earlier messages: the lines marked ">" and everything below the line
+// that heads a quoted reply. Read only when the writer's own words bill nothing ("Passt, bitte
+// so abrechnen." above the offer it agrees to).
+QList<TextLine> quotedLines(const QString& input);
+
 } // namespace OfflineExtraction

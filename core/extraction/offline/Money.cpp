@@ -57,11 +57,15 @@ const QSet<QString>& isoCurrencies()
 QString currencyCode(const QString& token)
 {
     static const QHash<QString, QString> symbols = {
-        {u"€"_s, u"EUR"_s},   {u"eur"_s, u"EUR"_s},  {u"euro"_s, u"EUR"_s},    {u"$"_s, u"USD"_s},
-        {u"us$"_s, u"USD"_s}, {u"usd"_s, u"USD"_s},  {u"ca$"_s, u"CAD"_s},     {u"c$"_s, u"CAD"_s},
-        {u"au$"_s, u"AUD"_s}, {u"a$"_s, u"AUD"_s},   {u"nz$"_s, u"NZD"_s},     {u"hk$"_s, u"HKD"_s},
-        {u"s$"_s, u"SGD"_s},  {u"£"_s, u"GBP"_s},    {u"gbp"_s, u"GBP"_s},     {u"chf"_s, u"CHF"_s},
-        {u"fr."_s, u"CHF"_s}, {u"sfr."_s, u"CHF"_s}, {u"franken"_s, u"CHF"_s},
+        {u"€"_s, u"EUR"_s},       {u"eur"_s, u"EUR"_s},     {u"euro"_s, u"EUR"_s},
+        {u"$"_s, u"USD"_s},       {u"us$"_s, u"USD"_s},     {u"usd"_s, u"USD"_s},
+        {u"ca$"_s, u"CAD"_s},     {u"c$"_s, u"CAD"_s},      {u"au$"_s, u"AUD"_s},
+        {u"a$"_s, u"AUD"_s},      {u"nz$"_s, u"NZD"_s},     {u"hk$"_s, u"HKD"_s},
+        {u"s$"_s, u"SGD"_s},      {u"£"_s, u"GBP"_s},       {u"gbp"_s, u"GBP"_s},
+        {u"chf"_s, u"CHF"_s},     {u"fr."_s, u"CHF"_s},     {u"sfr."_s, u"CHF"_s},
+        {u"franken"_s, u"CHF"_s}, {u"francs"_s, u"CHF"_s},  {u"franc"_s, u"CHF"_s},
+        {u"pound"_s, u"GBP"_s},   {u"pounds"_s, u"GBP"_s},  {u"pfund"_s, u"GBP"_s},
+        {u"dollar"_s, u"USD"_s},  {u"dollars"_s, u"USD"_s}, {u"us-dollar"_s, u"USD"_s},
     };
     const QString trimmed = token.trimmed();
     if (const auto found = symbols.constFind(trimmed.toLower()); found != symbols.constEnd())
@@ -78,9 +82,10 @@ const Re& moneyPattern()
     static const Re pattern(
         uR"((?<![\w.,'’/+-])(?:(?<pre>US\$|CA\$|C\$|AU\$|A\$|NZ\$|HK\$|S\$|\$|€|£|EUR|USD|GBP|CHF|)"
         uR"(SFr\.|Fr\.|[A-Z]{3})\s?)?)"
-        uR"((?<num>\d{1,3}(?:[.,'’]\d{3})+(?:[.,]\d{1,2})?|)"
+        uR"((?<num>\d{1,3}(?:[.,'’]\d{3})+(?:[.,]\d{1,2})?|\d{1,3}(?: \d{3})+[.,]\d{2}(?=\s?(?:€|EUR|CHF|Fr\.))|)"
         uR"(\d+(?:[.,]\d{1,2})?)(?![\d%])(?<dash>[.,]\s?[-–—]{1,2})?)"
         uR"((?:\s?(?<post>€|EUR\b|Euro\b|EURO\b|USD\b|US\$|\$|£|GBP\b|CHF\b|SFr\.|Fr\.|Franken\b|)"
+        uR"(pounds?\b|Pfund\b|dollars?\b|Dollar\b|US-Dollar\b|francs?\b|)"
         uR"([A-Z]{3}\b))?)"_s,
         sameCase);
     return pattern;

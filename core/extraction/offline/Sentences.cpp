@@ -1,0 +1,350 @@
+#include "extraction/offline/Sentences.h"
+
+#include "extraction/offline/Text.h"
+
+#include <QHash>
+#include <QRegularExpression>
+#include <QSet>
+
+#include <algorithm>
+
+using namespace Qt::Literals::StringLiterals;
+
+namespace OfflineExtraction {
+
+namespace {
+
+QSet<QString> wordSet(const QString& words)
+{
+    QSet<QString> set;
+    for (const QString& word : words.split(u' ', Qt::SkipEmptyParts))
+        set.insert(word);
+    return set;
+}
+
+bool isAbbreviation(const QString& word)
+{
+    static const QSet<QString> words = wordSet(
+        u"std stk stck fr sfr nr no ca bzw inkl zzgl exkl excl incl hr hrn dr mr mrs ms st pkt tel usw "
+        u"evtl ggf vs etc pos abs mio tsd min max co ltd inc corp jr sr prof dipl ing mag"_s);
+    return words.contains(word.toLower());
+}
+
+// Words that end the name of a piece of work when read from its start, or begin it when read
+// back from its price: pronouns, verbs and the words that place it in time.
+bool endsPhrase(const QString& token)
+{
+    static const QSet<QString> words = wordSet(
+        u"bei uns vom bis am im on from between last this next we you i it they he she that which "
+        u"wie wo when where dazu kommen kommt kommen noch also hier sowie plus and und sind ist waren "
+        u"war is are was were sie ihr du wir mir dir ihnen euch us me him her them dann then bitte "
+        u"please thanks danke verrechne verrechnen verrechnet abrechnen abgerechnet berechnen invoice "
+        u"bill charge schicken senden send stellen stellt rechnest rechnen rechnet geleistet gearbeitet "
+        u"worked spent gesetzt eingearbeitet discussed agreed vereinbart besprochen insgesamt total "
+        u"im letzten laut gemäß per our your unser unsere unseren euer eure hat haben habe had has have "
+        u"will wird werden would could can kann kannst können möchten möchte ersuchen ersuche um "
+        u"freigeben beauftragen beauftragt ok okay passt"_s);
+    QString word = token.toLower();
+    while (!word.isEmpty() && !word.back().isLetterOrNumber())
+        word.chop(1);
+    return words.contains(word) || isProse(word);
+}
+
+const Re& leadingConnector()
+{
+    static const Re pattern(
+        uR"(^(?:(?:of|for|für|fuer|on|an|am|mit|with|über|ueber|zur|zum|as|als|für\s+je)\s+)?)"
+        uR"((?:(?:die|den|das|dem|der|des|the|a|an|unsere[nmrs]?|our|your|ihre[nmrs]?|eure[nmrs]?|)"
+        uR"(deine[nmrs]?|meine[nmrs]?|my|weitere[nmrs]?|further)\s+)?)"_s,
+        anyCase);
+    return pattern;
+}
+
+const Re& trailingConnector()
+{
+    static const Re pattern(
+        uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
+        uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
+        uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
+        uR"(further|additional|another))+$)"_s,
+        anyCase);
+    return pattern;
+}
+
+QString trimmedPhrase(QString text)
+{
+    static const Re edges(uR"(^[\s,;:.!?\-–—=/@*+]+|[\s,;:.!?\-–—=/@*+]+$)"_s, sameCase);
+    for (int round = 0; round < 4; ++round) {
+        const QString before = text;
+        text = text.simplified();
+        text.replace(edges, QString());
+        text.replace(trailingConnector(), QString());
+        if (const Match m = leadingConnector().match(text); m.hasMatch())
+            text = text.mid(m.capturedLength());
+        if (text == before)
+            break;
+    }
+    if (text.count(u'(') != text.count(u')'))
+        text.remove(u'(').remove(u')');
+    return text.simplified();
+}
+
+// The name of the work from its first word on, up to where the sentence goes on about something
+// else ("Vertriebsschulung bei uns" → "Vertriebsschulung").
+QString phraseFromStart(const QString& text)
+{
+    QString phrase = trimmedPhrase(text);
+    const qsizetype comma = phrase.indexOf(u',');
+    if (comma >= 0)
+        phrase.truncate(comma);
+    QStringList kept;
+    for (const QString& token : phrase.split(u' ', Qt::SkipEmptyParts)) {
+        if (endsPhrase(token))
+            break;
+        kept.append(token);
+    }
+    return trimmedPhrase(kept.join(u' '));
+}
+
+// The name of the work read back from its price: "dazu kommen die Fahrtkosten" → "Fahrtkosten".
+QString phraseToEnd(const QString& text)
+{
+    QString phrase = trimmedPhrase(text);
+    const qsizetype stop =
+        std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    if (stop >= 0)
+        phrase = phrase.mid(stop + 1);
+    QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
+    qsizetype first = tokens.size();
+    int depth = 0; // words in parentheses belong to the name: "Material (Switch und Kabel)"
+    while (first > 0) {
+        const QString& token = tokens[first - 1];
+        depth += int(token.count(u')')) - int(token.count(u'('));
+        if (depth <= 0 && endsPhrase(token))
+            break;
+        --first;
+    }
+    tokens = tokens.mid(first);
+    return trimmedPhrase(tokens.join(u' '));
+}
+
+bool usable(const QString& description)
+{
+    const qsizetype words = description.split(u' ', Qt::SkipEmptyParts).size();
+    return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(description) &&
+           !isLabelOnlyDescription(description);
+}
+
+// "three social media crops at £45 each": a count in words, only beside a price for each one.
+std::optional<double> countInWords(QString& description)
+{
+    static const QHash<QString, double> numbers = {
+        {u"one"_s, 1},     {u"two"_s, 2},    {u"three"_s, 3}, {u"four"_s, 4}, {u"five"_s, 5},
+        {u"six"_s, 6},     {u"seven"_s, 7},  {u"eight"_s, 8}, {u"nine"_s, 9}, {u"ten"_s, 10},
+        {u"twelve"_s, 12}, {u"zwei"_s, 2},   {u"drei"_s, 3},  {u"vier"_s, 4}, {u"fünf"_s, 5},
+        {u"sechs"_s, 6},   {u"sieben"_s, 7}, {u"acht"_s, 8},  {u"neun"_s, 9}, {u"zehn"_s, 10},
+        {u"zwölf"_s, 12},
+    };
+    const qsizetype space = description.indexOf(u' ');
+    if (space < 0)
+        return std::nullopt;
+    const auto found = numbers.constFind(description.left(space).toLower());
+    if (found == numbers.constEnd())
+        return std::nullopt;
+    description = description.mid(space + 1);
+    return *found;
+}
+
+struct ClauseText
+{
+    QString text; // masked, positions as in the line from its start
+    qsizetype from = 0;
+};
+
+// Where the clause of one price ends and the next begins: at "und", "and", "plus", "sowie", a
+// "+" or a comma between the two prices, outside parentheses.
+qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsizetype* next)
+{
+    static const Re conjunction(
+        uR"((?:,\s*|\s+)(?:und|and|plus|sowie|dazu|zusätzlich|außerdem|as\s+well\s+as|&)\s+|\s+\+\s+|;\s*)"_s,
+        anyCase);
+    static const Re comma(uR"(,\s+)"_s, sameCase);
+    for (const Re* pattern : {&conjunction, &comma}) {
+        auto it = pattern->globalMatch(text.left(to), from);
+        while (it.hasNext()) {
+            const Match m = it.next();
+            const QString before = text.left(m.capturedStart());
+            if (before.count(u'(') > before.count(u')'))
+                continue;
+            *next = m.capturedEnd();
+            return m.capturedStart();
+        }
+    }
+    *next = from;
+    return from;
+}
+
+std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& lead, int lineIndex,
+                                        const ItemContext& context, bool billing)
+{
+    static const Re elsewhere(
+        uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
+        uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
+        uR"(überwiesen|bezahlt|paid|refund|Erstattung)\b)"_s,
+        anyCase);
+    if (elsewhere.match(clause).hasMatch())
+        return std::nullopt;
+    const QList<PricedMoney> prices = pricesIn(clause, context.documentCurrency);
+    if (prices.size() != 1)
+        return std::nullopt;
+    const PricedMoney& price = prices.first();
+    if (price.money.currency.isEmpty() && price.role != PriceRole::perUnit && !price.money.dash)
+        return std::nullopt;
+    if (clause.left(price.money.span.from).trimmed().endsWith(u'-'))
+        return std::nullopt;
+    const std::optional<Quantity> quantity =
+        quantityIn(clause, {price.money}, price.role == PriceRole::perUnit);
+
+    ItemDraft draft;
+    draft.line = lineIndex;
+    if (!price.money.currency.isEmpty())
+        draft.currencies.append(price.money.currency);
+    if (quantity) {
+        draft.item.quantity = quantity->value;
+        draft.item.unit = quantity->unit;
+    }
+    if (!draft.item.unit && price.unit)
+        draft.item.unit = price.unit;
+
+    // What was done: between the quantity and the price ("4 days of consulting at"), after the
+    // price ("$2,000 for the prototype"), or before both ("the illustration … is £750").
+    static const Re forPhrase(uR"(^\s*(?:netto\s+|net\s+)?(?:for|für)\s+)"_s, anyCase);
+    static const Re forInside(uR"((?:^|\s)(?:for|für)\s+(?=\S))"_s, anyCase);
+    const Span priceSpan = price.span;
+    QString description;
+    if (quantity && quantity->span.to <= priceSpan.from)
+        description = phraseFromStart(clause.mid(quantity->span.to, priceSpan.from - quantity->span.to));
+    if (description.isEmpty()) {
+        const QString after = clause.mid(priceSpan.to);
+        if (const Match m = forPhrase.match(after); m.hasMatch())
+            description = phraseFromStart(after.mid(m.capturedEnd()));
+        else if (const Match later = forInside.match(after); later.hasMatch())
+            description = phraseFromStart(after.mid(later.capturedEnd()));
+    }
+    const qsizetype head = quantity ? std::min(quantity->span.from, priceSpan.from) : priceSpan.from;
+    if (description.isEmpty())
+        description = phraseToEnd(clause.left(head));
+    if (description.isEmpty()) {
+        // "für die Vertretung in der Praxis vom … bis … rechnest du bitte 10 Tage à 380 €"
+        const QString before = clause.left(head);
+        if (const Match m = forInside.match(before); m.hasMatch())
+            description = phraseFromStart(before.mid(m.capturedEnd()));
+    }
+    if (description.isEmpty() && !lead.isEmpty())
+        description = phraseToEnd(lead);
+    static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
+                            uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
+                            anyCase);
+    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
+        lumpSum.match(clause).hasMatch())
+        draft.item.unit = ExtractedUnit::lumpSum;
+    if (!quantity && price.role == PriceRole::perUnit)
+        if (const auto count = countInWords(description))
+            draft.item.quantity = count;
+    if (!description.isEmpty() && usable(description))
+        draft.item.description = description;
+    if (!draft.item.description && !draft.item.quantity)
+        return std::nullopt;
+    // Where nothing asks for an invoice, only work measured in time at a rate reads as an item
+    // ("3 Stunden Beratung à 110 €"), not a price said in passing.
+    const bool timed = draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
+                       draft.item.unit == ExtractedUnit::week;
+    if (!billing && !(quantity && timed && price.role == PriceRole::perUnit))
+        return std::nullopt;
+    settlePrice(draft, prices);
+    return draft;
+}
+
+} // namespace
+
+bool asksForBilling(const QList<TextLine>& lines)
+{
+    static const Re pattern(
+        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge|\bPO\b|Positionen|Posten|)"
+        uR"(beauftrag|Auftrag|Bestell|\border|agreed|vereinbart|Angebot|Offerte|\bquote|\brechne|)"
+        uR"(discussed|besprochen)"_s,
+        anyCase);
+    return std::any_of(lines.cbegin(), lines.cend(),
+                       [](const TextLine& line) { return pattern.match(line.plain).hasMatch(); });
+}
+
+QList<Span> sentencesOf(const QString& text)
+{
+    QList<Span> spans;
+    qsizetype start = 0;
+    for (qsizetype i = 0; i + 1 < text.size(); ++i) {
+        const QChar c = text[i];
+        if ((c != u'.' && c != u'!' && c != u'?' && c != u';' && c != u':') || !text[i + 1].isSpace())
+            continue;
+        if (c == u'.') {
+            qsizetype w = i;
+            while (w > start && text[w - 1].isLetter())
+                --w;
+            const QString word = text.mid(w, i - w);
+            if (word.isEmpty() ? (i > 0 && text[i - 1].isDigit()) : (word.size() < 2 || isAbbreviation(word)))
+                continue;
+        }
+        spans.append({start, i});
+        start = i + 1;
+    }
+    spans.append({start, text.size()});
+    return spans;
+}
+
+QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const ItemContext& context,
+                                    bool billing)
+{
+    const QString line = withoutBullet(source.plain);
+    if (line.size() > 600 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }) ||
+        isNoiseLine(line) || isDiscountLine(line) || totalLinePattern().match(line).hasMatch())
+        return {};
+    const QList<Span> dates = dateSpans(source.dates, source.plain.size() - line.size());
+    const Vat vat = vatIn(line);
+    const QString text = masked(line, notPrices(line, vat, dates));
+
+    QList<ItemDraft> drafts;
+    QString lead; // a sentence that ends in a colon names what the next one prices
+    for (const Span& sentence : sentencesOf(text)) {
+        const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+        const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+        if (prices.isEmpty()) {
+            lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
+            continue;
+        }
+        qsizetype from = 0;
+        for (qsizetype k = 0; k < prices.size(); ++k) {
+            qsizetype next = part.size();
+            qsizetype to = part.size();
+            if (k + 1 < prices.size())
+                to = boundaryBetween(part, prices[k].span.to, prices[k + 1].money.span.from, &next);
+            if (to <= from) {
+                from = next;
+                continue;
+            }
+            const QString clause = part.mid(from, to - from);
+            if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing))
+                drafts.append(*draft);
+            from = next;
+        }
+        lead.clear();
+    }
+    for (ItemDraft& draft : drafts) {
+        if (vat.rate)
+            draft.item.vatPercentage = vat.rate;
+        draft.gross = vat.gross && !vat.net;
+        draft.net = vat.net;
+    }
+    return drafts;
+}
+
+} // namespace OfflineExtraction

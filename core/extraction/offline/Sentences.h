@@ -1,0 +1,27 @@
+#pragma once
+
+// Items written in sentences rather than in lines of their own: "4 days of consulting at $1,200
+// per day, plus 6 hours of follow-up calls at $150 per hour", "EUR 3.200,00 für die Erstellung des
+// Imagefilms sowie EUR 450,00 für die Musiklizenz", "dazu die Fahrtkosten, pauschal 180 Euro".
+
+#include "extraction/offline/ItemLines.h"
+
+#include <QList>
+
+namespace OfflineExtraction {
+
+// Whether the text asks for something to be billed. Prices in sentences count only then: a chat
+// about what the hotel cost a night bills nothing.
+bool asksForBilling(const QList<TextLine>& lines);
+
+// The sentences of a line, split where one ends (".", "!", "?", ";", ":" before a space), not
+// after abbreviations ("Std.", "Fr.") or ordinals ("2. OG").
+QList<Span> sentencesOf(const QString& text);
+
+// The items of a line read clause by clause: each clause holds one price, and the words around it
+// tell the quantity and what was done. The sentence before a colon may name the work. Unless the
+// text asks for billing, only work measured in time at a rate counts.
+QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const ItemContext& context,
+                                    bool billing);
+
+} // namespace OfflineExtraction
