@@ -1,12 +1,15 @@
 // Measures the offline extractor: field-level precision and recall over each test corpus (the
 // first one, the one worked against and the one kept aside), and the time to read a 5 KB paste.
-// Usage: ledra-extract-bench [RUNS] [--differences CORPUS]
-//   --differences prints, text by text, where the extractor's answer differs from the expected one.
+// Usage: ledra-extract-bench [RUNS] [--differences CORPUS] [--text FILE]
+//   --differences prints, text by text, where the extractor's answer differs from the expected one;
+//   --text prints what the extractor reads from one file.
 #include "extraction/OfflineExtractor.h"
 #include "support/ExtractionCorpus.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
 #include <QSet>
 
 #include <algorithm>
@@ -65,6 +68,13 @@ int main(int argc, char* argv[])
     QCoreApplication app(argc, argv);
     int runs = 1000;
     for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--text") == 0 && i + 1 < argc) {
+            QFile file(QString::fromLocal8Bit(argv[++i]));
+            if (!file.open(QIODevice::ReadOnly))
+                return 1;
+            std::printf("%s", QJsonDocument(extracted(QString::fromUtf8(file.readAll()))).toJson().constData());
+            return 0;
+        }
         if (std::strcmp(argv[i], "--differences") == 0 && i + 1 < argc) {
             printDifferences(QString::fromLocal8Bit(argv[++i]));
             return 0;

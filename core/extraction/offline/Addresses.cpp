@@ -222,7 +222,9 @@ bool isStreet(const QString& text)
         uR"(^\p{L}[\p{L}\d.'’\- ]{1,50}?\s\d{1,4}\s?[a-zA-Z]?(?:\s?[-–/+]\s?\d{1,4}\s?[a-zA-Z]?)?$)"_s,
         sameCase);
     static const Re numberFirst(
-        uR"(^\d{1,5}[A-Za-z]?(?:[-–]\d{1,5}[A-Za-z]?)?,?\s+\p{L}[\p{L}.'’\- ]{1,50}$)"_s, sameCase);
+        uR"(^\d{1,5}[A-Za-z]?(?:[-–]\d{1,5}[A-Za-z]?)?,?\s+(?:\p{L}|\d{1,3}(?:st|nd|rd|th)\b))"
+        uR"((?:[\p{L}.'’\- ]|\d{1,3}(?:st|nd|rd|th)\b){1,50}$)"_s,
+        sameCase);
     if (text.size() > 60 || !std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); }))
         return false;
     return (continental.match(text).hasMatch() || numberFirst.match(text).hasMatch()) && !isLineTwo(text);
@@ -339,7 +341,7 @@ bool hasLegalForm(const QString& text)
         uR"(LLP|Inc\.?|Incorporated|Corp\.?|Corporation|PLC|plc|S\.A\.S\.?|S\.A\.|SAS|SA|SARL|)"
         uR"(S\.à\s?r\.l\.|Sàrl|S\.r\.l\.|Srl|S\.p\.A\.|SpA|B\.V\.|BV|N\.V\.|NV|AB|ApS|A/S|AS|ASA|Oy|)"
         uR"(Oyj|Pty\.?\s*Ltd\.?|s\.r\.o\.|sp\.\s*z\s*o\.\s*o\.|Kft\.?|GesmbH|Ges\.m\.b\.H\.|)"
-        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne)(?=$|[\s,.);]))"_s,
+        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne|e\.\s?U\.|OG|KEG|GesbR|PLLC|Co\.(?=$)|LLP)(?=$|[\s,.);]))"_s,
         sameCase);
     return text.size() <= 80 && legalForm.match(text).hasMatch();
 }
@@ -347,7 +349,8 @@ bool hasLegalForm(const QString& text)
 bool soundsLikeBusiness(const QString& text)
 {
     static const Re stems(
-        uR"((?:agentur|kanzlei|architekt|consult|solutions|software|technolog|logistik|logistics|)"
+        uR"((?:agentur|kanzlei|architekt|consult|solutions|software|technolog|logistik|logistics|tischlerei|)"
+        uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
         uR"(genossenschaft|gesellschaft|handlung))"_s,
@@ -393,7 +396,7 @@ bool isClosing(const QString& text)
         uR"(^(?:(?:mit\s+)?(?:freundlichen|freundliche|viele|vielen|beste|besten|liebe|lieben|)"
         uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue)(?:ß|)"
         uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue)(?:ß|ss)(?:e|)"
-        uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
+        uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
         uR"(best\s+wishes|all\s+the\s+best|cheers|thanks|thank\s+you|many\s+thanks|thanks\s+again|)"
         uR"(thanks\s+a\s+lot|thanks\s+so\s+much|sincerely|yours\s+sincerely|yours\s+faithfully|)"
         uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue)(?:ß|ss)e)?|)"
@@ -406,7 +409,7 @@ bool isClosing(const QString& text)
         for (const QString& word :
              u"mit freundlichen freundliche viele vielen beste besten liebe lieben herzliche "
              u"herzlichen schöne schönen sonnige kollegiale kollegialen mfg lg vg bg best kind "
-             u"warm warmest regards all cheers thanks thank many sincerely yours dank danke "
+             u"warm warmest regards all cheers thanks thank thx ta many sincerely yours dank danke "
              u"bien cordialement merci"_s.split(u' '))
             words.insert(word);
         return words;

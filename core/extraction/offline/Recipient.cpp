@@ -26,7 +26,8 @@ const QHash<QString, std::pair<Role, int>>& labels()
         add(Role::recipientBlock, billingLabel,
             u"rechnungsadresse|rechnungsanschrift|rechnungsempfänger|rechnungsempfaenger|rechnung an|"
             u"rechnung bitte an|rechnungen an|billing address|bill to|invoice to|invoice address|"
-            u"billing|rechnungsstellung an"_s);
+            u"billing|rechnungsstellung an|bitte an|bitte rechnung an|für die rechnung|fuer die rechnung|"
+            u"for the invoice|rechnung bitte an folgende adresse"_s);
         add(Role::recipientBlock, customerLabel,
             u"kunde|customer|auftraggeber|auftraggeberin|client|empfänger|recipient|kundenadresse|"
             u"customer address"_s);
@@ -117,7 +118,9 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
     static const Re separator(uR"(\s+[|·•]\s+)"_s, sameCase);
     QList<Entry> entries;
     for (int i = 0; i < int(lines.size()); ++i) {
-        const QString& plain = lines[i].plain;
+        QString plain = lines[i].plain;
+        if (plain.size() > 2 && plain.startsWith(u'(') && plain.endsWith(u')') && plain.count(u'(') == 1)
+            plain = plain.mid(1, plain.size() - 2).trimmed();
         if (plain.isEmpty()) {
             entries.append({{}, Role::none, i});
             continue;
@@ -408,13 +411,32 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             closing = i;
     std::optional<QString> signer;
     std::optional<QString> signerCompany;
-    if (closing >= 0) {
+    // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
+    static const Re signedLine(
+        uR"(^(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|Cheers|Thanks|)"
+        uR"(Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+(.+)$)"_s,
+        anyCase);
+    int signedAt = -1;
+    for (int i = closing + 1; i < entries.size(); ++i)
+        if (entries[i].role == Role::none && !entries[i].text.isEmpty())
+            if (const Match m = signedLine.match(entries[i].text); m.hasMatch())
+                if (const auto name = personName(m.captured(1))) {
+                    signedAt = i;
+                    signer = name;
+                }
+    if (signedAt >= 0) {
+        closing = signedAt;
+    } else if (closing >= 0) {
         int j = closing + 1;
         while (j < entries.size() && entries[j].isBlank())
             ++j;
         bool first = true;
         for (int steps = 0; j < entries.size() && steps < 6 && !entries[j].isBlank(); ++j, ++steps) {
-            const QString& t = entries[j].text;
+            QString t = entries[j].text;
+            // "CTO, Trailhead Apps LLC": the office before the business.
+            if (const qsizetype comma = t.indexOf(u", "_s);
+                comma > 0 && isRoleLine(t.left(comma)) && hasLegalForm(t.mid(comma + 2)))
+                t = t.mid(comma + 2);
             if (first && !hasLegalForm(t))
                 signer = personName(t);
             else if (!signerCompany && hasLegalForm(t))
@@ -440,6 +462,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             setOnce(r.name, *signer);
         if (signerCompany)
             setOnce(r.businessName, *signerCompany);
+    } else if (chosen->score == billingLabel && signer && !signerCompany) {
+        // Whoever asks for the invoice to go to an address without a person speaks for it.
+        setOnce(r.name, *signer);
     }
 
     // The e-mail address: one given for invoices first, then one in the chosen address or the
