@@ -85,7 +85,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         sameCase);
     static const Re reference(
         uR"(\b(?:Ihr(?:e)?\s+Zeichen|Unser(?:e)?\s+Zeichen|Ihre\s+Referenz|Unsere\s+Referenz|)"
-        uR"(Referenz(?:nummer)?|Ref\.|Your\s+ref(?:erence)?\.?|Our\s+ref(?:erence)?\.?|)"
+        uR"(Referenz(?:nummer)?|Ref\.?|Your\s+ref(?:erence)?\.?|Our\s+ref(?:erence)?\.?|)"
         uR"(Reference(?:\s+(?:number|no\.?))?|Vorgangsnummer|Vorgangs-Nr\.?|Kostenstelle|)"
         uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+)|\s+)"_s +
             value + u")"_s,

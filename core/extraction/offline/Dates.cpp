@@ -200,6 +200,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
 {
     static const Re strong(
         uR"(Leistungszeitraum|Leistungsdatum|Leistungserbringung|Leistungstag|Lieferdatum|)"
+        uR"(Leistungsübersicht|Leistungsnachweis|Stundennachweis|Timesheet|)"
         uR"(Lieferzeitraum|Ausführungsdatum|Ausführungszeitraum|Abrechnungszeitraum|Einsatzzeitraum|)"
         uR"(Projektzeitraum|Zeitraum|service\s+(?:period|date)|date\s+of\s+(?:service|supply|)"
         uR"(delivery)|period\s+of\s+(?:service|performance)|performance\s+period|delivery\s+(?:date|)"

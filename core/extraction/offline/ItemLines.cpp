@@ -33,7 +33,8 @@ std::optional<ExtractedUnit> unitFromWord(QString word)
         add(ExtractedUnit::piece,
             u"stück|stk|stck|pcs|pc|piece|pieces|exemplar|exemplare|unit|units|einheit|einheiten|item|items|st"_s);
         add(ExtractedUnit::lumpSum,
-            u"pauschal|pauschale|pauschalpreis|flat|pauschalbetrag|psch|pausch|flat fee|"
+            u"pauschal|pauschale|pauschalen|pauschalpreis|flat|pauschalbetrag|psch|pausch|flat fee|flat "
+            u"fees|lump sums|"
             u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|"
             u"pschl"_s);
         add(std::nullopt, u"monat|monate|monaten|month|months|mon|mt|jahr|jahre|year|years"_s);
@@ -126,7 +127,7 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
         uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
         uR"(wks\.?|wk\.?|Stück|Stck\.?|Stk\.?|pcs\.?|pieces|piece|pc\.?|Exemplare|Monaten|Monate|)"
-        uR"(Monat|months|month|Mon\.)(?![\p{L}])))"_s,
+        uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?)(?![\p{L}])))"_s,
         anyCase);
     static const Re beforeEach(
         uR"((?<![\w.,])(?<q>\d{1,4}(?:[.,]\d{1,2})?)\s*(?=(?:à|á|@|je|each)\s*(?:[\d€$£]|EUR|CHF|)"
@@ -277,7 +278,8 @@ bool isLabelOnlyDescription(const QString& description)
 {
     static const Re pattern(
         uR"(^(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
-        uR"(Fee|Quote|Offer|Total|Summe|Gesamt|Rate|Satz|Stundensatz|Tagessatz)$)"_s,
+        uR"(Fee|Quote|Offer|Total|Summe|Gesamt|Rate|Satz|Stundensatz|Tagessatz|Wochensatz|day\s+rate|)"
+        uR"(daily\s+rate|hourly\s+rate|weekly\s+rate|rate\s+per\s+(?:hour|day)|Stundenlohn|Honorarsatz)$)"_s,
         anyCase);
     return pattern.match(description).hasMatch();
 }

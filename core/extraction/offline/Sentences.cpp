@@ -130,7 +130,13 @@ QString phraseToEnd(const QString& text)
 
 bool usable(const QString& description)
 {
-    const qsizetype words = description.split(u' ', Qt::SkipEmptyParts).size();
+    static const QSet<QString> connectors =
+        wordSet(u"für fuer for of von mit with zu at je à the die der das den dem des a an und and weitere "
+                u"further additional another plus sowie also"_s);
+    const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
+    if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
+        return false;
+    const qsizetype words = tokens.size();
     return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(description) &&
            !isLabelOnlyDescription(description);
 }
@@ -228,7 +234,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         const QString after = clause.mid(priceSpan.to);
         if (const Match m = forPhrase.match(after); m.hasMatch())
             description = phraseFromStart(after.mid(m.capturedEnd()));
-        else if (const Match later = forInside.match(after); later.hasMatch())
+        else if (const Match later = !quantity ? forInside.match(after) : Match(); later.hasMatch())
             description = phraseFromStart(after.mid(later.capturedEnd()));
     }
     const qsizetype head = quantity ? std::min(quantity->span.from, priceSpan.from) : priceSpan.from;
@@ -240,8 +246,19 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         if (const Match m = forInside.match(before); m.hasMatch())
             description = phraseFromStart(before.mid(m.capturedEnd()));
     }
-    if (description.isEmpty() && !lead.isEmpty())
-        description = phraseToEnd(lead);
+    if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
+        description =
+            phraseFromStart(clause.mid(quantity->span.to)); // "1.250 € pro Tag, also 3 Tage Coaching"
+    if (description.isEmpty() && !lead.isEmpty()) {
+        // "Please raise a PO for the CAD drafting: 20 hours at £38 per hour"
+        QString named = lead;
+        Match last;
+        for (auto it = forInside.globalMatch(lead); it.hasNext();)
+            last = it.next();
+        if (last.hasMatch())
+            named = lead.mid(last.capturedEnd());
+        description = phraseToEnd(named);
+    }
     static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
                             uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
                             anyCase);
