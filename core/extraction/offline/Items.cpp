@@ -54,6 +54,16 @@ QList<Cell> cellsOf(const QString& raw)
             cells.append({cell.simplified()});
         return cells;
     }
+    // Rows copied from a spreadsheet saved as CSV: "Service,Hours,Rate", "Position;Menge;Preis".
+    if (!raw.contains(u'\t') && !raw.contains(u"  "_s)) {
+        for (const QChar separator : {u';', u','}) {
+            if (raw.count(separator) < 2 || (separator == u',' && raw.contains(u", "_s)))
+                continue;
+            for (const QString& cell : raw.split(separator))
+                cells.append({cell.simplified()});
+            return cells;
+        }
+    }
     auto it = spaced.globalMatch(raw);
     while (it.hasNext()) {
         const Match m = it.next();
@@ -67,6 +77,35 @@ struct HeaderColumn
     Column kind = Column::ignore;
     qsizetype start = 0;
 };
+
+// A table whose headings and cells are set apart by single spaces, as lines copied out of a PDF
+// come: one word a heading. The cells are found from both ends of a row: the columns before the
+// description take a word each from the left, those after it a word each from the right, and
+// the description keeps what is left between.
+std::optional<QStringList> cellsByWords(const QString& raw, const QList<HeaderColumn>& columns)
+{
+    const QStringList words = raw.simplified().split(u' ', Qt::SkipEmptyParts);
+    qsizetype description = -1;
+    for (qsizetype c = 0; c < columns.size(); ++c)
+        if (columns[c].kind == Column::description)
+            description = c;
+    if (description < 0 || words.size() < columns.size())
+        return std::nullopt;
+    QStringList cells(columns.size());
+    for (qsizetype c = 0; c < description; ++c)
+        cells[c] = words[c];
+    const qsizetype after = columns.size() - description - 1;
+    for (qsizetype c = 0; c < after; ++c) {
+        const QString& word = words[words.size() - after + c];
+        const Column kind = columns[description + 1 + c].kind;
+        const bool numeric = kind != Column::unit && kind != Column::ignore;
+        if (numeric && (word.isEmpty() || !word.front().isDigit()))
+            return std::nullopt;
+        cells[description + 1 + c] = word;
+    }
+    cells[description] = words.mid(description, words.size() - after - description).join(u' ');
+    return cells;
+}
 
 std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* currency)
 {
@@ -87,7 +126,8 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         add(Column::unitPrice,
             u"einzelpreis|ep|e-preis|preis/einheit|preis pro einheit|preis je einheit|stückpreis|stundensatz|"
             u"tagessatz|satz|rate|hourly rate|day rate|unit price|price per unit|unit cost|einzelpreis netto|"
-            u"ep netto|preis/std|€/std|€/h|eur/h|€/tag|preis/stunde|price/unit|price each|each"_s);
+            u"ep netto|preis/std|€/std|€/h|eur/h|€/tag|preis/stunde|price/unit|price each|each|ansatz|"
+            u"stundenansatz|tagesansatz"_s);
         add(Column::price, u"preis|price|kosten|cost|preis netto|price net|netto|net"_s);
         add(Column::total,
             u"gesamt|gesamtpreis|gp|betrag|summe|total|amount|line total|gesamt netto|total net|subtotal|"
@@ -108,7 +148,7 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
     };
     static const Re word(uR"(\S+)"_s, sameCase);
     const QList<Cell> cells = cellsOf(raw);
-    if (cells.size() < 2)
+    if (cells.isEmpty() || (cells.size() < 2 && !cells.first().text.contains(u' ')))
         return std::nullopt;
     QList<HeaderColumn> columns;
     int recognised = 0;
@@ -208,9 +248,16 @@ std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<Heade
         if (cell.isEmpty())
             continue;
         switch (columns[i].kind) {
-        case Column::description:
-            item.description = cell;
+        case Column::description: {
+            // "Labour (hours)": the unit in parentheses after the description
+            static const Re unitNote(uR"(^(.+?)\s*\((\p{L}+)\)$)"_s, sameCase);
+            const Match m = unitNote.match(cell);
+            const auto unit = m.hasMatch() ? unitFromWord(m.captured(2)) : std::nullopt;
+            item.description = unit ? m.captured(1) : cell;
+            if (unit && !item.unit)
+                item.unit = unit;
             break;
+        }
         case Column::quantity:
         case Column::hours:
         case Column::days: {
@@ -348,17 +395,23 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         if (plain.isEmpty() || skipped.contains(i) || mailHeader.match(plain).hasMatch())
             continue;
         QString headerCurrency;
-        const bool columned =
-            lines[i].raw.contains(u'\t') || lines[i].raw.contains(u'|') || lines[i].raw.contains(u"  "_s);
-        if (const auto columns = columned ? tableHeader(lines[i].raw, &headerCurrency) : std::nullopt) {
-            const bool aligned = !lines[i].raw.contains(u'\t') && !lines[i].raw.contains(u'|');
+        const QString& raw = lines[i].raw;
+        const bool columned = raw.contains(u'\t') || raw.contains(u'|') || raw.contains(u"  "_s) ||
+                              raw.count(u';') >= 2 || raw.count(u',') >= 2;
+        const bool byWords = !columned && raw.count(u' ') >= 3;
+        if (const auto columns = columned || byWords ? tableHeader(raw, &headerCurrency) : std::nullopt) {
+            const bool aligned =
+                !raw.contains(u'\t') && !raw.contains(u'|') && !raw.contains(u';') && !raw.contains(u',');
             int j = i + 1;
             for (; j < lines.size(); ++j) {
                 if (lines[j].plain.isEmpty())
                     break;
                 if (separatorRow.match(lines[j].plain).hasMatch())
                     continue;
-                const QStringList cells = rowCells(lines[j].raw, *columns, aligned);
+                const std::optional<QStringList> worded =
+                    byWords ? cellsByWords(lines[j].raw, *columns) : std::nullopt;
+                const QStringList cells =
+                    byWords ? worded.value_or(QStringList()) : rowCells(lines[j].raw, *columns, aligned);
                 if (cells.size() == columns->size()) {
                     if (auto draft = itemFromRow(cells, *columns, j, headerCurrency, context))
                         accept(*draft);
