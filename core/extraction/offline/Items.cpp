@@ -450,6 +450,10 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
     }
 
+    if (drafts.isEmpty() && billing)
+        if (auto draft = itemFromRateAndTime(lines, skipped, context))
+            accept(*draft);
+
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;
     bool complete = !drafts.isEmpty();

@@ -43,7 +43,9 @@ bool endsPhrase(const QString& token)
         u"worked spent gesetzt eingearbeitet discussed agreed vereinbart besprochen insgesamt total "
         u"im letzten laut gemäß per our your unser unsere unseren euer eure hat haben habe had has have "
         u"will wird werden would could can kann kannst können möchten möchte ersuchen ersuche um "
-        u"freigeben beauftragen beauftragt ok okay passt"_s);
+        u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
+        u"august september october november december januar februar märz mai juni juli oktober "
+        u"dezember"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -66,7 +68,7 @@ const Re& trailingConnector()
         uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another))+$)"_s,
+        uR"(further|additional|another|in|im))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -362,6 +364,68 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
         draft.net = vat.net;
     }
     return drafts;
+}
+
+std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                             const ItemContext& context)
+{
+    static const Re rateWord(
+        uR"((?<![\p{L}])(?:(?<hour>Stundensatz|Stundenlohn|Stundenhonorar|hourly\s+rate|)"
+        uR"(rate\s+per\s+hour)|(?<day>Tagessatz|Tageshonorar|day\s+rate|daily\s+rate)|)"
+        uR"((?<week>Wochensatz|weekly\s+rate))(?![\p{L}]))"_s,
+        anyCase);
+    struct Rate
+    {
+        double value;
+        ExtractedUnit unit;
+        QString currency;
+    };
+    QList<Rate> rates;
+    QList<std::pair<Quantity, QString>> times; // with the rest of the sentence after the quantity
+    auto timed = [](std::optional<ExtractedUnit> unit) {
+        return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
+    };
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString& plain = lines[i].plain;
+        if (skipped.contains(i) || plain.isEmpty() || isNoiseLine(plain) ||
+            !std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }))
+            continue;
+        const Vat vat = vatIn(plain);
+        const QString text = masked(plain, notPrices(plain, vat, dateSpans(lines[i].dates)));
+        for (const Span& sentence : sentencesOf(text)) {
+            const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+            const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+            const std::optional<Quantity> quantity = quantityIn(part, {}, false);
+            if (prices.isEmpty()) {
+                if (quantity && timed(quantity->unit))
+                    times.append({*quantity, part.mid(quantity->span.to)});
+                continue;
+            }
+            if (prices.size() != 1 || (quantity && timed(quantity->unit)))
+                continue;
+            std::optional<ExtractedUnit> unit = prices.first().unit;
+            if (const Match m = rateWord.match(part.left(prices.first().money.span.from)); m.hasMatch())
+                unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
+                       : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
+                                                         : ExtractedUnit::week;
+            else if (prices.first().role != PriceRole::perUnit)
+                continue;
+            if (timed(unit))
+                rates.append({prices.first().money.value, *unit, prices.first().money.currency});
+        }
+    }
+    if (rates.size() != 1 || times.size() != 1 || times.first().first.unit != rates.first().unit)
+        return std::nullopt;
+    ItemDraft draft;
+    draft.item.quantity = times.first().first.value;
+    draft.item.unit = rates.first().unit;
+    draft.item.unitPrice = rates.first().value;
+    if (!rates.first().currency.isEmpty())
+        draft.currencies.append(rates.first().currency);
+    const QString description = phraseFromStart(times.first().second);
+    if (!description.isEmpty() && usable(description))
+        draft.item.description = description;
+    return draft;
 }
 
 } // namespace OfflineExtraction

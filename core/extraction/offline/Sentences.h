@@ -7,6 +7,7 @@
 #include "extraction/offline/ItemLines.h"
 
 #include <QList>
+#include <QSet>
 
 namespace OfflineExtraction {
 
@@ -23,5 +24,11 @@ QList<Span> sentencesOf(const QString& text);
 // text asks for billing, only work measured in time at a rate counts.
 QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const ItemContext& context,
                                     bool billing);
+
+// One item from a rate and an amount of time stated apart: "Your day rate of EUR 650 is fine.
+// In total you worked 7 days on the data pipeline." Only when the text holds exactly one of each
+// and their units agree.
+std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                             const ItemContext& context);
 
 } // namespace OfflineExtraction
