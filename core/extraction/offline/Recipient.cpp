@@ -517,6 +517,30 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                         r.name = *name;
     }
 
+    // "Please send the invoice for 1,500 USD to Northwind Traders LLC, attention Kevin Ruiz": a
+    // business named after "to", "an" or "for" in a sentence that asks for the invoice, apart
+    // from the amount before it.
+    if (!r.businessName) {
+        static const Re asks(uR"(invoice|Rechnung|\bbill)"_s, anyCase);
+        static const Re named(
+            uR"((?:^|\s)(?:to|an|for|für)\s+(?:die\s+|der\s+|the\s+)?((?:\p{Lu}[\p{L}\d&.'’\-]*,?\s+){1,5}?)"
+            uR"((?:GmbH|AG|KG|OHG|UG|e\.\s?V\.|LLC|LLP|Ltd\.?|Inc\.?|Co\.|B\.V\.|SARL|SE|PLC|plc))(?=$|[\s,.;:)!?]))"_s,
+            sameCase);
+        static const Re attention(uR"((?:attention|attn\.?|z\.\s?Hd\.?)\s+(.+?)(?=[.,;]|$))"_s, anyCase);
+        for (const Entry& e : entries) {
+            if (e.role != Role::none || !asks.match(e.text).hasMatch())
+                continue;
+            const Match m = named.match(e.text);
+            if (!m.hasMatch())
+                continue;
+            r.businessName = (m.captured(1) + m.captured(2)).trimmed();
+            if (const Match a = attention.match(e.text.mid(m.capturedEnd())); a.hasMatch() && !r.name)
+                if (const auto name = personName(a.captured(1)))
+                    r.name = name;
+            break;
+        }
+    }
+
     if (r == ExtractedRecipient{})
         return std::nullopt;
     return r;
