@@ -154,8 +154,15 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
         documentCurrency = documentCurrency || anyCurrency.match(line.plain).hasMatch();
 
     ItemFinding items = findItems(lines, skipped, documentCurrency);
-    // "Passt, bitte so abrechnen." above the quoted offer: the items are in the quote.
-    if (items.items.isEmpty() && asksForBilling(lines)) {
+    // "Passt, bitte so abrechnen." above the quoted offer: the items are in the quote, though
+    // only a reply that agrees to it takes them from there.
+    static const Re agrees(
+        uR"(\bso\s+(?:abrechnen|berechnen|verrechnen|in\s+Rechnung)|wie\s+(?:angeboten|vorgeschlagen)|)"
+        uR"(\bpasst\b|einverstanden|as\s+(?:quoted|proposed)|sounds\s+good|go\s+ahead\s+as)"_s,
+        anyCase);
+    if (items.items.isEmpty() && std::any_of(lines.cbegin(), lines.cend(), [](const TextLine& line) {
+            return agrees.match(line.plain).hasMatch();
+        })) {
         const ItemFinding quoted = findItems(quotedLines(text), {}, documentCurrency);
         items.items = quoted.items;
         items.itemCurrencies = quoted.itemCurrencies;

@@ -44,7 +44,7 @@ std::optional<double> exactCents(double value)
 bool isProse(const QString& description)
 {
     static const Re wordsOfProse(
-        uR"(\b(?:ich|wir|sie|du|ihr|uns|euch|you|we|i|our|your|unser\w*|bitte|please|können|könnten|)"
+        uR"(\b(?:ich|wir|sie|du|ihr|uns|euch|you|we|i|our|your|unser\w*|dein\w*|euer|eure\w*|bitte|please|können|könnten|)"
         uR"(kannst|würden|würde|would|could|can|haben|habe|hatten|hat|ist|sind|war|waren|wurde|)"
         uR"(wurden|is|are|was|were|have|has|had|will|wird|werden|schicken|senden|send|stellen|)"
         uR"(berechnen|abrechnen|charge|bill|rechnung|invoice|angebot|vereinbart|agreed|wie|as|dass|)"
@@ -52,7 +52,7 @@ bool isProse(const QString& description)
         anyCase);
     static const Re verbs(
         uR"(\b(?:kostet|beträgt|betragen|liegt|liegen|gibt|gab|macht|machen|brauche|braucht|)"
-        uR"(brauchen|bekommen|bekommt|zahlen|zahlt|bezahlt|bezahlen|soll|sollen|sollte|muss|müssen|)"
+        uR"(brauchen|bekommen|bekommt|zahlen|zahlt|bezahlt|bezahlen|soll|sollen|sollte|muss|müssen|bleibt|bleiben|)"
         uR"(möchte|möchten|costs|needs|pay|paid|charged|should|must|want|wants)\b)"_s,
         anyCase);
     // A sentence ends with its full stop; an item at most with an abbreviation's.
