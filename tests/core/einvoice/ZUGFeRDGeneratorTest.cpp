@@ -435,7 +435,7 @@ TEST(ZUGFeRDGenerator, MergesWithAnExistingCatalog)
     EXPECT_TRUE(streamData(catalog.getKey("/Metadata")).contains("XRECHNUNG"));
     EXPECT_EQ(catalog.getKey("/AF").getArrayNItems(), 2) << "notes.txt kept, the stale invoice replaced";
 
-    const auto attachments = PdfAttachments::list(output);
+    const auto attachments = PdfAttachments::list(output, PdfAttachments::Contents::all);
     ASSERT_EQ(attachments.size(), 2);
     EXPECT_EQ(attachments[0].name, u"factur-x.xml"_s);
     EXPECT_EQ(attachments[0].data, xml);
@@ -462,13 +462,13 @@ TEST(ZUGFeRDGenerator, UnreadablePdfGivesNoResult)
 TEST(PdfAttachments, FindsTheInvoiceXmlUnderTheUsualNames)
 {
     using PdfAttachments::Attachment;
-    const QList<Attachment> zugferdOne{{u"logo.png"_s, {}, {}, {}, "png"},
-                                       {u"ZUGFeRD-invoice.xml"_s, {}, {}, {}, "<a/>"}};
+    const QList<Attachment> zugferdOne{{u"logo.png"_s, {}, {}, {}, "png", true, {}},
+                                       {u"ZUGFeRD-invoice.xml"_s, {}, {}, {}, "<a/>", true, {}}};
     EXPECT_EQ(PdfAttachments::invoiceXml(zugferdOne)->data, "<a/>");
-    const QList<Attachment> both{{u"xrechnung.xml"_s, {}, {}, {}, "<x/>"},
-                                 {u"Factur-X.xml"_s, {}, {}, {}, "<f/>"}};
+    const QList<Attachment> both{{u"xrechnung.xml"_s, {}, {}, {}, "<x/>", true, {}},
+                                 {u"Factur-X.xml"_s, {}, {}, {}, "<f/>", true, {}}};
     EXPECT_EQ(PdfAttachments::invoiceXml(both)->data, "<f/>") << "factur-x.xml is preferred";
-    EXPECT_FALSE(PdfAttachments::invoiceXml({{u"notes.txt"_s, {}, {}, {}, "x"}}));
+    EXPECT_FALSE(PdfAttachments::invoiceXml({{u"notes.txt"_s, {}, {}, {}, "x", true, {}}}));
     EXPECT_THROW(PdfAttachments::list("no pdf"), std::exception);
     EXPECT_TRUE(PdfAttachments::list(basePdf()).isEmpty());
 }
