@@ -23,7 +23,7 @@ QByteArray read(const QString& path)
 }
 
 // The median of `runs` checks, in milliseconds.
-double medianMs(const EInvoiceValidator& validator, const QByteArray& xml, int runs, bool* valid)
+double medianMs(const EInvoiceValidator& validator, const QByteArray& xml, int runs, QString* verdict)
 {
     std::vector<double> times;
     for (int i = 0; i < runs; ++i) {
@@ -31,17 +31,21 @@ double medianMs(const EInvoiceValidator& validator, const QByteArray& xml, int r
         t.start();
         const ValidationReport r = validator.validateXml(xml, EInvoiceValidator::Rules::XRechnung);
         times.push_back(double(t.nsecsElapsed()) / 1e6);
-        *valid = r.valid();
+        *verdict = r.valid() ? QStringLiteral("valid") : QStringLiteral("invalid");
+        if (!r.problem.isEmpty())
+            *verdict += QStringLiteral(": ") + r.problem;
+        else if (!r.valid())
+            *verdict += QStringLiteral(": ") + r.failures.front().ruleId;
     }
     std::sort(times.begin(), times.end());
     return times[times.size() / 2];
 }
 
-bool report(const char* what, const QString& file, double ms, double target, bool valid)
+bool report(const char* what, const QString& file, double ms, double target, const QString& verdict)
 {
     const bool ok = ms < target;
     std::printf("%-28s %8.2f ms  (target < %.0f ms) %s  %s, %s\n", what, ms, target, ok ? "ok" : "OVER",
-                qPrintable(QFileInfo(file).fileName()), valid ? "valid" : "invalid");
+                qPrintable(QFileInfo(file).fileName()), qPrintable(verdict));
     return ok;
 }
 
@@ -80,10 +84,11 @@ int main(int argc, char* argv[])
         }
     }
     bool ok = true;
-    bool valid = false;
-    ok &= report("typical invoice", typical, medianMs(validator, read(typical), 50, &valid), 20, valid);
+    QString verdict;
+    ok &= report("typical invoice", typical, medianMs(validator, read(typical), 50, &verdict), 20, verdict);
     if (!largest.isEmpty())
-        ok &= report("largest sample", largest, medianMs(validator, read(largest), 10, &valid), 200, valid);
+        ok &=
+            report("largest sample", largest, medianMs(validator, read(largest), 10, &verdict), 200, verdict);
     else
         std::printf("largest sample: no samples found in %s\n",
                     qPrintable(folders.join(QStringLiteral(", "))));
