@@ -3,6 +3,8 @@
 # the command-line demo), `make test` the whole test suite.
 PRESET_DEMO ?= dev
 PRESET_TEST ?= ci
+# Every benchmark `make bench` builds and runs, in this order.
+BENCHES = ledra-bench ledra-desktop-bench ledra-extract-bench ledra-hostile-bench ledra-validate-bench
 JOBS ?= $(shell nproc)
 
 .PHONY: demo test deps bench asan format clean screenshots readme-screenshots
@@ -43,11 +45,8 @@ test: deps
 
 bench: deps
 	cmake --preset ci
-	cmake --build --preset ci -j $(JOBS) --target ledra-bench ledra-desktop-bench ledra-extract-bench ledra-hostile-bench
-	./build/ci/bench/ledra-bench
-	./build/ci/bench/ledra-desktop-bench
-	./build/ci/bench/ledra-extract-bench
-	./build/ci/bench/ledra-hostile-bench
+	cmake --build --preset ci -j $(JOBS) --target $(BENCHES)
+	for b in $(BENCHES); do ./build/ci/bench/$$b || exit 1; done
 
 asan: deps
 	cmake --preset asan

@@ -33,6 +33,7 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeSearchCommand());
     commands.push_back(makeExtractCommand());
     commands.push_back(makeZugferdCommand());
+    commands.push_back(makeValidateCommand());
     commands.push_back(makeAttachmentsCommand());
     commands.push_back(makeBenchCommand());
     return commands;

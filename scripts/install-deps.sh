@@ -15,6 +15,8 @@ APT_PACKAGES=(
     libgtest-dev libgmock-dev
     # e-invoice tests: schema checks of written XML
     libxml2-utils
+    # e-invoice validation: the CII schema check
+    libxml2-dev
     # documents: HTML layout and PDF printing, PDF reading and writing, the sRGB output intent
     qt6-webengine-dev libqpdf-dev liblcms2-dev
     # the payment QR code (GiroCode) on invoices

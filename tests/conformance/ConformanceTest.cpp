@@ -3,12 +3,14 @@
 // schema, the EN 16931 and XRechnung 3.0 rules, and veraPDF's PDF/A-3B rules. The validators
 // live beside the repository (../shared/validation); without them the tests are skipped.
 
+#include "EInvoiceMutants.h"
 #include "numbering/NumberFormat.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
 #include "support/CliRunner.h"
 #include "support/TestSupport.h"
 #include "util/Files.h"
+#include "validation/EInvoiceValidator.h"
 
 #include <QCryptographicHash>
 #include <QDir>
@@ -24,6 +26,8 @@
 
 #include <functional>
 #include <iostream>
+#include <map>
+#include <set>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -41,6 +45,8 @@ struct Verdict
     QStringList errors;   // failed rules, one line each
     QStringList warnings; // listed, never fatal
     QStringList results;  // one "RESULT FILE ..." line per file
+    // Rule-set reports that could not be read back (the rule set stopped part-way through).
+    int unreadableReports = 0;
 };
 
 // One validator run over many files (one JVM start for all of them); started at once so
@@ -62,6 +68,8 @@ public:
         for (const QString& line : QString::fromUtf8(m_process.readAll()).split(u'\n', Qt::SkipEmptyParts)) {
             if (line.startsWith(u"RESULT "_s))
                 verdict.results.append(line);
+            else if (line.startsWith(u"Traceback"_s))
+                ++verdict.unreadableReports;
             else if (line.contains(u" WARNING "_s))
                 verdict.warnings.append(line);
             else if (line.contains(u" ERROR "_s) || line.startsWith(u"FAIL "_s))
@@ -387,4 +395,122 @@ TEST_F(Conformance, ImportedSamplesAreWrittenAgainAsValidEInvoices)
     const Verdict verdict = validation.verdict();
     EXPECT_TRUE(verdict.errors.isEmpty()) << verdict.errors.join(u'\n').toStdString();
     EXPECT_EQ(verdict.exitCode, 0) << verdict.results.join(u'\n').toStdString();
+}
+
+namespace {
+
+// The rule ids a validate-xml run reports per file. A rule set that stops at a value it cannot
+// cast shows there as a "rules-not-run" line or as no lines at all (its report cut short);
+// those are counted in `stopped` and left out of the ids.
+std::map<QString, std::set<QString>> referenceRuleIds(const Verdict& verdict, int& stopped)
+{
+    stopped += verdict.unreadableReports;
+    std::map<QString, std::set<QString>> ids;
+    for (const QString& line : verdict.results)
+        ids[line.section(u' ', 1, 1)];
+    for (const QString& line : verdict.errors + verdict.warnings) {
+        const QStringList parts = line.split(u' ');
+        if (parts.size() < 3)
+            continue;
+        if (parts[2].endsWith(u"-rules-not-run"_s)) {
+            ++stopped;
+            ids[parts[0]];
+            continue;
+        }
+        ids[parts[0]].insert(parts[2]);
+    }
+    return ids;
+}
+
+} // namespace
+
+// Ledra's own validator gives the official verdicts: on every sample of other producers, every
+// document Ledra writes and several hundred broken variants of them, it reports exactly the set
+// of rules (errors and warnings) that the reference processor reports.
+TEST_F(Conformance, BuiltInValidatorAgreesWithTheOfficialValidator)
+{
+    QStringList originals;
+    for (const QString& folder :
+         {QStringLiteral(LEDRA_EINVOICE_SAMPLES), QStringLiteral(LEDRA_EINVOICE_SAMPLES_UBL)}) {
+        const QDir dir(folder);
+        for (const QString& file : dir.entryList({u"*.xml"_s}, QDir::Files, QDir::Name))
+            originals << dir.filePath(file);
+    }
+    if (originals.isEmpty())
+        GTEST_SKIP() << "no samples beside the repository";
+    const qsizetype sampleCount = originals.size();
+    for (const auto& [number, stem] : writeInvoiceSet()) {
+        const QString xml = outputFolder() + u"/written-"_s + stem + u".xml"_s;
+        const CliResult result = ledra({u"xrechnung"_s, number, u"-o"_s, xml});
+        ASSERT_EQ(result.exitCode, 0) << stem.toStdString() << ": " << result.err.toStdString();
+        originals << xml;
+    }
+
+    // Five broken variants of each document, one kind of damage after another.
+    QStringList mutants;
+    QHash<QString, QString> whatChanged;
+    const QString mutantFolder = outputFolder() + u"/mutants"_s;
+    QDir().mkpath(mutantFolder);
+    for (qsizetype i = 0; i < originals.size(); ++i) {
+        const auto made =
+            EInvoiceMutants::make(Files::read(originals[i]).value_or(QByteArray()), 5, 1000u + unsigned(i));
+        for (size_t k = 0; k < made.size(); ++k) {
+            const QString path =
+                u"%1/%2-%3-%4.xml"_s.arg(mutantFolder, QFileInfo(originals[i]).completeBaseName())
+                    .arg(k)
+                    .arg(made[k].kind);
+            ASSERT_FALSE(Files::writeAtomically(path, made[k].xml));
+            mutants << path;
+            whatChanged.insert(path, made[k].description);
+        }
+    }
+    ASSERT_GE(mutants.size(), 300);
+
+    // The reference takes about a second per file; two runs of at most 400 files side by side.
+    const QStringList all = originals + mutants;
+    const qsizetype half = (all.size() + 1) / 2;
+    Validation first(u"validate-xml"_s, all.mid(0, half));
+    Validation second(u"validate-xml"_s, all.mid(half));
+    int referenceStopped = 0;
+    std::map<QString, std::set<QString>> reference = referenceRuleIds(first.verdict(), referenceStopped);
+    reference.merge(referenceRuleIds(second.verdict(), referenceStopped));
+    ASSERT_EQ(qsizetype(reference.size()), all.size());
+
+    std::set<QString> fired;
+    QStringList disagreements;
+    qsizetype agreeing = 0;
+    int stopped = 0;
+    for (const QString& file : all) {
+        const ValidationReport report =
+            EInvoiceValidator::shared().validateFile(file, EInvoiceValidator::Rules::XRechnung);
+        std::set<QString> ours;
+        for (const ValidationFailure& f : report.failures) {
+            if (f.ruleId.endsWith(u"-NOT-APPLICABLE"_s))
+                ++stopped;
+            else
+                ours.insert(f.ruleId);
+        }
+        const std::set<QString>& theirs = reference[file];
+        fired.insert(theirs.begin(), theirs.end());
+        if (ours == theirs) {
+            ++agreeing;
+            continue;
+        }
+        QStringList missing, extra;
+        for (const QString& id : theirs)
+            if (!ours.count(id))
+                missing << id;
+        for (const QString& id : ours)
+            if (!theirs.count(id))
+                extra << id;
+        disagreements << u"%1 (%2): missing %3, extra %4"_s.arg(file, whatChanged.value(file, u"original"_s),
+                                                                missing.join(u','), extra.join(u','));
+    }
+    std::cout << "validator agreement: " << agreeing << " of " << all.size() << " files (" << sampleCount
+              << " samples, " << originals.size() - sampleCount << " written documents, " << mutants.size()
+              << " mutants); " << fired.size() << " rules fired at least once; " << stopped
+              << " rule-set runs stopped at a value they could not cast\n";
+    EXPECT_TRUE(disagreements.isEmpty()) << disagreements.join(u'\n').toStdString();
+    // Where the reference processor stopped, so did Ledra (and only there).
+    EXPECT_EQ(stopped, referenceStopped);
 }
