@@ -306,3 +306,40 @@ TEST_F(PluginManagerTest, HostileArchivesAreRefusedBeforeAnythingIsWritten)
     }
     EXPECT_TRUE(manager().plugins().isEmpty());
 }
+
+// A plugin that needs the connector, where none is installed: the runs after start leave it out
+// (no script error at every start); the plugin list can say why; asked for by hand, it runs
+// and its error is there to report. Once the connector is there, it runs after start too.
+TEST_F(PluginManagerTest, PluginThatNeedsTheConnectorIsLeftOutOfTheRunsAfterStartUntilItIsThere)
+{
+    const QString scripts = m_home.filePath(u"Scripts"_s);
+    RuntimeLimits limits;
+    limits.connectorFolder = scripts;
+    manager().setRuntimeLimits(limits);
+    installedPlugin(u"Bank"_s, u"Bank"_s,
+                    "exports.updateInvoices = function () { return JSON.parse(ledra.command.run('paid', '')); };",
+                    R"("capabilities":["commands"])");
+    installedPlugin(u"Plain"_s, u"Plain"_s, "exports.updateInvoices = function () { return {}; };");
+    manager().setStores(&invoices(), &profiles());
+    manager().setRunOnOpenDelay(50);
+    QSignalSpy finished(&manager(), &PluginManager::updateFinished);
+    manager().start();
+    ASSERT_TRUE(waitFor([&] { return finished.size() == 1; }));
+    spin(200);
+    ASSERT_EQ(finished.size(), 1);
+    EXPECT_EQ(finished.first().first().toString(), u"Plain");
+    EXPECT_FALSE(manager().runtime(u"Bank"_s)->lastError()) << "the script ran without its connector";
+    const auto missing = manager().missingRequirement(u"Bank"_s);
+    ASSERT_TRUE(missing);
+    EXPECT_TRUE(missing->contains(u"LedraConnector"_s) && missing->contains(scripts)) << missing->toStdString();
+    EXPECT_FALSE(manager().missingRequirement(u"Plain"_s));
+
+    EXPECT_FALSE(manager().runUpdate(u"Bank"_s));
+    ASSERT_TRUE(manager().runtime(u"Bank"_s)->lastError());
+    EXPECT_TRUE(manager().runtime(u"Bank"_s)->lastError()->contains(u"connector"_s));
+
+    writeFile(scripts + u"/LedraConnector"_s, "#!/bin/sh\necho '{}'\n");
+    QFile::setPermissions(scripts + u"/LedraConnector"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    EXPECT_FALSE(manager().missingRequirement(u"Bank"_s));
+    EXPECT_EQ(manager().runUpdate(u"Bank"_s), 0);
+}
