@@ -158,7 +158,8 @@ MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* paren
 
     connect(m_documents, &DocumentActions::status, this, &MainWindow::setStatusText);
     connect(m_documents, &DocumentActions::showField, m_editor, &InvoiceEditor::focusField);
-    connect(m_documents, &DocumentActions::showField, this, [this] { m_detail->showTab(DetailArea::formTab); });
+    connect(m_documents, &DocumentActions::showField, this,
+            [this] { m_detail->showTab(DetailArea::formTab); });
     connect(m_documents, &DocumentActions::imported, this,
             [this](const QList<QUuid>& ids) { reveal(ids.last()); });
 

@@ -17,6 +17,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
+#include <QStyle>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -168,7 +169,8 @@ void PluginsDialog::refresh()
     if (shown && shown->manifest.description)
         about.append(shown->manifest.description->toHtmlEscaped());
     if (const auto missing = shown ? m_plugins.missingRequirement(id) : std::nullopt)
-        about.append(u"<b>%1</b> %2"_s.arg(ui(u"Needs setting up:").toHtmlEscaped(), missing->toHtmlEscaped()));
+        about.append(
+            u"<b>%1</b> %2"_s.arg(ui(u"Needs setting up:").toHtmlEscaped(), missing->toHtmlEscaped()));
     m_description->setText(about.join(u"<br><br>"_s));
     m_description->setVisible(!m_description->text().isEmpty());
     m_uninstall->setEnabled(!id.isEmpty());

@@ -9,6 +9,8 @@
 #include <QTreeView>
 #include <QWidget>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 WindowMemory::WindowMemory(QWidget* window, const QString& key)

@@ -81,8 +81,8 @@ TEST(DocumentCli, PdfLeavesNoProcessBehind)
     QTemporaryDir dir;
     const QString pdf = dir.filePath(QStringLiteral("invoice.pdf"));
     QProcess process;
-    process.start(QStringLiteral("setsid"),
-                  {QStringLiteral(LEDRA_CLI), QStringLiteral("pdf"), sampleInvoicePath(), QStringLiteral("-o"), pdf});
+    process.start(QStringLiteral("setsid"), {QStringLiteral(LEDRA_CLI), QStringLiteral("pdf"),
+                                             sampleInvoicePath(), QStringLiteral("-o"), pdf});
     ASSERT_TRUE(process.waitForStarted());
     // Not a group leader, so setsid runs the command in its own process: its id is the session's.
     const qint64 session = process.processId();

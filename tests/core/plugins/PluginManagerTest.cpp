@@ -316,9 +316,10 @@ TEST_F(PluginManagerTest, PluginThatNeedsTheConnectorIsLeftOutOfTheRunsAfterStar
     RuntimeLimits limits;
     limits.connectorFolder = scripts;
     manager().setRuntimeLimits(limits);
-    installedPlugin(u"Bank"_s, u"Bank"_s,
-                    "exports.updateInvoices = function () { return JSON.parse(ledra.command.run('paid', '')); };",
-                    R"("capabilities":["commands"])");
+    installedPlugin(
+        u"Bank"_s, u"Bank"_s,
+        "exports.updateInvoices = function () { return JSON.parse(ledra.command.run('paid', '')); };",
+        R"("capabilities":["commands"])");
     installedPlugin(u"Plain"_s, u"Plain"_s, "exports.updateInvoices = function () { return {}; };");
     manager().setStores(&invoices(), &profiles());
     manager().setRunOnOpenDelay(50);
@@ -331,7 +332,8 @@ TEST_F(PluginManagerTest, PluginThatNeedsTheConnectorIsLeftOutOfTheRunsAfterStar
     EXPECT_FALSE(manager().runtime(u"Bank"_s)->lastError()) << "the script ran without its connector";
     const auto missing = manager().missingRequirement(u"Bank"_s);
     ASSERT_TRUE(missing);
-    EXPECT_TRUE(missing->contains(u"LedraConnector"_s) && missing->contains(scripts)) << missing->toStdString();
+    EXPECT_TRUE(missing->contains(u"LedraConnector"_s) && missing->contains(scripts))
+        << missing->toStdString();
     EXPECT_FALSE(manager().missingRequirement(u"Plain"_s));
 
     EXPECT_FALSE(manager().runUpdate(u"Bank"_s));
@@ -339,7 +341,8 @@ TEST_F(PluginManagerTest, PluginThatNeedsTheConnectorIsLeftOutOfTheRunsAfterStar
     EXPECT_TRUE(manager().runtime(u"Bank"_s)->lastError()->contains(u"connector"_s));
 
     writeFile(scripts + u"/LedraConnector"_s, "#!/bin/sh\necho '{}'\n");
-    QFile::setPermissions(scripts + u"/LedraConnector"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QFile::setPermissions(scripts + u"/LedraConnector"_s,
+                          QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     EXPECT_FALSE(manager().missingRequirement(u"Bank"_s));
     EXPECT_EQ(manager().runUpdate(u"Bank"_s), 0);
 }
