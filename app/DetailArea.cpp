@@ -105,11 +105,14 @@ void DetailArea::arrange()
         m_form->setVisible(!preview);
         m_preview->setVisible(preview);
     } else {
+        // Coming back from tabs or from hidden, or squeezed by a restored split: the page gets
+        // what it needs to be read, the form the rest.
+        const bool resplit = wasTabbed || m_preview->isHidden() ||
+                             m_splitter->sizes().value(1) < readablePreviewWidth() / 2;
         m_form->show();
         m_preview->show();
-        if (wasTabbed) {
-            // Back from tabs: the page gets what it needs to be read, the form the rest.
-            const int total = m_splitter->width() - m_splitter->handleWidth();
+        if (resplit) {
+            const int total = width() - m_splitter->handleWidth();
             const int previewWidth = std::max(readablePreviewWidth(), total * 2 / 5);
             m_splitter->setSizes({total - previewWidth, previewWidth});
         }

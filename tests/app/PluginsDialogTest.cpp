@@ -108,6 +108,19 @@ TEST_F(PluginsDialogTest, ADroppedArchiveIsInstalledListedSwitchedOffAndUninstal
     EXPECT_TRUE(description->isVisibleTo(dialog));
     EXPECT_TRUE(description->text().startsWith(u"Exports the selected invoices"_s))
         << description->text().toStdString();
+    EXPECT_TRUE(list(dialog)->topLevelItem(0)->icon(0).isNull());
+
+    // One that needs the connector, which is not installed, says so in the list.
+    ASSERT_TRUE(
+        dialog->install(QStringLiteral(LEDRA_SOURCE_DIR) + u"/plugins/examples/Bank Statement.ledraplugin"_s));
+    ASSERT_EQ(list(dialog)->topLevelItemCount(), 2);
+    QTreeWidgetItem* bank = list(dialog)->topLevelItem(0);
+    ASSERT_EQ(bank->text(0), u"Bank Statement");
+    EXPECT_FALSE(bank->icon(0).isNull());
+    EXPECT_TRUE(bank->toolTip(0).contains(u"LedraConnector"_s)) << bank->toolTip(0).toStdString();
+    list(dialog)->setCurrentItem(bank);
+    EXPECT_TRUE(description->text().contains(u"Needs setting up:"_s)) << description->text().toStdString();
+    EXPECT_TRUE(description->text().contains(u"LedraConnector"_s));
 }
 
 TEST_F(PluginsDialogTest, TheUpdateCheckAsksTheForgeAndOffersTheNewVersion)
