@@ -60,6 +60,16 @@ int DetailArea::readablePreviewWidth()
     return int(pageWidth * readableZoom) + pageMargin;
 }
 
+int DetailArea::sideBySideWidth() const
+{
+    return minimumFormWidth() + readablePreviewWidth() + m_splitter->handleWidth();
+}
+
+int DetailArea::previewShare(int total)
+{
+    return std::max(readablePreviewWidth(), total / 2);
+}
+
 void DetailArea::setPreviewShown(bool shown)
 {
     if (shown == m_previewShown)
@@ -93,7 +103,7 @@ void DetailArea::changeEvent(QEvent* event)
 
 void DetailArea::arrange()
 {
-    const bool tabbed = width() < minimumFormWidth() + readablePreviewWidth() + m_splitter->handleWidth();
+    const bool tabbed = width() < sideBySideWidth();
     const bool wasTabbed = m_tabbed;
     m_tabbed = tabbed;
     m_tabs->setVisible(tabbed && m_previewShown);
@@ -107,13 +117,13 @@ void DetailArea::arrange()
     } else {
         // Coming back from tabs or from hidden, or squeezed by a restored split: the page gets
         // what it needs to be read, the form the rest.
-        const bool resplit = wasTabbed || m_preview->isHidden() ||
-                             m_splitter->sizes().value(1) < readablePreviewWidth() / 2;
+        const bool resplit =
+            wasTabbed || m_preview->isHidden() || m_splitter->sizes().value(1) < readablePreviewWidth() / 2;
         m_form->show();
         m_preview->show();
         if (resplit) {
             const int total = width() - m_splitter->handleWidth();
-            const int previewWidth = std::max(readablePreviewWidth(), total * 2 / 5);
+            const int previewWidth = previewShare(total);
             m_splitter->setSizes({total - previewWidth, previewWidth});
         }
     }

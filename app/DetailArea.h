@@ -36,6 +36,10 @@ public:
     // an A4 page at a zoom one can read (55 %). Below their sum the area turns to tabs.
     int minimumFormWidth() const;
     static int readablePreviewWidth();
+    // The width below which the area turns to tabs.
+    int sideBySideWidth() const;
+    // The preview's part of `total` side by side: half, and never less than it needs to be read.
+    static int previewShare(int total);
 
 protected:
     void resizeEvent(QResizeEvent* event) override;

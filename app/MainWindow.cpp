@@ -654,11 +654,15 @@ void MainWindow::distributeWidth(int total)
     const int sidebar = m_sidebar->isVisibleTo(this) ? m_sidebar->sizeHint().width() : 0;
     const int rest = total - sidebar - 2 * m_splitter->handleWidth();
     // The list as wide as its columns need (a third of the room on large screens), the form
-    // and the page the rest; the page at least as wide as it can be read.
-    const int list = std::max(m_list->fittingWidth(), std::min(int(rest * 0.33), 620));
+    // and the page the rest, side by side if the list can give up enough for both.
+    const int fitting = m_list->fittingWidth();
+    int list = std::max(fitting, std::min(int(rest * 0.33), 620));
+    if (rest - list < m_detail->sideBySideWidth())
+        list = std::max(fitting, rest - m_detail->sideBySideWidth());
     const int detail = rest - list;
-    const int preview = std::max(DetailArea::readablePreviewWidth(), int(detail * 0.45));
-    const int editor = std::max(m_detail->minimumFormWidth(), detail - preview);
+    const int preview = DetailArea::previewShare(detail - m_detailSplitter->handleWidth());
+    const int editor =
+        std::max(m_detail->minimumFormWidth(), detail - m_detailSplitter->handleWidth() - preview);
     m_splitter->setSizes({sidebar, list, detail});
     m_detailSplitter->setSizes({editor, std::max(0, detail - editor)});
 }
