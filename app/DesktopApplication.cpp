@@ -267,8 +267,10 @@ int writeScreenshots(const QString& folder, const QList<QSize>& screens)
         if (shot.sample)
             SampleData::populate(workspace);
         MainWindow window(workspace, *settings);
+        // A 1920×1080 screen's free area: filters, list, form and page side by side.
         window.setWindowState(Qt::WindowNoState);
-        window.resize(1440, 900);
+        window.resize(1920, 1010);
+        window.distributeWidth(window.width());
         window.show();
         if (shot.sample) {
             window.searchField()->clear();

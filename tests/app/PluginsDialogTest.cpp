@@ -166,7 +166,8 @@ TEST_F(PluginsDialogTest, PluginWithoutItsConnectorIsLeftOutOfTheRunAfterStart)
     manager.setStores(&workspace().invoices(), &workspace().profiles());
     manager.setRunOnOpenDelay(50);
     QStringList ran;
-    connect(&manager, &PluginManager::updateFinished, [&](const QString& id, int) { ran.append(id); });
+    QObject::connect(&manager, &PluginManager::updateFinished,
+                     [&](const QString& id, int) { ran.append(id); });
     manager.start();
     ASSERT_TRUE(waitFor([&] { return !ran.isEmpty(); }));
     spin(300);
