@@ -4,7 +4,6 @@
 
 #include <QEvent>
 #include <QHeaderView>
-#include <QScreen>
 #include <QSplitter>
 #include <QTreeView>
 #include <QWidget>
@@ -35,11 +34,7 @@ void WindowMemory::restore()
 {
     const auto settings = Workspace::userSettings();
     settings->beginGroup(m_key);
-    if (m_window->restoreGeometry(settings->value(u"geometry"_s).toByteArray()) && m_window->screen()) {
-        const QRect fitted = clampedToScreen(m_window->geometry(), m_window->screen()->availableGeometry());
-        if (fitted != m_window->geometry())
-            m_window->setGeometry(fitted);
-    }
+    m_window->restoreGeometry(settings->value(u"geometry"_s).toByteArray());
     const auto splitters = m_window->findChildren<QSplitter*>();
     for (qsizetype i = 0; i < splitters.size(); ++i)
         splitters[i]->restoreState(settings->value(u"splitter%1"_s.arg(i)).toByteArray());
