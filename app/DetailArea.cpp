@@ -103,7 +103,12 @@ void DetailArea::changeEvent(QEvent* event)
 
 void DetailArea::arrange()
 {
-    const bool tabbed = width() < sideBySideWidth();
+    arrangeFor(width());
+}
+
+void DetailArea::arrangeFor(int width)
+{
+    const bool tabbed = width < sideBySideWidth();
     const bool wasTabbed = m_tabbed;
     m_tabbed = tabbed;
     m_tabs->setVisible(tabbed && m_previewShown);
@@ -122,7 +127,7 @@ void DetailArea::arrange()
         m_form->show();
         m_preview->show();
         if (resplit) {
-            const int total = width() - m_splitter->handleWidth();
+            const int total = width - m_splitter->handleWidth();
             const int previewWidth = previewShare(total);
             m_splitter->setSizes({total - previewWidth, previewWidth});
         }

@@ -32,6 +32,10 @@ public:
     // The tab in front; in the side-by-side arrangement both are visible.
     void showTab(Tab tab);
 
+    // Arranges form and preview for a width the area is about to get, so that the splitter it
+    // sits in can give it that width (side by side, its minimum is that of form and preview).
+    void arrangeFor(int width);
+
     // The narrowest form that still lays out its fields, and the narrowest preview that shows
     // an A4 page at a zoom one can read (55 %). Below their sum the area turns to tabs.
     int minimumFormWidth() const;

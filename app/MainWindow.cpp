@@ -663,6 +663,7 @@ void MainWindow::distributeWidth(int total)
     const int preview = DetailArea::previewShare(detail - m_detailSplitter->handleWidth());
     const int editor =
         std::max(m_detail->minimumFormWidth(), detail - m_detailSplitter->handleWidth() - preview);
+    m_detail->arrangeFor(detail);
     m_splitter->setSizes({sidebar, list, detail});
     m_detailSplitter->setSizes({editor, std::max(0, detail - editor)});
 }
