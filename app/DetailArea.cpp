@@ -132,4 +132,7 @@ void DetailArea::arrangeFor(int width)
             m_splitter->setSizes({total - previewWidth, previewWidth});
         }
     }
+    // The minimum width the window's splitter sees follows at once, not at the next layout pass.
+    layout()->invalidate();
+    layout()->activate();
 }
