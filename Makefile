@@ -7,7 +7,7 @@ PRESET_TEST ?= ci
 BENCHES = ledra-bench ledra-desktop-bench ledra-extract-bench ledra-hostile-bench ledra-validate-bench
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test deps bench asan format clean screenshots readme-screenshots
+.PHONY: demo test deps bench asan format clean screenshots readme-screenshots package
 
 deps:
 	./scripts/install-deps.sh
@@ -19,7 +19,7 @@ demo: deps
 		echo "Opening Ledra on a sample data folder in a temporary place (your own data is not touched)."; \
 		./build/$(PRESET_DEMO)/app/ledra-desktop --demo; \
 	else \
-		./build/$(PRESET_DEMO)/cli/ledra demo; \
+		./build/$(PRESET_DEMO)/cli/ledra demo --output-dir build/demo; \
 		echo; \
 		echo "There is no display here, so the window did not open. On a desktop, start it with:"; \
 		echo "  ./build/$(PRESET_DEMO)/app/ledra-desktop --demo   (sample data)"; \
@@ -29,7 +29,7 @@ demo: deps
 screenshots:
 	cmake --preset ci
 	cmake --build --preset ci -j $(JOBS) --target ledra-desktop
-	QT_QPA_PLATFORM=offscreen ./build/ci/app/ledra-desktop --screenshots build/screenshots
+	QT_QPA_PLATFORM=offscreen ./build/ci/app/ledra-desktop --screenshots build/screenshots --size 1366x768,1600x900,1920x1080
 
 # The README's pictures: three of the screenshots, made smaller (ImageMagick's convert).
 readme-screenshots: screenshots
@@ -37,6 +37,14 @@ readme-screenshots: screenshots
 	for name in main-en-light styling-en viewer-en; do \
 		convert build/screenshots/$$name.png -resize '1100x1100>' -strip -colors 256 PNG8:docs/screenshots/$$name.png; \
 	done
+
+# The Debian package (build/ci/ledra_<version>_<arch>.deb), checked by lintian. The package test
+# of `make test` installs it into a scratch folder when it is there.
+package: deps
+	cmake --preset ci
+	cmake --build --preset ci -j $(JOBS) --target ledra ledra-desktop ledra-search-provider
+	cd build/ci && cpack -G DEB
+	lintian --fail-on error build/ci/ledra_*.deb
 
 test: deps
 	cmake --preset $(PRESET_TEST)

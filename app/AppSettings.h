@@ -25,6 +25,7 @@ inline constexpr char listHeaderKey[] = "mainWindow/listHeader";
 inline constexpr char filterKey[] = "mainWindow/filter";
 inline constexpr char lastInvoiceKey[] = "mainWindow/lastInvoice";
 inline constexpr char previewZoomKey[] = "mainWindow/previewZoom";
+inline constexpr char showPreviewKey[] = "mainWindow/showPreview";
 
 bool invoiceDarkMode(const QSettings& settings);
 bool pluginUpdateChecks(const QSettings& settings);

@@ -3,6 +3,7 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "BackgroundServices.h"
+#include "DetailArea.h"
 #include "EInvoiceViewer.h"
 #include "Icons.h"
 #include "InvoiceListView.h"
@@ -31,6 +32,7 @@
 #include <QLineEdit>
 #include <QLoggingCategory>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QStyle>
 #include <QStyleFactory>
@@ -157,6 +159,44 @@ bool savePicture(QWidget& widget, const QString& path)
     return saved;
 }
 
+// The main window as it opens on a screen of this size, in English and German: the form, and
+// the preview when it has a tab of its own. Returns the number of pictures not written.
+int writeScreenSizeShots(const QString& folder, const QSize& screen, const QPalette& palette)
+{
+    int failures = 0;
+    const QString size = u"%1x%2"_s.arg(screen.width()).arg(screen.height());
+    for (const Language language : {Language::english, Language::german}) {
+        const auto home = useTemporaryHome();
+        QApplication::setPalette(palette);
+        const std::unique_ptr<QSettings> settings = Workspace::userSettings();
+        settings->setValue(AppSettings::interfaceLanguageKey, rawValue(language));
+        DesktopApplication::applyInterfaceLanguage(*settings);
+        Workspace workspace(*settings, ProfileManager::defaultDataFolderPath());
+        SampleData::populate(workspace);
+        MainWindow window(workspace, *settings);
+        // What a maximised window gets of the screen under a desktop's top bar and its own
+        // title bar (the picture shows the window's inside).
+        window.setWindowState(Qt::WindowNoState);
+        window.resize(screen.width(), screen.height() - 70);
+        window.distributeWidth(window.width());
+        window.show();
+        window.searchField()->clear();
+        window.list()->setCurrentIndex(window.list()->model()->index(2, 0));
+        waitForPreview(window);
+        const QString name = u"main-"_s + rawValue(language) + u'-' + size;
+        failures += savePicture(window, QDir(folder).filePath(name + u".png"_s)) ? 0 : 1;
+        if (window.detailArea()->isTabbed()) {
+            window.detailArea()->showTab(DetailArea::previewTab);
+            QDeadlineTimer settle(1200);
+            while (!settle.hasExpired())
+                QApplication::processEvents(QEventLoop::AllEvents, 20);
+            failures += savePicture(window, QDir(folder).filePath(name + u"-preview.png"_s)) ? 0 : 1;
+        }
+        window.close();
+    }
+    return failures;
+}
+
 } // namespace
 
 namespace DesktopApplication {
@@ -183,7 +223,22 @@ void applyInterfaceLanguage(const QSettings& settings)
     }
 }
 
-int writeScreenshots(const QString& folder)
+std::optional<QList<QSize>> parseScreenSizes(const QString& text)
+{
+    QList<QSize> sizes;
+    static const QRegularExpression size(u"^\\s*(\\d{3,5})\\s*[x×]\\s*(\\d{3,5})\\s*$"_s);
+    for (const QString& part : text.split(u',', Qt::SkipEmptyParts)) {
+        const QRegularExpressionMatch match = size.match(part);
+        if (!match.hasMatch())
+            return std::nullopt;
+        sizes.append(QSize(match.captured(1).toInt(), match.captured(2).toInt()));
+    }
+    if (sizes.isEmpty())
+        return std::nullopt;
+    return sizes;
+}
+
+int writeScreenshots(const QString& folder, const QList<QSize>& screens)
 {
     QDir().mkpath(folder);
     QApplication::setStyle(QStyleFactory::create(u"Fusion"_s));
@@ -212,7 +267,10 @@ int writeScreenshots(const QString& folder)
         if (shot.sample)
             SampleData::populate(workspace);
         MainWindow window(workspace, *settings);
-        window.resize(1440, 900);
+        // A 1920×1080 screen's free area: filters, list, form and page side by side.
+        window.setWindowState(Qt::WindowNoState);
+        window.resize(1920, 1010);
+        window.distributeWidth(window.width());
         window.show();
         if (shot.sample) {
             window.searchField()->clear();
@@ -342,6 +400,8 @@ int writeScreenshots(const QString& folder)
         }
         window.close();
     }
+    for (const QSize& screen : screens)
+        failures += writeScreenSizeShots(folder, screen, light);
     return failures == 0 ? 0 : 1;
 }
 
@@ -363,6 +423,10 @@ int run(int argc, char* argv[])
     parser.addOption(
         {u"demo"_s, u"Open a sample data folder in a temporary place (your own data is not touched)."_s});
     parser.addOption({u"screenshots"_s, u"Write pictures of the window into DIR and quit."_s, u"DIR"_s});
+    parser.addOption({u"size"_s,
+                      u"With --screenshots: also picture the window as it opens on screens of these sizes "
+                      u"(for example 1366x768,1920x1080)."_s,
+                      u"WxH,..."_s});
     parser.addOption(
         {u"show"_s,
          u"Open the invoice of a search result (PROFILE-ID/INVOICE-ID, as `ledra search` gives it)."_s,
@@ -372,8 +436,18 @@ int run(int argc, char* argv[])
         u"FILE"_s, u"PDF files or e-invoices to import (or to view, with --viewer)."_s, u"[FILE...]"_s);
     parser.process(app);
 
-    if (parser.isSet(u"screenshots"_s))
-        return writeScreenshots(parser.value(u"screenshots"_s));
+    if (parser.isSet(u"screenshots"_s)) {
+        QList<QSize> screens;
+        if (parser.isSet(u"size"_s)) {
+            const auto sizes = parseScreenSizes(parser.value(u"size"_s));
+            if (!sizes) {
+                std::fprintf(stderr, "ledra-desktop: --size wants sizes like 1366x768,1920x1080\n");
+                return 2;
+            }
+            screens = *sizes;
+        }
+        return writeScreenshots(parser.value(u"screenshots"_s), screens);
+    }
 
     const std::unique_ptr<QSettings> settings = Workspace::userSettings();
     applyInterfaceLanguage(*settings);

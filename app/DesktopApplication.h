@@ -2,7 +2,11 @@
 
 #include "model/Enums.h"
 
+#include <QList>
+#include <QSize>
 #include <QString>
+
+#include <optional>
 
 class QSettings;
 class QTranslator;
@@ -19,7 +23,11 @@ int run(int argc, char* argv[]);
 void applyInterfaceLanguage(const QSettings& settings);
 
 // Writes PNG pictures of the window (sample data in English and German, light and dark, and
-// the first start) into `folder`; for looking at the program without a display.
-int writeScreenshots(const QString& folder);
+// the first start) into `folder`; for looking at the program without a display. For each of
+// `screens` (screen sizes), the window as it opens on that screen, in English and German.
+int writeScreenshots(const QString& folder, const QList<QSize>& screens = {});
+
+// Screen sizes written as "1366x768,1920x1080"; nothing for a malformed text.
+std::optional<QList<QSize>> parseScreenSizes(const QString& text);
 
 } // namespace DesktopApplication

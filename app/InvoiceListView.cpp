@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QPainter>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSortFilterProxyModel>
 #include <QStyledItemDelegate>
 #include <QVBoxLayout>
@@ -95,6 +96,8 @@ InvoiceListView::InvoiceListView(QWidget* parent) : QTreeView(parent)
     setContextMenuPolicy(Qt::ActionsContextMenu);
     setItemDelegateForColumn(InvoiceListModel::statusColumn, new StatusDelegate(this));
     setFrameShape(QFrame::NoFrame);
+    // Only when the user narrows a column: numbers and names keep their start and end.
+    setTextElideMode(Qt::ElideMiddle);
     header()->setStretchLastSection(false);
     header()->setSortIndicatorShown(true);
 
@@ -145,6 +148,53 @@ void InvoiceListView::setModel(QAbstractItemModel* model)
     setColumnWidth(InvoiceListModel::grossColumn, metrics.horizontalAdvance(u"00.000,00 €"_s) + 16);
     setColumnWidth(InvoiceListModel::statusColumn, metrics.horizontalAdvance(u"Überfällig"_s) + 30);
     updateEmptyState();
+}
+
+namespace {
+
+// Rows looked at to size the columns: enough for a typical year, quick with thousands.
+constexpr int measuredRows = 300;
+
+const QList<int> fittedColumns{InvoiceListModel::numberColumn, InvoiceListModel::dateColumn,
+                               InvoiceListModel::grossColumn, InvoiceListModel::statusColumn};
+
+} // namespace
+
+int InvoiceListView::contentWidth(int column) const
+{
+    int width = header()->sectionSizeHint(column);
+    if (!model())
+        return width;
+    const int rows = std::min(model()->rowCount(), measuredRows);
+    for (int row = 0; row < rows; ++row)
+        width = std::max(width, sizeHintForIndex(model()->index(row, column)).width());
+    return width;
+}
+
+int InvoiceListView::fittedWidth(int column) const
+{
+    // Without rows, the widths made for typical texts stay. A little air, so that the widest
+    // text does not touch the next column.
+    if (!model() || model()->rowCount() == 0)
+        return columnWidth(column);
+    return contentWidth(column) + 8;
+}
+
+void InvoiceListView::fitColumns()
+{
+    for (int column : fittedColumns)
+        setColumnWidth(column, fittedWidth(column));
+}
+
+int InvoiceListView::fittingWidth() const
+{
+    int width = 0;
+    for (int column : fittedColumns)
+        width += fittedWidth(column);
+    // The recipient: its longest text up to about 24 characters, longer names are rare.
+    const int typical = fontMetrics().horizontalAdvance(u"Nordlicht Design UG (hb)"_s);
+    width += std::min(contentWidth(InvoiceListModel::recipientColumn) + 8, typical);
+    return width + verticalScrollBar()->sizeHint().width() + 2 * frameWidth() + 4;
 }
 
 QList<QUuid> InvoiceListView::selectedIds() const

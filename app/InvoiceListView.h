@@ -22,6 +22,12 @@ public:
     // Selects and shows one invoice; false when it is not in the (filtered) list.
     bool selectId(const QUuid& id);
 
+    // Number, date, gross and status as wide as their longest text (of the first few hundred
+    // rows) and header; the recipient takes what is left.
+    void fitColumns();
+    // The width at which every column shows its texts whole, the recipient of a typical length.
+    int fittingWidth() const;
+
     // The texts of the empty state: no invoices at all, or none that match.
     void setEmptyTexts(const QString& title, const QString& hint, bool offerNewInvoice);
     // Said over the list while something is dragged onto it; an empty text hides it.
@@ -36,6 +42,8 @@ protected:
 
 private:
     void updateEmptyState();
+    int contentWidth(int column) const;
+    int fittedWidth(int column) const;
 
     QWidget* m_empty = nullptr;
     QLabel* m_emptyTitle = nullptr;

@@ -3,6 +3,7 @@
 #include "AppSettings.h"
 #include "AppText.h"
 #include "BackgroundServices.h"
+#include "DetailArea.h"
 #include "DocumentActions.h"
 #include "EInvoiceViewer.h"
 #include "FilterSidebar.h"
@@ -18,6 +19,7 @@
 #include "RemindersDialog.h"
 #include "StylingDialog.h"
 #include "TextExtractionDialog.h"
+#include "WindowMemory.h"
 #include "exchange/BackupManager.h"
 #include "numbering/NumberFormat.h"
 #include "plugins/PluginError.h"
@@ -156,6 +158,8 @@ MainWindow::MainWindow(Workspace& workspace, QSettings& settings, QWidget* paren
 
     connect(m_documents, &DocumentActions::status, this, &MainWindow::setStatusText);
     connect(m_documents, &DocumentActions::showField, m_editor, &InvoiceEditor::focusField);
+    connect(m_documents, &DocumentActions::showField, this,
+            [this] { m_detail->showTab(DetailArea::formTab); });
     connect(m_documents, &DocumentActions::imported, this,
             [this](const QList<QUuid>& ids) { reveal(ids.last()); });
 
@@ -254,18 +258,14 @@ QWidget* MainWindow::createCentralArea()
     editorLayout->addWidget(m_editor, 1);
 
     m_preview = new PreviewWidget;
-    m_detailSplitter = new QSplitter(Qt::Horizontal);
-    m_detailSplitter->setObjectName(u"detailSplitter"_s);
-    m_detailSplitter->addWidget(editorPane);
-    m_detailSplitter->addWidget(m_preview);
-    m_detailSplitter->setStretchFactor(0, 3);
-    m_detailSplitter->setStretchFactor(1, 2);
+    m_detail = new DetailArea(editorPane, m_preview);
+    m_detailSplitter = m_detail->splitter();
 
     m_splitter = new QSplitter(Qt::Horizontal);
     m_splitter->setObjectName(u"mainSplitter"_s);
     m_splitter->addWidget(m_sidebar);
     m_splitter->addWidget(m_list);
-    m_splitter->addWidget(m_detailSplitter);
+    m_splitter->addWidget(m_detail);
     m_splitter->setStretchFactor(0, 0);
     m_splitter->setStretchFactor(1, 2);
     m_splitter->setStretchFactor(2, 5);
@@ -390,8 +390,12 @@ void MainWindow::createActions()
     connect(sidebar, &QAction::toggled, m_sidebar, &QWidget::setVisible);
     QAction* preview = add(u"showPreview"_s, ui(u"Show Preview"), QKeySequence(u"Ctrl+Shift+P"_s));
     preview->setCheckable(true);
-    preview->setChecked(true);
-    connect(preview, &QAction::toggled, m_preview, &QWidget::setVisible);
+    preview->setChecked(m_settings.value(AppSettings::showPreviewKey, true).toBool());
+    m_detail->setPreviewShown(preview->isChecked());
+    connect(preview, &QAction::toggled, this, [this](bool on) {
+        m_detail->setPreviewShown(on);
+        m_settings.setValue(AppSettings::showPreviewKey, on);
+    });
     QAction* dark = add(u"previewDarkMode"_s, ui(u"Dark Preview in Dark Mode"));
     dark->setCheckable(true);
     dark->setChecked(AppSettings::invoiceDarkMode(m_settings));
@@ -607,15 +611,15 @@ void MainWindow::rebuildProfileMenu()
 
 void MainWindow::restoreState()
 {
-    if (!restoreGeometry(m_settings.value(AppSettings::geometryKey).toByteArray())) {
-        // The first start: most of the screen, since list, form and page all want room.
-        const QRect screen = this->screen() ? this->screen()->availableGeometry() : QRect(0, 0, 1600, 1000);
-        resize(std::max(1280, int(screen.width() * 0.88)), std::max(800, int(screen.height() * 0.88)));
-    }
+    const QRect available = screen() ? screen()->availableGeometry() : QRect(0, 0, 1366, 700);
+    placeOnScreen(available);
     if (!m_splitter->restoreState(m_settings.value(AppSettings::splitterKey).toByteArray()) ||
-        !m_detailSplitter->restoreState(m_settings.value(AppSettings::detailSplitterKey).toByteArray()))
+        !m_detailSplitter->restoreState(m_settings.value(AppSettings::detailSplitterKey).toByteArray())) {
         distributeWidth(width());
-    m_list->header()->restoreState(m_settings.value(AppSettings::listHeaderKey).toByteArray());
+        m_distributeOnShow = true;
+    }
+    if (!m_list->header()->restoreState(m_settings.value(AppSettings::listHeaderKey).toByteArray()))
+        m_list->fitColumns();
     m_sidebar->setCategory(InvoiceCategory(m_settings.value(AppSettings::filterKey, 0).toInt()));
     if (m_settings.contains(AppSettings::previewZoomKey))
         m_preview->setZoom(m_settings.value(AppSettings::previewZoomKey).toDouble());
@@ -627,14 +631,41 @@ void MainWindow::restoreState()
         m_list->setCurrentIndex(m_filter->index(0, 0));
 }
 
+void MainWindow::placeOnScreen(const QRect& available)
+{
+    const QByteArray saved = m_settings.value(AppSettings::geometryKey).toByteArray();
+    if (!saved.isEmpty() && restoreGeometry(saved)) {
+        // Left on a bigger screen, or one that is gone: moved and shrunk into this one.
+        if (!isMaximized() && !isFullScreen()) {
+            const QRect fitted = WindowMemory::clampedToScreen(geometry(), available);
+            if (fitted != geometry())
+                setGeometry(fitted);
+        }
+        return;
+    }
+    const WindowMemory::Placement first = WindowMemory::firstStart(available);
+    setGeometry(first.geometry);
+    if (first.maximized)
+        setWindowState(windowState() | Qt::WindowMaximized);
+}
+
 void MainWindow::distributeWidth(int total)
 {
-    const int sidebar = m_sidebar->sizeHint().width();
-    const int rest = total - sidebar;
-    const int list = std::clamp(int(rest * 0.33), 430, 560);
-    const int editor = std::clamp(int(rest * 0.36), 460, 640);
-    m_splitter->setSizes({sidebar, list, rest - list});
-    m_detailSplitter->setSizes({editor, std::max(240, rest - list - editor)});
+    const int sidebar = m_sidebar->isVisibleTo(this) ? m_sidebar->sizeHint().width() : 0;
+    const int rest = total - sidebar - 2 * m_splitter->handleWidth();
+    // The list as wide as its columns need (a third of the room on large screens), the form
+    // and the page the rest, side by side if the list can give up enough for both.
+    const int fitting = m_list->fittingWidth();
+    int list = std::max(fitting, std::min(int(rest * 0.33), 620));
+    if (rest - list < m_detail->sideBySideWidth())
+        list = std::max(fitting, rest - m_detail->sideBySideWidth());
+    const int detail = rest - list;
+    const int preview = DetailArea::previewShare(detail - m_detailSplitter->handleWidth());
+    const int editor =
+        std::max(m_detail->minimumFormWidth(), detail - m_detailSplitter->handleWidth() - preview);
+    m_detail->arrangeFor(detail);
+    m_splitter->setSizes({sidebar, list, detail});
+    m_detailSplitter->setSizes({editor, std::max(0, detail - editor)});
 }
 
 void MainWindow::storeState()
@@ -1470,6 +1501,12 @@ bool MainWindow::event(QEvent* event)
     // The mail add-on may have asked for an attachment while Ledra was in the background.
     if (event->type() == QEvent::WindowActivate)
         m_services->serveMailRequests();
+    // The first time without remembered panes: shared out for the width the window shows at,
+    // which the window manager or a maximised state may have set after the constructor.
+    if (event->type() == QEvent::Show && m_distributeOnShow) {
+        m_distributeOnShow = false;
+        distributeWidth(width());
+    }
     return QMainWindow::event(event);
 }
 

@@ -13,6 +13,7 @@
 #include <optional>
 
 class BackgroundServices;
+class DetailArea;
 class DocumentActions;
 class EInvoiceViewer;
 class FilterSidebar;
@@ -77,6 +78,7 @@ public:
     InvoiceFilterModel* filterModel() const { return m_filter; }
     FilterSidebar* sidebar() const { return m_sidebar; }
     PreviewWidget* preview() const { return m_preview; }
+    DetailArea* detailArea() const { return m_detail; }
     MessageBar* messages() const { return m_messages; }
     QLineEdit* searchField() const { return m_search; }
     DocumentActions* documents() const { return m_documents; }
@@ -85,6 +87,11 @@ public:
     std::optional<QUuid> openInvoiceId() const;
     // Writes every edit that waits for the saver (on close, before switching invoice or profile).
     void saveNow();
+    // Where the window opens on a screen with this free area: where the user left it (moved
+    // and shrunk into the area), or on the first start as much of it as suits.
+    void placeOnScreen(const QRect& available);
+    // Shares a window width out among filters, list, form and preview.
+    void distributeWidth(int total);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -100,8 +107,6 @@ private:
     void createToolBar();
     QWidget* createCentralArea();
     void restoreState();
-    // Shares a window width out among filters, list, form and preview.
-    void distributeWidth(int total);
     void storeState();
 
     void openInvoice(const std::optional<QUuid>& id);
@@ -157,6 +162,7 @@ private:
     InvoiceListView* m_list = nullptr;
     InvoiceEditor* m_editor = nullptr;
     PreviewWidget* m_preview = nullptr;
+    DetailArea* m_detail = nullptr;
     MessageBar* m_messages = nullptr;
     QLineEdit* m_search = nullptr;
     QComboBox* m_profiles = nullptr;
@@ -167,6 +173,7 @@ private:
     DocumentActions* m_documents = nullptr;
     BackgroundServices* m_services = nullptr;
     bool m_fillingNewInvoice = false;
+    bool m_distributeOnShow = false;
     QUndoGroup* m_undoGroup = nullptr;
     QHash<QUuid, QUndoStack*> m_undoStacks;
     std::unique_ptr<RateLimitedSaver> m_saver;

@@ -17,6 +17,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
+#include <QStyle>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -70,6 +71,7 @@ PluginsDialog::PluginsDialog(PluginManager& plugins, QWidget* parent)
     // What the selected plugin does, in its author's words.
     m_description->setObjectName(u"pluginDescription"_s);
     m_description->setWordWrap(true);
+    m_description->setTextFormat(Qt::RichText);
     m_description->setForegroundRole(QPalette::PlaceholderText);
     m_description->setTextInteractionFlags(Qt::TextSelectableByMouse);
     layout->addWidget(m_description);
@@ -138,7 +140,10 @@ void PluginsDialog::refresh()
         QTreeWidgetItem* item = m_list->topLevelItem(int(i));
         item->setData(nameColumn, Qt::UserRole, plugin.id());
         item->setText(nameColumn, plugin.manifest.name);
-        item->setToolTip(nameColumn, plugin.manifest.description.value_or(QString()));
+        // Said once, here, rather than as a script error at every start.
+        const auto missing = m_plugins.missingRequirement(plugin.id());
+        item->setToolTip(nameColumn, missing ? *missing : plugin.manifest.description.value_or(QString()));
+        item->setIcon(nameColumn, missing ? style()->standardIcon(QStyle::SP_MessageBoxWarning) : QIcon());
         item->setFlags(item->flags() | Qt::ItemIsUserCheckable);
         item->setCheckState(nameColumn, m_plugins.isEnabled(plugin.id()) ? Qt::Checked : Qt::Unchecked);
         item->setText(versionColumn, PluginUpdater::installedVersion(plugin));
@@ -160,7 +165,13 @@ void PluginsDialog::refresh()
 
     const QString id = selectedId();
     const auto shown = m_plugins.plugin(id);
-    m_description->setText(shown ? shown->manifest.description.value_or(QString()) : QString());
+    QStringList about;
+    if (shown && shown->manifest.description)
+        about.append(shown->manifest.description->toHtmlEscaped());
+    if (const auto missing = shown ? m_plugins.missingRequirement(id) : std::nullopt)
+        about.append(
+            u"<b>%1</b> %2"_s.arg(ui(u"Needs setting up:").toHtmlEscaped(), missing->toHtmlEscaped()));
+    m_description->setText(about.join(u"<br><br>"_s));
     m_description->setVisible(!m_description->text().isEmpty());
     m_uninstall->setEnabled(!id.isEmpty());
     m_update->setEnabled(updater.availableUpdates().contains(id) && !updater.updatingIDs().contains(id));

@@ -8,6 +8,8 @@
 #include <QTreeView>
 #include <QWidget>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 WindowMemory::WindowMemory(QWidget* window, const QString& key)
@@ -52,4 +54,24 @@ void WindowMemory::save()
     const auto trees = m_window->findChildren<QTreeView*>();
     for (qsizetype i = 0; i < trees.size(); ++i)
         settings->setValue(u"columns%1"_s.arg(i), trees[i]->header()->saveState());
+}
+
+WindowMemory::Placement WindowMemory::firstStart(const QRect& available)
+{
+    // Up to 1680 × 1050: the list, the form and a readable page only fit side by side in all of it.
+    if (available.width() <= 1680 || available.height() <= 1000)
+        return {available, true};
+    QRect geometry(QPoint(), QSize(available.width() * 9 / 10, available.height() * 9 / 10));
+    geometry.moveCenter(available.center());
+    return {geometry, false};
+}
+
+QRect WindowMemory::clampedToScreen(const QRect& geometry, const QRect& available)
+{
+    if (available.isEmpty())
+        return geometry;
+    QRect fitted(geometry.topLeft(), geometry.size().boundedTo(available.size()));
+    fitted.moveLeft(std::clamp(fitted.left(), available.left(), available.right() - fitted.width() + 1));
+    fitted.moveTop(std::clamp(fitted.top(), available.top(), available.bottom() - fitted.height() + 1));
+    return fitted;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QRect>
 #include <QString>
 
 class QWidget;
@@ -13,6 +14,18 @@ class WindowMemory : public QObject
 public:
     // Attach at the end of the window's constructor, once its children exist.
     static void attach(QWidget* window, const QString& key);
+
+    // Where a main window opens the first time on a screen with this free area: maximised on
+    // laptop-sized screens, where every pixel is wanted; most of the area, centred, on larger
+    // ones. Never larger than the area.
+    struct Placement
+    {
+        QRect geometry;
+        bool maximized = false;
+    };
+    static Placement firstStart(const QRect& available);
+    // A remembered geometry shrunk to fit the free area and moved inside it.
+    static QRect clampedToScreen(const QRect& geometry, const QRect& available);
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;

@@ -23,11 +23,8 @@ void printOverview()
     out().flush();
 }
 
-} // namespace
-
-int main(int argc, char* argv[])
+int run(int argc, char* argv[])
 {
-    RenderEnvironment::prepare();
     QGuiApplication app(argc, argv);
     // Data in ~/.local/share/Ledra, settings in ~/.config/Ledra (no organisation folder).
     QCoreApplication::setApplicationName(QStringLiteral("Ledra"));
@@ -57,4 +54,17 @@ int main(int argc, char* argv[])
     }
     err() << "ledra: unknown command '" << arguments[1] << "'. Run 'ledra --help' for the list." << Qt::endl;
     return ExitCode::usage;
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    RenderEnvironment::prepare();
+    RenderEnvironment::adoptHelpers();
+    // The application object (and with it the web engine) is gone when run() returns; its
+    // helper processes end then, and the command returns only after they have.
+    const int code = run(argc, argv);
+    RenderEnvironment::awaitHelpers();
+    return code;
 }

@@ -1,11 +1,17 @@
 #include "render/RenderEnvironment.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
+#include <QFile>
 #include <QLoggingCategory>
+#include <QThread>
 
 #include <cerrno>
+#include <csignal>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace RenderEnvironment {
@@ -67,6 +73,64 @@ void prepare()
     if (qEnvironmentVariableIsEmpty("QT_LOGGING_RULES")) {
         s_previousFilter = QLoggingCategory::installFilter(quietEngineReport);
         s_previousHandler = qInstallMessageHandler(dropBackendWarning);
+    }
+}
+
+void adoptHelpers()
+{
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0);
+}
+
+namespace {
+
+// The processes whose parent is this one, from /proc.
+QList<pid_t> childProcesses()
+{
+    QList<pid_t> children;
+    const pid_t self = ::getpid();
+    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString& entry : entries) {
+        bool number = false;
+        const pid_t pid = entry.toInt(&number);
+        if (!number)
+            continue;
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
+            continue;
+        // "pid (name) state ppid ...": the name may hold spaces and brackets, so from the last ')'.
+        const QByteArray line = stat.read(4096);
+        const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() > 1 && fields[1].toInt() == self)
+            children.append(pid);
+    }
+    return children;
+}
+
+// Collects every child that has ended; false once there is none left.
+bool reapEnded()
+{
+    for (;;) {
+        const pid_t pid = ::waitpid(-1, nullptr, WNOHANG);
+        if (pid > 0)
+            continue;
+        return !(pid < 0 && errno == ECHILD);
+    }
+}
+
+} // namespace
+
+void awaitHelpers(int milliseconds)
+{
+    QDeadlineTimer deadline(milliseconds);
+    while (reapEnded()) {
+        if (deadline.hasExpired()) {
+            for (const pid_t pid : childProcesses())
+                ::kill(pid, SIGKILL);
+            while (::waitpid(-1, nullptr, 0) > 0) {
+            }
+            return;
+        }
+        QThread::msleep(10);
     }
 }
 

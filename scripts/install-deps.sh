@@ -34,6 +34,8 @@ APT_PACKAGES=(
     zbar-tools
     # checks of the desktop entry and the AppStream description
     desktop-file-utils appstream
+    # `make package`: the Debian package's dependencies (dpkg-shlibdeps) and its check
+    dpkg-dev lintian
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.

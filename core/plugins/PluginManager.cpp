@@ -178,7 +178,7 @@ void PluginManager::rebuildTimers()
         }
         auto timer = std::make_unique<QTimer>();
         timer->setInterval(int(*interval));
-        connect(timer.get(), &QTimer::timeout, this, [this, id = plugin.id()] { runUpdate(id); });
+        connect(timer.get(), &QTimer::timeout, this, [this, id = plugin.id()] { runScheduledUpdate(id); });
         timer->start();
         m_timers[plugin.id()] = std::move(timer);
     }
@@ -195,7 +195,22 @@ QHash<QString, qint64> PluginManager::timerIntervals() const
 void PluginManager::runOnOpen()
 {
     for (const Plugin& plugin : updatePlugins())
-        runUpdate(plugin.id());
+        runScheduledUpdate(plugin.id());
+}
+
+void PluginManager::runScheduledUpdate(const QString& id)
+{
+    if (const auto missing = missingRequirement(id)) {
+        qCInfo(lcPlugins).noquote() << u"PluginManager: %1 not run: %2"_s.arg(id, *missing);
+        return;
+    }
+    runUpdate(id);
+}
+
+std::optional<QString> PluginManager::missingRequirement(const QString& id) const
+{
+    const PluginRuntime* runtime = this->runtime(id);
+    return runtime ? runtime->missingRequirement() : std::nullopt;
 }
 
 std::optional<Plugin> PluginManager::plugin(const QString& id) const

@@ -83,6 +83,10 @@ public:
     // the result. Returns how many invoices changed; nullopt when it could not run (no stores,
     // disabled, no entry point, already running, or the script failed).
     std::optional<int> runUpdate(const QString& id);
+    // What a plugin needs that is missing (PluginRuntime::missingRequirement), for the plugin
+    // list. The runs after start and on the plugin's timer leave such a plugin out, instead of
+    // failing in its script at every start; a run the user asks for still runs and reports.
+    std::optional<QString> missingRequirement(const QString& id) const;
 
     // Installs a plugin folder or a ".ledraplugin.zip" archive, replacing an installed copy
     // of the same name, and reloads. Throws PluginError whose message is the text to show:
@@ -125,6 +129,7 @@ private:
     void rebuildTimers();
     void watchFolder();
     void runOnOpen();
+    void runScheduledUpdate(const QString& id);
     QString installedFolderName(const QString& selected, const QString& root, bool isArchive) const;
 
     QSettings& m_settings;

@@ -740,14 +740,25 @@ QString PluginRuntime::defaultConnectorFolder()
     return QStandardPaths::writableLocation(QStandardPaths::AppDataLocation) + u"/Scripts"_s;
 }
 
+std::optional<QString> PluginRuntime::missingRequirement() const
+{
+    if (!m_plugin.manifest.hasCapability(QLatin1StringView(PluginManifest::commandsCapability)))
+        return std::nullopt;
+    const QString folder =
+        m_limits.connectorFolder.isEmpty() ? defaultConnectorFolder() : m_limits.connectorFolder;
+    if (QFileInfo(QDir(folder).filePath(QLatin1StringView(connectorName))).isFile())
+        return std::nullopt;
+    return Strings::ui(u"The Ledra connector isn’t installed. Add %1 to %2")
+        .arg(QLatin1StringView(connectorName), QDir::toNativeSeparators(folder));
+}
+
 std::optional<QString> PluginRuntime::runCommand(const QString& name, const QString& input, QString* error)
 {
     const QString folder =
         m_limits.connectorFolder.isEmpty() ? defaultConnectorFolder() : m_limits.connectorFolder;
     const QString path = QDir(folder).filePath(QLatin1StringView(connectorName));
-    if (!QFileInfo(path).isFile()) {
-        *error = Strings::ui(u"The Ledra connector isn’t installed. Add %1 to %2")
-                     .arg(QLatin1StringView(connectorName), QDir::toNativeSeparators(folder));
+    if (const auto missing = missingRequirement()) {
+        *error = *missing;
         return std::nullopt;
     }
     QProcess process;

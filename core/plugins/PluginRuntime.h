@@ -118,6 +118,9 @@ public:
     static QByteArray summaryJson(const Invoice& invoice, const Profile& profile);
     // The connector's folder: the "Scripts" folder of the application data.
     static QString defaultConnectorFolder();
+    // What the plugin asks for that is not there, as the text to show the user (a plugin with
+    // "commands" when the connector is not installed); nothing when it can run.
+    std::optional<QString> missingRequirement() const;
 
 private:
     PluginRuntime(const Plugin& plugin, const RuntimeLimits& limits);

@@ -108,6 +108,19 @@ TEST_F(PluginsDialogTest, ADroppedArchiveIsInstalledListedSwitchedOffAndUninstal
     EXPECT_TRUE(description->isVisibleTo(dialog));
     EXPECT_TRUE(description->text().startsWith(u"Exports the selected invoices"_s))
         << description->text().toStdString();
+    EXPECT_TRUE(list(dialog)->topLevelItem(0)->icon(0).isNull());
+
+    // One that needs the connector, which is not installed, says so in the list.
+    ASSERT_TRUE(dialog->install(QStringLiteral(LEDRA_SOURCE_DIR) +
+                                u"/plugins/examples/Bank Statement.ledraplugin"_s));
+    ASSERT_EQ(list(dialog)->topLevelItemCount(), 2);
+    QTreeWidgetItem* bank = list(dialog)->topLevelItem(0);
+    ASSERT_EQ(bank->text(0), u"Bank Statement");
+    EXPECT_FALSE(bank->icon(0).isNull());
+    EXPECT_TRUE(bank->toolTip(0).contains(u"LedraConnector"_s)) << bank->toolTip(0).toStdString();
+    list(dialog)->setCurrentItem(bank);
+    EXPECT_TRUE(description->text().contains(u"Needs setting up:"_s)) << description->text().toStdString();
+    EXPECT_TRUE(description->text().contains(u"LedraConnector"_s));
 }
 
 TEST_F(PluginsDialogTest, TheUpdateCheckAsksTheForgeAndOffersTheNewVersion)
@@ -129,4 +142,42 @@ TEST_F(PluginsDialogTest, TheUpdateCheckAsksTheForgeAndOffersTheNewVersion)
     EXPECT_EQ(message(dialog), u"Bank Sync: version 1.3.0 is available."_s);
     EXPECT_EQ(list(dialog)->topLevelItem(0)->text(3), u"1.3.0 available"_s);
     EXPECT_TRUE(dialog->findChild<QPushButton*>(u"updatePlugin"_s)->isEnabled());
+}
+
+// The demo installs the example plugins; the bank statement one needs the connector, which is
+// not installed. The run after start leaves it out (no script error at every start) and the
+// other update plugins run.
+TEST_F(PluginsDialogTest, PluginWithoutItsConnectorIsLeftOutOfTheRunAfterStart)
+{
+    openWindow();
+    PluginManager manager(*m_settings, u"0.1.0"_s, m_home.filePath(u"Plugins"_s));
+    manager.install(QStringLiteral(LEDRA_SOURCE_DIR) + u"/plugins/examples/Bank Statement.ledraplugin"_s);
+    const QString plain = m_home.filePath(u"src/Plain.ledraplugin"_s);
+    QDir().mkpath(plain);
+    QFile manifest(plain + u"/plugin.json"_s);
+    ASSERT_TRUE(manifest.open(QIODevice::WriteOnly));
+    manifest.write(R"({"name":"Plain","version":"1.0"})");
+    manifest.close();
+    QFile main(plain + u"/main.js"_s);
+    ASSERT_TRUE(main.open(QIODevice::WriteOnly));
+    main.write("exports.updateInvoices = function () { return {}; };");
+    main.close();
+    manager.install(plain);
+    manager.setStores(&workspace().invoices(), &workspace().profiles());
+    manager.setRunOnOpenDelay(50);
+    // No reload from the folder's events while the test looks at the runtimes.
+    manager.setReloadDelay(600000);
+    QStringList ran;
+    QObject::connect(&manager, &PluginManager::updateFinished,
+                     [&](const QString& id, int) { ran.append(id); });
+    manager.start();
+    ASSERT_TRUE(waitFor([&] { return !ran.isEmpty(); }));
+    spin(300);
+    EXPECT_EQ(ran, QStringList{u"Plain"_s});
+    ASSERT_TRUE(manager.runtime(u"Bank Statement"_s));
+    EXPECT_FALSE(manager.runtime(u"Bank Statement"_s)->lastError()) << "the script ran without its connector";
+    const auto missing = manager.missingRequirement(u"Bank Statement"_s);
+    ASSERT_TRUE(missing);
+    EXPECT_TRUE(missing->contains(u"LedraConnector"_s)) << missing->toStdString();
+    EXPECT_FALSE(manager.missingRequirement(u"Plain"_s));
 }
