@@ -3,6 +3,7 @@
 #include "AppText.h"
 #include "render/DocumentPaginator.h"
 
+#include <QFile>
 #include <QHBoxLayout>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -11,6 +12,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 #include <QWebEnginePage>
+#include <QWebEngineScript>
 #include <QWebEngineView>
 
 using namespace Qt::Literals::StringLiterals;
@@ -21,6 +23,13 @@ namespace {
 constexpr int debounceMs = 120;
 constexpr double minZoom = 0.25;
 constexpr double maxZoom = 3.0;
+
+// The shell's own logic, run in the application world after the shell has loaded.
+QString shellScript()
+{
+    QFile file(u":/app/preview/preview.js"_s);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
 
 QString jsonString(const QString& text)
 {
@@ -56,6 +65,11 @@ PreviewWidget::PreviewWidget(QWidget* parent) : QWidget(parent)
     m_view->setContextMenuPolicy(Qt::NoContextMenu);
     m_view->setFocusPolicy(Qt::ClickFocus);
     m_page->setBackgroundColor(palette().color(QPalette::Window));
+    lockDocumentPage(m_page);
+    connect(m_page, &QWebEnginePage::loadFinished, this, [this](bool ok) {
+        if (ok)
+            runScript(shellScript());
+    });
 
     auto* bar = new QHBoxLayout;
     bar->setContentsMargins(8, 4, 8, 4);
@@ -136,8 +150,8 @@ void PreviewWidget::render()
     const int generation = ++m_generation;
     std::shared_ptr<const InvoiceDocument> document = m_document;
     if (!document) {
-        m_page->runJavaScript(u"setPages([], 0, 0, '%1', '#fff', %2);"_s.arg(
-            palette().color(QPalette::Window).name(), QString::number(generation)));
+        runScript(u"setPages([], 0, 0, '%1', '#fff', %2);"_s.arg(palette().color(QPalette::Window).name(),
+                                                                 QString::number(generation)));
         return;
     }
     m_measuring = true;
@@ -170,7 +184,7 @@ void PreviewWidget::pagesMeasured(int generation, std::shared_ptr<const InvoiceD
     const QString surround = dark ? u"#2b2b2b"_s : palette().color(QPalette::Window).darker(112).name();
     const QString paper = document->styleValues().value(u"background-color"_s, u"#FFFFFF"_s);
     m_pageCount = int(pages.size());
-    m_page->runJavaScript(u"setPages([%1], %2, %3, '%4', '%5', %6);"_s.arg(
+    runScript(u"setPages([%1], %2, %3, '%4', '%5', %6);"_s.arg(
         html.join(u','), QString::number(size.widthRem), QString::number(size.heightRem), surround, paper,
         QString::number(generation)));
     applyZoom();
@@ -236,9 +250,14 @@ void PreviewWidget::applyZoom()
     Q_EMIT zoomChanged(m_zoom);
 }
 
+void PreviewWidget::runScript(const QString& script)
+{
+    m_page->runJavaScript(script, QWebEngineScript::ApplicationWorld);
+}
+
 void PreviewWidget::showPage(int index)
 {
-    m_page->runJavaScript(u"showPage(%1);"_s.arg(index));
+    runScript(u"showPage(%1);"_s.arg(index));
 }
 
 void PreviewWidget::nextPage()

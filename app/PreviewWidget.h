@@ -57,6 +57,8 @@ private:
     void pagesMeasured(int generation, std::shared_ptr<const InvoiceDocument> document,
                        QList<QList<int>> pages);
     void onConsoleMessage(const QString& message);
+    // The shell's functions live in the application world, where the shell's page cannot reach.
+    void runScript(const QString& script);
     void applyZoom();
     void updateControls();
 

@@ -7,6 +7,8 @@
 #include <QJsonObject>
 #include <QTimer>
 #include <QWebEnginePage>
+#include <QWebEngineScript>
+#include <QWebEngineSettings>
 
 #include <algorithm>
 
@@ -26,19 +28,33 @@ const QString readyCheck = u"(function() {"
 
 void pollReady(QWebEnginePage* page, std::function<void()> ready, std::shared_ptr<QElapsedTimer> clock)
 {
-    page->runJavaScript(readyCheck, [page, ready = std::move(ready), clock](const QVariant& result) mutable {
-        // A page that never settles (a broken font URL keeps "loading") is printed after 10 s.
-        if (result.toBool() || clock->elapsed() > 10000) {
-            ready();
-            return;
-        }
-        QTimer::singleShot(2, page, [page, ready = std::move(ready), clock]() mutable {
-            pollReady(page, std::move(ready), clock);
-        });
-    });
+    page->runJavaScript(readyCheck, QWebEngineScript::ApplicationWorld,
+                        [page, ready = std::move(ready), clock](const QVariant& result) mutable {
+                            // A page that never settles (a broken font URL keeps "loading") is printed after
+                            // 10 s.
+                            if (result.toBool() || clock->elapsed() > 10000) {
+                                ready();
+                                return;
+                            }
+                            QTimer::singleShot(2, page, [page, ready = std::move(ready), clock]() mutable {
+                                pollReady(page, std::move(ready), clock);
+                            });
+                        });
 }
 
 } // namespace
+
+void lockDocumentPage(QWebEnginePage* page)
+{
+    // Documents carry text from others. Their own scripts never run (the page's policy says so
+    // as well); what measuring and printing need runs from here, in a world of its own.
+    QWebEngineSettings* settings = page->settings();
+    settings->setAttribute(QWebEngineSettings::JavascriptEnabled, false);
+    settings->setAttribute(QWebEngineSettings::LocalContentCanAccessRemoteUrls, false);
+    settings->setAttribute(QWebEngineSettings::LocalContentCanAccessFileUrls, false);
+    settings->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
+    settings->setAttribute(QWebEngineSettings::PluginsEnabled, false);
+}
 
 void whenPageReady(QWebEnginePage* page, std::function<void()> ready)
 {
@@ -91,6 +107,7 @@ void DocumentPaginator::measure()
 {
     if (!m_view) {
         m_view = new QWebEnginePage(this); // one view for all jobs: creating one costs more than a layout
+        lockDocumentPage(m_view);
         if (this == g_shared)
             qAddPostRoutine(releaseShared);
     }
@@ -112,7 +129,7 @@ void DocumentPaginator::measure()
             const PaginatedDocument& doc = *m_running->document;
             const QString script =
                 measuringScript(doc.selectors(), doc.headerSelector(), pageSize(doc.pageFormat()).heightRem);
-            m_view->runJavaScript(script, [this](const QVariant& result) {
+            m_view->runJavaScript(script, QWebEngineScript::ApplicationWorld, [this](const QVariant& result) {
                 if (!m_running)
                     return;
                 const auto geometry = decodeGeometry(result.toString());

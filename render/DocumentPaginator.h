@@ -77,3 +77,7 @@ private:
 // Waits until a loaded page's fonts and images are ready and its layout has settled, polling
 // from the event loop (scripts cannot hand back a promise), then calls `ready` once.
 void whenPageReady(QWebEnginePage* page, std::function<void()> ready);
+
+// Settings of every page that shows a document: no script of the document runs, nothing
+// local or remote is reached from it. The program's own scripts run in the application world.
+void lockDocumentPage(QWebEnginePage* page);

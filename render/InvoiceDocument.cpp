@@ -5,6 +5,7 @@
 #include "numbering/NumberFormat.h"
 #include "payment/GiroCode.h"
 #include "render/ColorMath.h"
+#include "render/CssGuard.h"
 #include "render/QrCodeSvg.h"
 #include "render/WebFontManager.h"
 
@@ -64,13 +65,14 @@ QLocale localeOf(Language language)
                                         : QLocale(QLocale::English, QLocale::UnitedStates);
 }
 
-QString lines(const QStringList& parts)
+// The non-empty ones of these lines, as text, one per line.
+Html lines(const QStringList& parts)
 {
-    QStringList kept;
+    QList<Html> kept;
     for (const QString& part : parts)
         if (!part.trimmed().isEmpty())
             kept.append(part);
-    return kept.join(u"<br>"_s);
+    return Html::join(kept, u"<br>"_html);
 }
 
 QString groupedIban(const QString& iban)
@@ -83,10 +85,36 @@ QString groupedIban(const QString& iban)
     return groups.join(u' ');
 }
 
-QString row(const QString& label, const QString& value, const QString& rowClass = {})
+Html row(const Html& label, const Html& value, const QString& rowClass = {})
 {
-    return u"<tr%1><th class=\"label\">%2</th><td>%3</td></tr>"_s.arg(
-        rowClass.isEmpty() ? QString() : u" class=\"%1\""_s.arg(rowClass), label, value);
+    const Html open = rowClass.isEmpty() ? u"<tr>"_html : u"<tr class=\""_html + rowClass + u"\">"_html;
+    return open + u"<th class=\"label\">"_html + label + u"</th><td>"_html + value + u"</td></tr>"_html;
+}
+
+// Text with its line breaks kept.
+Html multiline(const QString& text)
+{
+    QList<Html> parts;
+    for (const QString& line : text.split(u'\n'))
+        parts.append(line);
+    return Html::join(parts, u"<br>"_html);
+}
+
+// Markdown text whose line breaks are kept.
+Html markdownLines(const QString& text)
+{
+    QString markup = InvoiceDocument::inlineMarkdown(text).toString();
+    markup.replace(u'\n', u"<br>"_s);
+    return Html::trusted(markup);
+}
+
+// Style placeholders are filled with CSS that this file writes; the few values that come from
+// the styling record are made safe where they are made (styleValues).
+QString fillStyle(QString css, const QHash<QString, QString>& values)
+{
+    for (auto it = values.cbegin(); it != values.cend(); ++it)
+        css.replace(u"{{"_s + it.key() + u"}}"_s, it.value());
+    return css;
 }
 
 bool inBlocks(const std::optional<QList<int>>& blocks, int index)
@@ -105,35 +133,28 @@ InvoiceDocument::InvoiceDocument(Invoice invoice, Profile profile, Styling styli
 
 // ---- formatting -------------------------------------------------------------------------
 
-QString InvoiceDocument::escape(const QString& text)
-{
-    QString out = text;
-    out.replace(u'&', u"&amp;"_s);
-    out.replace(u'<', u"&lt;"_s);
-    out.replace(u'>', u"&gt;"_s);
-    return out;
-}
-
-QString InvoiceDocument::inlineMarkdown(const QString& text)
+Html InvoiceDocument::inlineMarkdown(const QString& text)
 {
     static const QRegularExpression strong(u"\\*\\*([^*\\n]+)\\*\\*"_s);
     static const QRegularExpression emphasis(u"(?<![*\\w])\\*([^*\\n]+)\\*(?![*\\w])"_s);
-    QString out = escape(text);
+    // The patterns run over escaped text and add tags around what they matched: the one place
+    // where markup is made from text, and no text can make a tag other than these two.
+    QString out = Html(text).toString();
     out.replace(strong, u"<strong>\\1</strong>"_s);
     out.replace(emphasis, u"<em>\\1</em>"_s);
-    return out;
+    return Html::trusted(out);
 }
 
-QString InvoiceDocument::linesHtml(const QStringList& lines, const QString& lineClass,
-                                   const std::optional<QList<int>>& shown)
+Html InvoiceDocument::linesHtml(const QStringList& lines, const QString& lineClass,
+                                const std::optional<QList<int>>& shown)
 {
-    QString html;
+    Html html;
     for (int n = 0; n < lines.size(); ++n) {
         if (!inBlocks(shown, n))
             continue;
         const QString& line = lines[n];
-        html += u"<div class=\""_s + lineClass + u"\">"_s +
-                (line.trimmed().isEmpty() ? u"&nbsp;"_s : inlineMarkdown(line)) + u"</div>"_s;
+        html += u"<div class=\""_html + lineClass + u"\">"_html +
+                (line.trimmed().isEmpty() ? u"&nbsp;"_html : inlineMarkdown(line)) + u"</div>"_html;
     }
     return html;
 }
@@ -161,14 +182,7 @@ QString InvoiceDocument::formatQuantity(double quantity, Language language)
     return localeOf(language).toString(quantity, 'f', QLocale::FloatingPointShortest);
 }
 
-QString InvoiceDocument::fill(QString text, const QHash<QString, QString>& values)
-{
-    for (auto it = values.cbegin(); it != values.cend(); ++it)
-        text.replace(u"{{"_s + it.key() + u"}}"_s, it.value());
-    return text;
-}
-
-QString InvoiceDocument::loadTemplate(const QString& name, QString* error)
+Html InvoiceDocument::loadTemplate(const QString& name, QString* error)
 {
     QFile file(u":/render/"_s + name);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -176,13 +190,15 @@ QString InvoiceDocument::loadTemplate(const QString& name, QString* error)
             *error = u"%1: %2"_s.arg(name, file.errorString());
         return {};
     }
-    return QString::fromUtf8(file.readAll());
+    // The program's own resources: markup by definition.
+    return Html::trusted(QString::fromUtf8(file.readAll()));
 }
 
 QString InvoiceDocument::errorPage(const QString& error)
 {
-    return u"<!DOCTYPE html><html><head><meta charset=\"utf-8\"></head><body><h1>Error Loading Template</h1><p>"_s +
-           escape(error) + u"</p></body></html>"_s;
+    return (u"<!DOCTYPE html><html><head><meta charset=\"utf-8\"></head><body><h1>Error Loading Template</h1><p>"_html +
+            error + u"</p></body></html>"_html)
+        .toString();
 }
 
 QString InvoiceDocument::text(const QString& key) const
@@ -243,7 +259,8 @@ QHash<QString, QString> InvoiceDocument::styleValues() const
         if (!cut)
             cut = m_fonts->closestFace(role.family, weight, role.italic);
         // A family missing from the catalogue keeps its name; the engine falls back by itself.
-        v[role.name + u"-font"_s] = cut ? cut->family : role.family;
+        // The name stands in a quoted CSS string and may come from a received file.
+        v[role.name + u"-font"_s] = CssGuard::stringContent(cut ? cut->family : role.family);
         v[role.name + u"-font-weight"_s] = cut ? cut->cssWeight : QString::number(weight);
         v[role.name + u"-font-style"_s] = (cut ? cut->isItalic : role.italic) ? u"italic"_s : u"normal"_s;
     }
@@ -315,15 +332,15 @@ QHash<QString, QString> InvoiceDocument::styleValues() const
 QString InvoiceDocument::styleSheet() const
 {
     QString error;
-    return filledStyleSheet(loadTemplate(u"Template.css"_s, &error));
+    return filledStyleSheet(loadTemplate(u"Template.css"_s, &error).toString());
 }
 
 QString InvoiceDocument::filledStyleSheet(const QString& css) const
 {
     QHash<QString, QString> values = styleValues();
-    QString filled = fill(css, values);
+    QString filled = fillStyle(css, values);
     // "{{line}}" brings a placeholder of its own.
-    return fill(filled, {{u"line-style"_s, values.value(u"line-style"_s)}});
+    return fillStyle(filled, {{u"line-style"_s, values.value(u"line-style"_s)}});
 }
 
 double InvoiceDocument::topReserve(double rem) const
@@ -335,7 +352,7 @@ double InvoiceDocument::topReserve(double rem) const
 
 // ---- letterhead -------------------------------------------------------------------------
 
-QString InvoiceDocument::logoHtml() const
+Html InvoiceDocument::logoHtml() const
 {
     if (!m_styling.logo)
         return {};
@@ -344,99 +361,115 @@ QString InvoiceDocument::logoHtml() const
         return {};
     const QByteArray data = file.readAll();
     const QString suffix = QFileInfo(*m_styling.logo).suffix().toLower();
-    const QString align = m_styling.marginalColumn ? u"xMinYMax meet"_s : u"xMaxYMax meet"_s;
+    QString mime = suffix == u"png" ? u"image/png"_s : suffix == u"webp" ? u"image/webp"_s : u"image/jpeg"_s;
+    QByteArray image = data;
     if (suffix == u"svg") {
+        // An SVG is shown as an image, never put into the page as markup: in an image the
+        // engine runs none of its scripts and loads nothing it names.
+        mime = u"image/svg+xml"_s;
         QString svg = QString::fromUtf8(data);
-        // Drop the XML prolog and doctype: the markup sits inside the page.
-        svg.remove(QRegularExpression(u"<\\?xml[^>]*\\?>"_s));
-        svg.remove(QRegularExpression(u"<!DOCTYPE[^>]*>"_s, QRegularExpression::CaseInsensitiveOption));
+        const QString align = m_styling.marginalColumn ? u"xMinYMax meet"_s : u"xMaxYMax meet"_s;
         static const QRegularExpression aspect(u"\\spreserveAspectRatio\\s*=\\s*(\"[^\"]*\"|'[^']*')"_s);
-        svg.remove(aspect);
-        svg.replace(QRegularExpression(u"<svg\\b"_s), u"<svg preserveAspectRatio=\"%1\""_s.arg(align));
-        return u"<div class='logo'>"_s + svg + u"</div>"_s;
+        static const QRegularExpression root(u"<svg\\b[^>]*>"_s);
+        const QRegularExpressionMatch open = root.match(svg);
+        if (open.hasMatch()) {
+            QString tag = open.captured(0);
+            tag.remove(aspect);
+            tag.insert(4, u" preserveAspectRatio=\"%1\""_s.arg(align));
+            // The page's style sheet cannot reach into an image: the colour goes in here.
+            if (m_styling.recolorLogo && !tag.endsWith(u"/>"))
+                tag += u"<style>svg, svg * { fill: %1; }</style>"_s.arg(logoColor());
+            svg.replace(open.capturedStart(0), open.capturedLength(0), tag);
+        }
+        image = svg.toUtf8();
     }
-    const QString mime = suffix == u"png"    ? u"image/png"_s
-                         : suffix == u"webp" ? u"image/webp"_s
-                                             : u"image/jpeg"_s;
-    return u"<div class='logo'><img src=\"data:%1;base64,%2\" alt=\"\"></div>"_s.arg(
-        mime, QString::fromLatin1(data.toBase64()));
+    return u"<div class=\"logo\"><img src=\"data:"_html + mime + u";base64,"_html +
+           QString::fromLatin1(image.toBase64()) + u"\" alt=\"\"></div>"_html;
 }
 
-QString InvoiceDocument::senderLine() const
+QString InvoiceDocument::logoColor() const
+{
+    const bool dark = m_scheme == ColorScheme::dark;
+    const QString& colour =
+        m_styling.uses(AccentColorUsage::logo) ? m_styling.accentColor : m_styling.primaryColor;
+    return ColorMath::withLightness(colour, dark ? 60 : 50, true);
+}
+
+Html InvoiceDocument::senderLine() const
 {
     const Profile& p = m_profile;
     QStringList parts;
     parts << (p.businessName.isEmpty() ? p.name : p.businessName) << p.addressLineOne << p.addressLineTwo
           << (p.addressPostcode + u' ' + p.addressCity).trimmed();
     parts.removeIf([](const QString& part) { return part.trimmed().isEmpty(); });
-    return escape(parts.join(u" · "_s));
+    return parts.join(u" · "_s);
 }
 
-QString InvoiceDocument::recipientHtml() const
+Html InvoiceDocument::recipientHtml() const
 {
     const Invoice& i = m_invoice;
-    QStringList parts{escape(i.businessName),
-                      escape(i.name),
-                      escape(i.addressLineOne),
-                      escape(i.addressLineTwo),
-                      escape((i.addressPostcode + u' ' + i.addressCity).trimmed()),
-                      escape(i.addressState)};
+    QStringList parts{i.businessName,
+                      i.name,
+                      i.addressLineOne,
+                      i.addressLineTwo,
+                      (i.addressPostcode + u' ' + i.addressCity).trimmed(),
+                      i.addressState};
     const QString senderCountry =
         m_profile.addressCountry.code.isEmpty() ? i.senderAddressCountry.code : m_profile.addressCountry.code;
     if (!i.addressCountry.code.isEmpty() && i.addressCountry.code != senderCountry) {
         const QLocale::Territory territory = QLocale::codeToTerritory(i.addressCountry.code);
         const QString name = territory == QLocale::AnyTerritory ? i.addressCountry.code
                                                                 : QLocale::territoryToString(territory);
-        parts << escape(name.toUpper());
+        parts << name.toUpper();
     }
     return lines(parts);
 }
 
-QString InvoiceDocument::shell(const QString& content, const QString& bodyClasses, QString* error,
-                               const QString& paymentCode) const
+Html InvoiceDocument::shell(const Html& content, const QString& bodyClasses, QString* error,
+                            const Html& paymentCode) const
 {
-    QString page = loadTemplate(u"Shell.html"_s, error);
+    const Html page = loadTemplate(u"Shell.html"_s, error);
     if (page.isEmpty())
         return {};
-    QString css = loadTemplate(u"Template.css"_s, error);
+    const Html css = loadTemplate(u"Template.css"_s, error);
     if (css.isEmpty())
         return {};
-    page.replace(u"<link rel=\"stylesheet\" href=\"Template.css\">"_s,
-                 u"<style>\n"_s + filledStyleSheet(css) + u"\n</style>"_s);
-    page.replace(u"{{custom-css}}"_s, m_styling.css.value_or(QString()));
 
     const Profile& p = m_profile;
     const QString displayName = p.businessName.isEmpty() ? p.name : p.businessName;
-    QHash<QString, QString> v;
+    QHash<QString, Html> v;
+    // Both style sheets are text inside <style>: neither can end the element. The user's own
+    // comes after the template, so that it overrides it, and loads nothing from outside.
+    v[u"template-css"_s] = Html::trusted(CssGuard::styleElementText(filledStyleSheet(css.toString())));
+    v[u"custom-css"_s] = Html::trusted(CssGuard::userStyleSheet(m_styling.css.value_or(QString())));
     v[u"language"_s] = m_language == Language::german ? u"de"_s : u"en"_s;
-    v[u"title"_s] = escape(displayName);
+    v[u"title"_s] = displayName;
     v[u"logo"_s] = logoHtml();
-    v[u"address-row"_s] =
-        lines({u"<strong>"_s + escape(displayName) + u"</strong>"_s,
-               p.businessName.isEmpty() || p.name == p.businessName ? QString() : escape(p.name),
-               escape(p.addressLineOne), escape(p.addressLineTwo),
-               escape((p.addressPostcode + u' ' + p.addressCity).trimmed()), escape(p.addressState)});
-    v[u"contact"_s] = lines({escape(p.email), escape(p.phone), escape(p.website)});
-    v[u"additional"_s] = lines(escape(p.additional).split(u'\n'));
+    v[u"address-row"_s] = u"<strong>"_html + displayName + u"</strong>"_html;
+    const Html rest =
+        lines({p.businessName.isEmpty() || p.name == p.businessName ? QString() : p.name, p.addressLineOne,
+               p.addressLineTwo, (p.addressPostcode + u' ' + p.addressCity).trimmed(), p.addressState});
+    if (!rest.isEmpty())
+        v[u"address-row"_s] += u"<br>"_html + rest;
+    v[u"contact"_s] = lines({p.email, p.phone, p.website});
+    v[u"additional"_s] = lines(p.additional.split(u'\n'));
     const bool hasTaxNumber = !p.taxNumber.trimmed().isEmpty();
     const bool hasTaxData = hasTaxNumber || !p.vatNumber.trimmed().isEmpty();
     v[u"tax-label"_s] = hasTaxData ? text(hasTaxNumber ? u"Tax Number"_s : u"VAT Number"_s) : QString();
-    v[u"tax-number"_s] = hasTaxNumber ? u"<div>"_s + escape(p.taxNumber) + u"</div>"_s : QString();
-    v[u"vat-number"_s] = p.vatNumber.trimmed().isEmpty() ? QString()
+    v[u"tax-number"_s] = hasTaxNumber ? u"<div>"_html + p.taxNumber + u"</div>"_html : Html();
+    v[u"vat-number"_s] = p.vatNumber.trimmed().isEmpty() ? Html()
                          : hasTaxNumber
-                             ? u"<div>"_s + text(u"VAT ID"_s) + u" "_s + escape(p.vatNumber) + u"</div>"_s
-                             : u"<div>"_s + escape(p.vatNumber) + u"</div>"_s;
+                             ? u"<div>"_html + text(u"VAT ID"_s) + u" "_html + p.vatNumber + u"</div>"_html
+                             : u"<div>"_html + p.vatNumber + u"</div>"_html;
     const bool hasBank = !p.iban.trimmed().isEmpty() || !p.bic.trimmed().isEmpty();
     v[u"bank-label"_s] = hasBank ? text(u"Bank Details"_s) : QString();
     v[u"iban"_s] =
-        p.iban.trimmed().isEmpty() ? QString() : u"<div>IBAN "_s + escape(groupedIban(p.iban)) + u"</div>"_s;
-    v[u"bic"_s] = p.bic.trimmed().isEmpty() ? QString() : u"<div>BIC "_s + escape(p.bic) + u"</div>"_s;
+        p.iban.trimmed().isEmpty() ? Html() : u"<div>IBAN "_html + groupedIban(p.iban) + u"</div>"_html;
+    v[u"bic"_s] = p.bic.trimmed().isEmpty() ? Html() : u"<div>BIC "_html + p.bic + u"</div>"_html;
     v[u"payment-code"_s] = paymentCode;
     v[u"body-class"_s] = bodyClasses;
-    // The content goes in last, so that placeholders typed by users stay as they are.
-    page = fill(page, v);
-    page.replace(u"{{content}}"_s, content);
-    return page;
+    v[u"content"_s] = content;
+    return Html::fill(page, v);
 }
 
 // ---- content ----------------------------------------------------------------------------
@@ -463,8 +496,8 @@ int InvoiceDocument::blockCount() const
     return noteLineCount() + int(m_invoice.items.size()) + paddingCount() + 1;
 }
 
-QString InvoiceDocument::itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock,
-                                  bool showQuantity) const
+Html InvoiceDocument::itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock,
+                               bool showQuantity) const
 {
     const Invoice& i = m_invoice;
     const QString currency = i.currency.code;
@@ -472,12 +505,11 @@ QString InvoiceDocument::itemRows(const std::optional<QList<int>>& blocks, int f
     for (const InvoiceItem& item : i.items)
         rates.insert(item.vatPercentage);
     const bool showRates = rates.size() > 1;
-    QString html;
+    Html html;
     int index = firstRowBlock;
     for (const InvoiceItem& item : i.items) {
         if (inBlocks(blocks, index++)) {
-            QString description = escape(item.item).replace(u'\n', u"<br>"_s);
-            QString cells = u"<td class=\"description\">"_s + description + u"</td>"_s;
+            Html cells = u"<td class=\"description\">"_html + multiline(item.item) + u"</td>"_html;
             if (showQuantity) {
                 QString unit;
                 const bool one = item.quantity == 1;
@@ -498,59 +530,60 @@ QString InvoiceDocument::itemRows(const std::optional<QList<int>>& blocks, int f
                     unit = text(u"Lump Sum"_s);
                     break;
                 }
-                cells += u"<td class=\"amount\">"_s + formatQuantity(item.quantity, m_language) +
-                         u"&nbsp;"_s + escape(unit) + u"</td>"_s;
+                cells += u"<td class=\"amount\">"_html + formatQuantity(item.quantity, m_language) +
+                         u"&nbsp;"_html + unit + u"</td>"_html;
             }
-            QString price = formatAmount(item.unitPrice, currency, m_language);
+            const Html rate = u"<span class=\"vat-rate\">"_html + text(u"VAT"_s) + u" "_html +
+                              formatQuantity(item.vatPercentage, m_language) + u"&nbsp;%</span>"_html;
+            Html price = formatAmount(item.unitPrice, currency, m_language);
             if (showRates && !showQuantity)
-                price += u"<span class=\"vat-rate\">"_s + text(u"VAT"_s) + u" "_s +
-                         formatQuantity(item.vatPercentage, m_language) + u"&nbsp;%</span>"_s;
-            cells += u"<td class=\"amount\">"_s + price + u"</td>"_s;
+                price += rate;
+            cells += u"<td class=\"amount\">"_html + price + u"</td>"_html;
             if (showQuantity) {
-                QString total = formatAmount(Totals::lineNet(item, i.grossPrices), currency, m_language);
+                Html total = formatAmount(Totals::lineNet(item, i.grossPrices), currency, m_language);
                 if (showRates)
-                    total += u"<span class=\"vat-rate\">"_s + text(u"VAT"_s) + u" "_s +
-                             formatQuantity(item.vatPercentage, m_language) + u"&nbsp;%</span>"_s;
-                cells += u"<td class=\"amount\">"_s + total + u"</td>"_s;
+                    total += rate;
+                cells += u"<td class=\"amount\">"_html + total + u"</td>"_html;
             }
-            html += u"    <tr>"_s + cells + u"</tr>\n"_s;
+            html += u"    <tr>"_html + cells + u"</tr>\n"_html;
         }
     }
     const int columns = showQuantity ? 4 : 2;
     for (int pad = 0; pad < paddingCount(); ++pad) {
         if (inBlocks(blocks, index++))
-            html += u"    <tr class=\"empty-row\">"_s + u"<td></td>"_s.repeated(columns) + u"</tr>\n"_s;
+            html += u"    <tr class=\"empty-row\">"_html + Html::trusted(u"<td></td>"_s.repeated(columns)) +
+                    u"</tr>\n"_html;
     }
     return html;
 }
 
-QString InvoiceDocument::totalBlock() const
+Html InvoiceDocument::totalBlock() const
 {
     const Invoice& i = m_invoice;
     const QString currency = i.currency.code;
     const Totals::Summary sums = Totals::summarize(i);
     const bool showVat = !m_profile.hideVat && !sums.vatBreakdown.isEmpty();
     const bool hasDiscount = sums.discountValue != 0;
-    auto amount = [&](double value) {
+    auto amount = [&](double value) -> Html {
         if (Totals::round2(value) < 0)
-            return u"&minus;"_s + formatAmount(-value, currency, m_language);
+            return u"&minus;"_html + formatAmount(-value, currency, m_language);
         return formatAmount(value, currency, m_language);
     };
 
-    QString rows;
+    Html rows;
     rows += row(text(showVat || hasDiscount ? u"Subtotal"_s : u"Total"_s), amount(sums.netSubtotal),
                 showVat || hasDiscount ? QString() : u"grand-total important"_s);
     if (hasDiscount) {
-        QString label = text(u"Discount Percentage"_s);
+        Html label = text(u"Discount Percentage"_s);
         if (i.discountPercentage && *i.discountPercentage > 0)
-            label += u" ("_s + formatQuantity(*i.discountPercentage, m_language) + u"&nbsp;%)"_s;
+            label += u" ("_html + formatQuantity(*i.discountPercentage, m_language) + u"&nbsp;%)"_html;
         else
             label = text(u"Discount"_s);
         rows += row(label, amount(-sums.discountValue));
     }
     if (showVat) {
         for (const Totals::VATAmount& vat : sums.vatBreakdown)
-            rows += row(text(u"VAT"_s) + u" "_s + formatQuantity(vat.rate, m_language) + u"&nbsp;%"_s,
+            rows += row(Html(text(u"VAT"_s) + u' ' + formatQuantity(vat.rate, m_language)) + u"&nbsp;%"_html,
                         amount(vat.vatAmount));
         if (sums.vatBreakdown.size() > 1)
             rows += row(text(u"Total VAT"_s), amount(sums.totalVat));
@@ -559,44 +592,43 @@ QString InvoiceDocument::totalBlock() const
         rows += row(text(u"Total"_s), amount(sums.grossTotal), u"grand-total important"_s);
     }
 
-    QString html = u"<div class=\"total-table\">\n"_s;
-    const QString sumTable = u"<table class=\"sum-table\">"_s + rows + u"</table>\n"_s;
+    Html html = u"<div class=\"total-table\">\n"_html;
+    const Html sumTable = u"<table class=\"sum-table\">"_html + rows + u"</table>\n"_html;
     // Without the marginal column the code stands beside the sums, inside the measured block.
-    if (const QString code = m_styling.marginalColumn ? QString() : girocodeHtml(); !code.isEmpty())
-        html += u"<div class=\"sums-with-code\">"_s + code + sumTable + u"</div>\n"_s;
+    if (const Html code = m_styling.marginalColumn ? Html() : girocodeHtml(); !code.isEmpty())
+        html += u"<div class=\"sums-with-code\">"_html + code + sumTable + u"</div>\n"_html;
     else
         html += sumTable;
     if (i.type == InvoiceType::invoice && i.daysToPay > 0) {
         QString notice = text(u"Payment Period Notice"_s);
         notice.replace(u"{days}"_s, QString::number(i.daysToPay));
         notice.replace(u"{date}"_s, formatDate(i.dueDate().localDate(), m_language));
-        html += u"<div class=\"payment-notice\">"_s + escape(notice) + u"</div>\n"_s;
+        html += u"<div class=\"payment-notice\">"_html + notice + u"</div>\n"_html;
         if (i.skontoPercentage && i.skontoDays && *i.skontoPercentage > 0 && *i.skontoDays > 0) {
             QString skonto = text(u"Early Payment Discount Notice"_s);
             const double discounted = Totals::round2(sums.grossTotal * (1 - *i.skontoPercentage / 100));
             skonto.replace(u"{percent}"_s, formatQuantity(*i.skontoPercentage, m_language));
             skonto.replace(u"{date}"_s, formatDate(i.date.localDate().addDays(*i.skontoDays), m_language));
             skonto.replace(u"{amount}"_s, Totals::formatMoney(discounted, i.currency.code, m_language));
-            html += u"<div class=\"payment-notice skonto\">"_s + escape(skonto) + u"</div>\n"_s;
+            html += u"<div class=\"payment-notice skonto\">"_html + skonto + u"</div>\n"_html;
         }
     }
     if (i.vatExemptionReason == VATExemptionReason::otherExemption) {
         if (const QString note = i.vatExemptionNote.value_or(QString()).trimmed(); !note.isEmpty())
-            html += u"<div class=\"vat-annotation\">"_s + escape(note) + u"</div>\n"_s;
+            html += u"<div class=\"vat-annotation\">"_html + note + u"</div>\n"_html;
     } else if (const QString key = documentNoteKey(i.vatExemptionReason); !key.isEmpty()) {
-        html += u"<div class=\"vat-annotation\">"_s + escape(text(key)) + u"</div>\n"_s;
+        html += u"<div class=\"vat-annotation\">"_html + text(key) + u"</div>\n"_html;
     }
     if (!i.marginalNote.trimmed().isEmpty())
-        html += u"<div class=\"marginal-note flow\">"_s +
-                inlineMarkdown(i.marginalNote).replace(u'\n', u"<br>"_s) + u"</div>\n"_s;
-    return html + u"</div>"_s;
+        html += u"<div class=\"marginal-note flow\">"_html + markdownLines(i.marginalNote) + u"</div>\n"_html;
+    return html + u"</div>"_html;
 }
 
 QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& blocks,
                                 const QString& extraClasses) const
 {
     QString error;
-    QString content = loadTemplate(u"InvoiceContent.html"_s, &error);
+    Html content = loadTemplate(u"InvoiceContent.html"_s, &error);
     if (content.isEmpty())
         return errorPage(error);
 
@@ -606,7 +638,7 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     const int rowCount = int(i.items.size()) + paddingCount();
     const int totalIndex = firstRow + rowCount;
 
-    QHash<QString, QString> v;
+    QHash<QString, Html> v;
     switch (i.type) {
     case InvoiceType::invoice:
         v[u"headline"_s] = text(u"Invoice"_s);
@@ -621,7 +653,7 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
         v[u"number-type"_s] = text(u"Cancellation Invoice Number"_s);
         break;
     }
-    v[u"number"_s] = escape(NumberFormat::displayNumber(i, m_profile));
+    v[u"number"_s] = NumberFormat::displayNumber(i, m_profile);
     v[u"date-label"_s] = text(u"Date"_s);
     v[u"date"_s] = formatDate(i.date.localDate(), m_language);
     if (i.type != InvoiceType::quote) {
@@ -645,36 +677,36 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     };
     if (i.type == InvoiceType::cancellation)
         if (const auto number = numberOf(i.cancelledInvoiceId))
-            v[u"cancelled-invoice"_s] = row(text(u"Original Invoice"_s), escape(*number));
+            v[u"cancelled-invoice"_s] = row(text(u"Original Invoice"_s), *number);
     if (i.type == InvoiceType::invoice)
         if (const auto number = numberOf(i.quoteId))
-            v[u"quote-number"_s] = row(text(u"Quote Number"_s), escape(*number));
-    QString additional;
+            v[u"quote-number"_s] = row(text(u"Quote Number"_s), *number);
+    Html additional;
     if (!i.leitwegId.trimmed().isEmpty())
-        additional += row(text(u"Leitweg-ID"_s), escape(i.leitwegId.trimmed()));
+        additional += row(text(u"Leitweg-ID"_s), i.leitwegId.trimmed());
     if (i.reference && !i.reference->trimmed().isEmpty())
-        additional += row(text(u"Reference"_s), escape(*i.reference));
+        additional += row(text(u"Reference"_s), *i.reference);
     // Reverse charge and intra-community supplies must name the customer's VAT ID on the invoice.
     if (!i.vatNumber.trimmed().isEmpty())
-        additional += row(text(u"Customer VAT ID"_s), escape(i.vatNumber.trimmed()));
+        additional += row(text(u"Customer VAT ID"_s), i.vatNumber.trimmed());
     // "Label: value" lines of the sender's further numbers (customer number, register entry ...).
     for (const QString& line : i.senderAdditionalNumbers.split(u'\n', Qt::SkipEmptyParts)) {
         const qsizetype colon = line.indexOf(u':');
         if (colon > 0)
-            additional += row(escape(line.left(colon).trimmed()), escape(line.mid(colon + 1).trimmed()));
+            additional += row(line.left(colon).trimmed(), line.mid(colon + 1).trimmed());
         else
-            additional += row(QString(), escape(line.trimmed()));
+            additional += row(QString(), line.trimmed());
     }
     v[u"additional-numbers"_s] = additional;
     v[u"sender-line"_s] = senderLine();
     v[u"recipient"_s] = recipientHtml();
-    v[u"marginal-note"_s] = inlineMarkdown(i.marginalNote).replace(u'\n', u"<br>"_s);
+    v[u"marginal-note"_s] = markdownLines(i.marginalNote);
 
-    QString note;
+    Html note;
     if (notes > 0) {
         note = linesHtml(i.note.split(u'\n'), u"note-line"_s, blocks);
         if (!note.isEmpty())
-            note = u"<div class=\"note\">"_s + note + u"</div>"_s;
+            note = u"<div class=\"note\">"_html + note + u"</div>"_html;
     }
     v[u"note"_s] = note;
 
@@ -685,33 +717,18 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     v[u"description-label"_s] = text(u"Description"_s);
     v[u"price-label"_s] = text(u"Price"_s);
     v[u"quantity-column"_s] =
-        showQuantity ? u"<th class=\"label amount\">"_s + text(u"Quantity"_s) + u"</th>"_s : QString();
+        showQuantity ? u"<th class=\"label amount\">"_html + text(u"Quantity"_s) + u"</th>"_html : Html();
     v[u"total-column"_s] =
-        showQuantity ? u"<th class=\"label amount\">"_s + text(u"Total Price"_s) + u"</th>"_s : QString();
+        showQuantity ? u"<th class=\"label amount\">"_html + text(u"Total Price"_s) + u"</th>"_html : Html();
     v[u"items"_s] = itemRows(blocks, firstRow, showQuantity);
-    v[u"total-block"_s] = inBlocks(blocks, totalIndex) ? totalBlock() : QString();
+    v[u"total-block"_s] = inBlocks(blocks, totalIndex) ? totalBlock() : Html();
 
     bool pageHasRows = false;
     for (int r = firstRow; r < totalIndex; ++r)
         pageHasRows = pageHasRows || inBlocks(blocks, r);
 
-    // Placeholders first, user text last: "{{...}}" typed into a note stays literal.
-    static const QStringList userFields{u"note"_s,
-                                        u"items"_s,
-                                        u"total-block"_s,
-                                        u"recipient"_s,
-                                        u"sender-line"_s,
-                                        u"marginal-note"_s,
-                                        u"additional-numbers"_s,
-                                        u"number"_s,
-                                        u"cancelled-invoice"_s,
-                                        u"quote-number"_s};
-    QHash<QString, QString> structural = v;
-    for (const QString& key : userFields)
-        structural.remove(key);
-    content = fill(content, structural);
-    for (const QString& key : userFields)
-        content.replace(u"{{"_s + key + u"}}"_s, v.value(key));
+    // Every placeholder in one pass: "{{...}}" typed into a note stays as it is.
+    content = Html::fill(content, v);
 
     QStringList classes{pageKindClass(kind)};
     if (!note.isEmpty())
@@ -721,26 +738,28 @@ QString InvoiceDocument::render(PageKind kind, const std::optional<QList<int>>& 
     if (!extraClasses.isEmpty())
         classes << extraClasses;
     if (kind == PageKind::middle || kind == PageKind::last)
-        content.prepend(u"<div class=\"continuation-reserve\"></div>\n"_s);
+        content = u"<div class=\"continuation-reserve\"></div>\n"_html + content;
 
-    const QString page =
-        shell(content, classes.join(u' '), &error, m_styling.marginalColumn ? girocodeHtml() : QString());
-    return page.isEmpty() ? errorPage(error) : page;
+    const Html page =
+        shell(content, classes.join(u' '), &error, m_styling.marginalColumn ? girocodeHtml() : Html());
+    return page.isEmpty() ? errorPage(error) : page.toString();
 }
 
-QString InvoiceDocument::girocodeHtml() const
+Html InvoiceDocument::girocodeHtml() const
 {
     if (!m_styling.girocode)
         return {};
     const auto transfer = GiroCode::transferFor(m_invoice, m_profile);
     if (!transfer)
         return {};
-    const QString symbol = QrCodeSvg::svg(GiroCode::payload(*transfer).toUtf8(), u"girocode-symbol"_s);
+    // The symbol is drawn from the encoder's modules: rectangles and numbers, no text of the data.
+    const Html symbol =
+        Html::trusted(QrCodeSvg::svg(GiroCode::payload(*transfer).toUtf8(), u"girocode-symbol"_s));
     if (symbol.isEmpty())
         return {};
     // The brand name means something to German readers only; English tables leave it empty.
     const QString heading = text(u"GiroCode"_s);
-    return u"<figure class=\"girocode\">"_s + symbol + u"<figcaption>"_s +
-           (heading.isEmpty() ? QString() : u"<h3>"_s + escape(heading) + u"</h3>"_s) +
-           escape(text(u"Scan with your banking app"_s)) + u"</figcaption></figure>"_s;
+    return u"<figure class=\"girocode\">"_html + symbol + u"<figcaption>"_html +
+           (heading.isEmpty() ? Html() : u"<h3>"_html + heading + u"</h3>"_html) +
+           text(u"Scan with your banking app"_s) + u"</figcaption></figure>"_html;
 }

@@ -2,6 +2,7 @@
 
 #include "model/Invoice.h"
 #include "model/Profile.h"
+#include "render/Html.h"
 #include "render/PaginatedDocument.h"
 #include "render/Styling.h"
 
@@ -48,40 +49,41 @@ public:
     // The style placeholders and their values (without "{{" "}}").
     QHash<QString, QString> styleValues() const;
 
-    // Helpers shared with the reminder letter.
-    static QString escape(const QString& text);
+    // Helpers shared with the reminder letter. Markup is built as Html, so that every text
+    // that meets it is escaped (render/Html.h).
     // Escaped text with **strong** and *emphasis*.
-    static QString inlineMarkdown(const QString& text);
+    static Html inlineMarkdown(const QString& text);
     // One <div class="LINE-CLASS"> per entry of `lines` whose index `shown` accepts (all
     // without a list), markdown applied, a blank line kept as a space; empty when none is shown.
-    static QString linesHtml(const QStringList& lines, const QString& lineClass,
-                             const std::optional<QList<int>>& shown = std::nullopt);
+    static Html linesHtml(const QStringList& lines, const QString& lineClass,
+                          const std::optional<QList<int>>& shown = std::nullopt);
     // Page geometry: rounded to thousandths, whole numbers without a point.
     static QString formatGeometry(double value);
     // "1.234,50 €" in German, "€1,234.50" in English.
     static QString formatAmount(double amount, const QString& currency, Language language);
     static QString formatDate(QDate date, Language language, bool withYear = true);
     static QString formatQuantity(double quantity, Language language);
-    // Replaces every "{{name}}" by its value.
-    static QString fill(QString text, const QHash<QString, QString>& values);
-    static QString loadTemplate(const QString& name, QString* error);
+    static Html loadTemplate(const QString& name, QString* error);
     static QString errorPage(const QString& error);
 
 protected:
     // `paymentCode` goes under the bank details of the marginal column.
-    QString shell(const QString& content, const QString& bodyClasses, QString* error,
-                  const QString& paymentCode = {}) const;
+    // The whole page; empty when a template is missing (`error` says why).
+    Html shell(const Html& content, const QString& bodyClasses, QString* error,
+               const Html& paymentCode = {}) const;
     QString text(const QString& key) const;
-    QString logoHtml() const;
-    QString senderLine() const;
-    QString recipientHtml() const;
+    Html logoHtml() const;
+    // The colour a recoloured logo takes: primary or accent, as light as the page's text.
+    QString logoColor() const;
+    Html senderLine() const;
+    Html recipientHtml() const;
 
 private:
     int noteLineCount() const;
-    QString itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock, bool showQuantity) const;
-    QString totalBlock() const;
+    Html itemRows(const std::optional<QList<int>>& blocks, int firstRowBlock, bool showQuantity) const;
+    Html totalBlock() const;
     // The GiroCode with its caption, or empty when the styling or the invoice has none.
-    QString girocodeHtml() const;
+    Html girocodeHtml() const;
 
     Invoice m_invoice;
     Profile m_profile;

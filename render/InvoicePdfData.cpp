@@ -1,6 +1,7 @@
 #include "render/InvoicePdfData.h"
 
 #include "model/InvoiceJson.h"
+#include "model/ValueCheck.h"
 
 #include <QFile>
 
@@ -129,6 +130,9 @@ QList<ImportOutcome> importFiles(const QStringList& files, QSet<QUuid> existingI
             outcome.problem = u"%1: cannot read the file: %2"_s.arg(path, file.errorString());
         } else if (auto invoice = read(file.readAll()); !invoice) {
             outcome.problem = u"%1: no invoice record in this file"_s.arg(path);
+        } else if (const auto problem = ValueCheck::invoice(*invoice)) {
+            // The record is only as trustworthy as the PDF that carried it.
+            outcome.problem = u"%1: %2"_s.arg(path, problem->text());
         } else if (existingIds.contains(invoice->id)) {
             outcome.problem = duplicateText();
             outcome.duplicate = true;

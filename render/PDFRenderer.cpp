@@ -71,6 +71,7 @@ void PDFRenderer::printPage()
 {
     if (!m_page) {
         m_page = new QWebEnginePage(this);
+        lockDocumentPage(m_page);
         if (this == g_shared)
             qAddPostRoutine(releaseShared);
     }

@@ -16,15 +16,15 @@ ReminderDocument::ReminderDocument(Reminder reminder, Invoice invoice, Profile p
         m_lines = text.split(u'\n');
 }
 
-QString ReminderDocument::additionalNumbers() const
+Html ReminderDocument::additionalNumbers() const
 {
     // "Label: value" lines of the sender's further numbers (customer number ...), as on the invoice.
-    QString rows;
+    Html rows;
     for (const QString& line : invoice().senderAdditionalNumbers.split(u'\n', Qt::SkipEmptyParts)) {
         const qsizetype colon = line.indexOf(u':');
-        const QString label = colon > 0 ? escape(line.left(colon).trimmed()) : QString();
-        const QString value = escape((colon > 0 ? line.mid(colon + 1) : line).trimmed());
-        rows += u"<tr><th class=\"label\">%1</th><td>%2</td></tr>"_s.arg(label, value);
+        const QString label = colon > 0 ? line.left(colon).trimmed() : QString();
+        const QString value = (colon > 0 ? line.mid(colon + 1) : line).trimmed();
+        rows += u"<tr><th class=\"label\">"_html + label + u"</th><td>"_html + value + u"</td></tr>"_html;
     }
     return rows;
 }
@@ -33,13 +33,13 @@ QString ReminderDocument::render(PageKind kind, const std::optional<QList<int>>&
                                  const QString& extraClasses) const
 {
     QString error;
-    QString content = loadTemplate(u"ReminderContent.html"_s, &error);
+    Html content = loadTemplate(u"ReminderContent.html"_s, &error);
     if (content.isEmpty())
         return errorPage(error);
 
     const Invoice& i = invoice();
     const Language lang = language();
-    QHash<QString, QString> v;
+    QHash<QString, Html> v;
     v[u"date-label"_s] = text(u"Date"_s);
     v[u"date"_s] = ReminderVariables::formatDate(m_reminder.date.localDate(), lang);
     v[u"invoice-number-label"_s] = text(u"Invoice Number"_s);
@@ -47,28 +47,21 @@ QString ReminderDocument::render(PageKind kind, const std::optional<QList<int>>&
     v[u"invoice-date"_s] = ReminderVariables::formatDate(i.date.localDate(), lang);
     v[u"amount-label"_s] = text(u"Amount Due"_s);
     v[u"amount"_s] = formatAmount(ReminderVariables::amountDue(i), i.currency.code, lang);
-    v[u"headline"_s] = escape(m_reminder.title(lang));
-
-    const QString body = linesHtml(m_lines, u"reminder-line"_s, blocks);
-
-    // Placeholders first, user text last: "{{...}}" left in a text stays literal.
-    content = InvoiceDocument::fill(content, v);
-    const QList<std::pair<QString, QString>> userFields{
-        {u"sender-line"_s, senderLine()},
-        {u"recipient"_s, recipientHtml()},
-        {u"invoice-number"_s, escape(NumberFormat::displayNumber(i, m_profile))},
-        {u"additional-numbers"_s, additionalNumbers()},
-        {u"text"_s, body},
-    };
-    for (const auto& [key, value] : userFields)
-        content.replace(u"{{"_s + key + u"}}"_s, value);
+    v[u"headline"_s] = m_reminder.title(lang);
+    v[u"sender-line"_s] = senderLine();
+    v[u"recipient"_s] = recipientHtml();
+    v[u"invoice-number"_s] = NumberFormat::displayNumber(i, m_profile);
+    v[u"additional-numbers"_s] = additionalNumbers();
+    v[u"text"_s] = linesHtml(m_lines, u"reminder-line"_s, blocks);
+    // Every placeholder in one pass: "{{...}}" left in a text stays as it is.
+    content = Html::fill(content, v);
 
     QStringList classes{pageKindClass(kind)};
     if (!extraClasses.isEmpty())
         classes << extraClasses;
     if (kind == PageKind::middle || kind == PageKind::last)
-        content.prepend(u"<div class=\"continuation-reserve\"></div>\n"_s);
+        content = u"<div class=\"continuation-reserve\"></div>\n"_html + content;
 
-    const QString page = shell(content, classes.join(u' '), &error);
-    return page.isEmpty() ? errorPage(error) : page;
+    const Html page = shell(content, classes.join(u' '), &error);
+    return page.isEmpty() ? errorPage(error) : page.toString();
 }

@@ -26,7 +26,7 @@ public:
     const QStringList& lines() const { return m_lines; }
 
 private:
-    QString additionalNumbers() const;
+    Html additionalNumbers() const;
 
     Reminder m_reminder;
     Profile m_profile;

@@ -6,6 +6,7 @@
 #include "einvoice/XMLElement.h"
 #include "einvoice/XMLGenerator.h"
 #include "l10n/Strings.h"
+#include "model/ValueCheck.h"
 #include "numbering/NumberAssignment.h"
 #include "util/Clock.h"
 
@@ -365,6 +366,56 @@ void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
 
 namespace {
 
+// The place in the document that gave a field, as the user can look it up in the file.
+QString documentField(const QString& field, Syntax syntax)
+{
+    const bool cii = syntax == Syntax::cii;
+    if (field == u"currency")
+        return cii ? u"InvoiceCurrencyCode"_s : u"DocumentCurrencyCode"_s;
+    if (field == u"addressCountry")
+        return cii ? u"BuyerTradeParty/PostalTradeAddress/CountryID"_s
+                   : u"AccountingCustomerParty/Party/PostalAddress/Country/IdentificationCode"_s;
+    if (field == u"senderAddressCountry")
+        return cii ? u"SellerTradeParty/PostalTradeAddress/CountryID"_s
+                   : u"AccountingSupplierParty/Party/PostalAddress/Country/IdentificationCode"_s;
+    static const QRegularExpression item(u"^items\\[(\\d+)\\]\\.(\\w+)$"_s);
+    if (const auto match = item.match(field); match.hasMatch()) {
+        const int line = match.captured(1).toInt() + 1;
+        return (cii ? u"IncludedSupplyChainTradeLineItem[%1]"_s : u"InvoiceLine[%1]"_s).arg(line) + u" ("_s +
+               match.captured(2) + u')';
+    }
+    return field;
+}
+
+// The values the invoice would take from the document, against their lists and bounds. The
+// codes that the record does not keep as written (units, tax categories) are checked here.
+std::optional<ValueCheck::Problem> checkValues(const ReceivedEInvoice& received, Syntax syntax,
+                                               const Invoice& invoice)
+{
+    const bool cii = syntax == Syntax::cii;
+    for (qsizetype n = 0; n < received.lines.size(); ++n) {
+        const ReceivedEInvoice::Line& line = received.lines[n];
+        const QString place =
+            (cii ? u"IncludedSupplyChainTradeLineItem[%1]/"_s : u"InvoiceLine[%1]/"_s).arg(n + 1);
+        if (!line.unitCode.isEmpty() && !ValueCheck::isUnitCode(line.unitCode))
+            return ValueCheck::Problem{
+                place + (cii ? u"BilledQuantity/@unitCode"_s : u"InvoicedQuantity/@unitCode"_s),
+                u"\"%1\" is not a UN/ECE unit code"_s.arg(line.unitCode.left(40))};
+        if (!line.vatCategory.isEmpty() && !ValueCheck::isVatCategory(line.vatCategory.trimmed().toUpper()))
+            return ValueCheck::Problem{place + u"CategoryCode"_s,
+                                       u"\"%1\" is not a VAT category code"_s.arg(line.vatCategory.left(40))};
+    }
+    for (const ReceivedEInvoice::VatBreakdown& vat : received.vatBreakdown)
+        if (!vat.category.isEmpty() && !ValueCheck::isVatCategory(vat.category.trimmed().toUpper()))
+            return ValueCheck::Problem{u"ApplicableTradeTax/CategoryCode"_s,
+                                       u"\"%1\" is not a VAT category code"_s.arg(vat.category.left(40))};
+    if (auto problem = ValueCheck::invoice(invoice)) {
+        problem->field = documentField(problem->field, syntax);
+        return problem;
+    }
+    return std::nullopt;
+}
+
 Result importDocument(const Document& document, const Profile& profile, const QList<Invoice>& invoices)
 {
     Result result;
@@ -381,6 +432,11 @@ Result importDocument(const Document& document, const Profile& profile, const QL
     Invoice invoice = freshInvoice(profile, invoices);
     invoice.status = Status::sent;
     fillInvoice(received, invoice);
+    if (const auto problem = checkValues(received, document.syntax, invoice)) {
+        result.alerts.append(Strings::ui(u"This file holds a value that Ledra does not accept."_s));
+        result.detail = problem->text();
+        return result;
+    }
     result.alerts = totalsDifferences(received, invoice);
     result.invoice = std::move(invoice);
     return result;

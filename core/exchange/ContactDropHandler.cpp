@@ -4,6 +4,7 @@
 #include "exchange/VCard.h"
 #include "l10n/CodeNames.h"
 #include "model/Region.h"
+#include "model/ValueCheck.h"
 
 #include <QHash>
 #include <QLocale>
@@ -109,9 +110,22 @@ QList<Contact> ContactDropHandler::contacts(const QByteArray& vcard)
 QList<Contact> ContactDropHandler::readContacts(const QByteArray& vcard)
 {
     QList<Contact> found;
-    for (const VCard& card : VCard::parse(vcard))
-        if (const Contact contact = contactFrom(card); contact != Contact())
-            found.append(contact);
+    for (const VCard& card : VCard::parse(vcard)) {
+        const Contact contact = contactFrom(card);
+        if (contact == Contact())
+            continue;
+        // A card is a stranger's file: a value the invoice would not accept refuses the card.
+        const std::pair<const char*, const QString*> fields[] = {
+            {"N", &contact.name},           {"ADR", &contact.street},  {"ADR", &contact.postcode},
+            {"ADR", &contact.city},         {"ADR", &contact.state},   {"ADR", &contact.country},
+            {"TEL", &contact.phone},        {"EMAIL", &contact.email}, {"URL", &contact.website},
+            {"ORG", &contact.organization},
+        };
+        for (const auto& [field, value] : fields)
+            if (const auto problem = ValueCheck::line(QString::fromLatin1(field), *value))
+                throw VCardError(u"contact %1: %2"_s.arg(found.size() + 1).arg(problem->text()));
+        found.append(contact);
+    }
     return found;
 }
 

@@ -1,12 +1,18 @@
 #include "exchange/ProfileExchange.h"
 
 #include "l10n/Strings.h"
+#include "model/InvoiceJson.h"
 #include "model/ProfileJson.h"
+#include "model/ValueCheck.h"
+#include "reminders/ReminderJson.h"
 #include "storage/ProfileManager.h"
 #include "util/Files.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QUuid>
 
@@ -57,6 +63,65 @@ QStringList profileFolders(const QString& root)
                 found.append(level.filePath(grandchild));
     }
     return found;
+}
+
+// The styling record is read by the renderer, which lives above this layer: its strings are
+// checked as lines here, its colours as six hexadecimal digits.
+std::optional<ValueCheck::Problem> checkStyling(const QByteArray& bytes)
+{
+    static const QRegularExpression hex(u"^[0-9A-Fa-f]{6}$"_s);
+    const QJsonObject object = QJsonDocument::fromJson(bytes).object();
+    for (auto it = object.begin(); it != object.end(); ++it) {
+        if (!it->isString())
+            continue;
+        const QString value = it->toString();
+        if ((it.key() == u"primaryColor" || it.key() == u"accentColor") && !hex.match(value).hasMatch())
+            return ValueCheck::Problem{
+                it.key(), u"\"%1\" is not a colour of six hexadecimal digits"_s.arg(value.left(40))};
+        if (auto problem = ValueCheck::line(it.key(), value))
+            return problem;
+    }
+    return std::nullopt;
+}
+
+// What a profile folder from a data file holds, checked before any of it reaches the data
+// folder: the profile, its styling, and every invoice and reminder that decodes (the stores
+// skip the others). The message names the file, relative to the archive, and the field.
+std::optional<QString> checkProfileFolder(const QString& folder)
+{
+    const QDir dir(folder);
+    const QString shown = dir.dirName() + u'/';
+    auto describe = [&](const QString& file, const ValueCheck::Problem& problem) {
+        return shown + file + u": "_s + problem.text();
+    };
+    try {
+        const auto profileBytes = Files::read(dir.filePath(profileFile));
+        if (auto problem = ValueCheck::profile(ProfileJson::decode(profileBytes.value_or(QByteArray()))))
+            return describe(profileFile, *problem);
+    } catch (const std::exception&) {
+        // An undecodable profile fails on its own further on, with the decoder's words.
+    }
+    if (const auto styling = Files::read(dir.filePath(u"styling.json"_s)))
+        if (auto problem = checkStyling(*styling))
+            return describe(u"styling.json"_s, *problem);
+    const QDir invoices(dir.filePath(u"Invoices"_s));
+    for (const QString& name : invoices.entryList({u"*.json"_s}, QDir::Files, QDir::Name)) {
+        const auto bytes = Files::read(invoices.filePath(name));
+        if (!bytes)
+            continue;
+        try {
+            if (name.contains(u"-reminder"_s)) {
+                const Reminder reminder = ReminderJson::decode(*bytes);
+                if (auto problem = ValueCheck::text(u"text"_s, reminder.text))
+                    return describe(u"Invoices/"_s + name, *problem);
+            } else if (auto problem = ValueCheck::invoice(InvoiceJson::decode(*bytes))) {
+                return describe(u"Invoices/"_s + name, *problem);
+            }
+        } catch (const std::exception&) {
+            continue;
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -182,6 +247,9 @@ ProfileImportResult ProfileImporter::importFile(const QString& path)
     for (const QString& folder : folders) {
         const QString sourceName = QFileInfo(folder).fileName();
         try {
+            // Nothing of a profile that holds a value we refuse goes into the data folder.
+            if (const auto problem = checkProfileFolder(folder))
+                throw std::runtime_error(problem->toStdString());
             const auto bytes = Files::read(folder + u'/' + profileFile);
             Profile profile = ProfileJson::decode(bytes.value_or(QByteArray()));
             const bool identityTaken = m_profiles.profile(profile.id) != nullptr;

@@ -4,6 +4,7 @@
 #include "l10n/Strings.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
+#include "model/ValueCheck.h"
 #include "util/Bounds.h"
 
 #include <QHostAddress>
@@ -645,15 +646,14 @@ void TextParser::fill(Invoice& invoice, const ExtractedInvoice& extracted, const
         take(invoice.addressPostcode, r->postcode);
         take(invoice.addressCity, r->city);
         take(invoice.addressState, r->state);
-        static const QRegularExpression countryCode(u"^[A-Z]{2}$"_s);
-        if (r->countryCode && countryCode.match(r->countryCode->toUpper()).hasMatch())
+        if (r->countryCode && ValueCheck::isCountry(r->countryCode->toUpper()))
             invoice.addressCountry = Country{r->countryCode->toUpper()};
     }
     take(invoice.note, extracted.note);
     if (extracted.reference && !extracted.reference->trimmed().isEmpty())
         invoice.reference = extracted.reference->trimmed();
-    static const QRegularExpression currencyCode(u"^[A-Z]{3}$"_s);
-    if (extracted.currencyCode && currencyCode.match(extracted.currencyCode->toUpper()).hasMatch())
+    // A model's answer is taken only where it names a code of the lists; else the preset stays.
+    if (extracted.currencyCode && ValueCheck::isCurrency(extracted.currencyCode->toUpper()))
         invoice.currency = Currency{extracted.currencyCode->toUpper()};
 
     // A start alone is a single day; an end before the start is not taken.

@@ -1,6 +1,7 @@
 #include "plugins/PluginCommands.h"
 
 #include "l10n/Strings.h"
+#include "model/ValueCheck.h"
 #include "storage/InvoiceManager.h"
 #include "util/Clock.h"
 #include "util/Files.h"
@@ -45,6 +46,11 @@ QList<Invoice> applyImport(const QList<ImportPatch>& patches, InvoiceManager& in
     for (const ImportPatch& patch : patches) {
         Invoice invoice = invoices.createInvoice();
         patch.applyTo(invoice);
+        // A plugin's answer is checked like any file from outside: a refused value, no invoice.
+        if (const auto problem = ValueCheck::invoice(invoice)) {
+            qWarning().noquote() << u"PluginCommands: an imported invoice was refused: "_s + problem->text();
+            continue;
+        }
         if (invoices.saveInvoice(invoice))
             continue; // logged by the store
         created.append(invoice);

@@ -62,16 +62,16 @@ TEST(DocumentStyle, ColoursAreDarkenedInOklab)
 
 TEST(DocumentContent, TextIsEscapedAndMarkedUp)
 {
-    EXPECT_EQ(InvoiceDocument::inlineMarkdown(QStringLiteral("a **b** & *c* <i>")),
+    EXPECT_EQ(InvoiceDocument::inlineMarkdown(QStringLiteral("a **b** & *c* <i>")).toString(),
               QStringLiteral("a <strong>b</strong> &amp; <em>c</em> &lt;i&gt;"));
     const QStringList lines{QStringLiteral("one"), QString(), QStringLiteral("**three**")};
-    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("note-line")),
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("note-line")).toString(),
               QStringLiteral("<div class=\"note-line\">one</div><div class=\"note-line\">&nbsp;</div>"
                              "<div class=\"note-line\"><strong>three</strong></div>"));
     // A page shows only its own lines.
-    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{2}),
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{2}).toString(),
               QStringLiteral("<div class=\"x\"><strong>three</strong></div>"));
-    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{}), QString());
+    EXPECT_EQ(InvoiceDocument::linesHtml(lines, QStringLiteral("x"), QList<int>{}).toString(), QString());
 
     Invoice invoice = sampleInvoice();
     invoice.name = QStringLiteral("<script>alert(1)</script> {{logo}}");
