@@ -1,0 +1,32 @@
+// The language model's answer as it streams in: every prefix is closed into a document and read
+// as far as it goes. The server is local but its answers are not ours.
+#include "FuzzSupport.h"
+#include "extraction/ExtractedInvoice.h"
+#include "extraction/PartialJson.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    FuzzSupport::setUp();
+    if (!FuzzSupport::accept(size, 256 * 1024))
+        return 0;
+    const QByteArray answer = FuzzSupport::bytes(data, size);
+    const std::optional<QJsonObject> partial = PartialJson::complete(answer);
+    if (partial)
+        (void)ExtractionSchema::decodePartial(*partial, QStringLiteral("fuzz"));
+
+    // A complete object must come out as it went in: the closing adds nothing then.
+    QJsonParseError error;
+    const QJsonDocument whole = QJsonDocument::fromJson(answer, &error);
+    if (error.error == QJsonParseError::NoError && whole.isObject()) {
+        FuzzSupport::check(partial.has_value(), "a complete object is read");
+        FuzzSupport::check(*partial == whole.object(), "a complete object is read unchanged");
+        try {
+            (void)ExtractionSchema::decode(whole.object());
+        } catch (const std::exception&) {
+        }
+    }
+    return 0;
+}
