@@ -1,9 +1,11 @@
 // The record files of a data folder (invoice, profile, styling, reminder), which sync engines,
-// other machines and Ledra Data files put there. Each is decoded as every kind; what decodes
-// must survive being written and read again unchanged.
+// other machines and Ledra Data files put there, and the manifests of plugin folders. Each input
+// is decoded as every kind; a record that decodes must survive being written and read again
+// unchanged.
 #include "FuzzSupport.h"
 #include "model/InvoiceJson.h"
 #include "model/ProfileJson.h"
+#include "plugins/PluginManifest.h"
 #include "reminders/ReminderJson.h"
 #include "render/Styling.h"
 #include "util/JsonReader.h"
@@ -60,5 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     roundTrip(
         bytes, [](const QByteArray& b) { return ReminderJson::decode(b); },
         [](const Reminder& r) { return ReminderJson::encode(r); }, "a reminder file reads back as written");
+    try {
+        (void)PluginManifest::decode(bytes);
+    } catch (const std::runtime_error&) {
+    }
     return 0;
 }
