@@ -43,10 +43,11 @@ test: deps
 
 bench: deps
 	cmake --preset ci
-	cmake --build --preset ci -j $(JOBS) --target ledra-bench ledra-desktop-bench ledra-extract-bench
+	cmake --build --preset ci -j $(JOBS) --target ledra-bench ledra-desktop-bench ledra-extract-bench ledra-hostile-bench
 	./build/ci/bench/ledra-bench
 	./build/ci/bench/ledra-desktop-bench
 	./build/ci/bench/ledra-extract-bench
+	./build/ci/bench/ledra-hostile-bench
 
 asan: deps
 	cmake --preset asan

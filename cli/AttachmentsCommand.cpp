@@ -45,7 +45,10 @@ protected:
             return fail(u"%1: cannot read the file: %2"_s.arg(path, readError));
         QList<PdfAttachments::Attachment> attachments;
         try {
-            attachments = PdfAttachments::list(*bytes);
+            // Listing and extracting show every file; the invoice XML alone needs only its own.
+            attachments = PdfAttachments::list(*bytes, parser.isSet(u"xml"_s)
+                                                           ? PdfAttachments::Contents::invoiceXml
+                                                           : PdfAttachments::Contents::all);
         } catch (const std::exception& error) {
             return fail(u"%1: not a readable PDF: %2"_s.arg(path, QString::fromUtf8(error.what())));
         }
@@ -59,6 +62,10 @@ protected:
             return ExitCode::ok;
         }
         for (const PdfAttachments::Attachment& attachment : attachments) {
+            if (!attachment.problem.isEmpty()) {
+                out() << attachment.name << "  (not read: " << attachment.problem << ")\n";
+                continue;
+            }
             out() << attachment.name << "  " << attachment.data.size() << " bytes";
             const QString details =
                 joinNonEmpty({attachment.mimeType, attachment.relationship, attachment.description});
@@ -77,6 +84,8 @@ private:
         if (!xml)
             return fail(u"%1: no embedded invoice XML (looked for %2)"_s.arg(
                 path, PdfAttachments::invoiceXmlNames().join(u", "_s)));
+        if (!xml->problem.isEmpty())
+            return fail(u"%1: %2"_s.arg(path, xml->problem));
         if (output.isEmpty()) {
             out().flush();
             std::fwrite(xml->data.constData(), 1, std::size_t(xml->data.size()), stdout);
@@ -98,6 +107,10 @@ private:
             const QString fileName = QFileInfo(attachment.name).fileName();
             if (fileName.isEmpty() || fileName == u".."_s) {
                 status = fail(u"%1: skipped, not a usable file name"_s.arg(attachment.name));
+                continue;
+            }
+            if (!attachment.problem.isEmpty()) {
+                status = fail(u"%1: skipped, %2"_s.arg(attachment.name, attachment.problem));
                 continue;
             }
             const QString target = QDir(folder).filePath(fileName);

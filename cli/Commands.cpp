@@ -111,10 +111,16 @@ QByteArray readInputArgument(const QString& file)
         QFile input;
         if (!input.open(stdin, QIODevice::ReadOnly))
             throw CliError(u"%1: cannot be read"_s.arg(inputName(file)));
-        return input.readAll();
+        // Bounded like any file: one byte more than the cap tells that it is over.
+        QByteArray bytes = input.read(Bounds::fileBytes + 1);
+        if (bytes.size() > Bounds::fileBytes)
+            throw CliError(u"%1: it is larger than %2 MB"_s.arg(inputName(file))
+                               .arg(Bounds::fileBytes / Bounds::megabyte));
+        return bytes;
     }
     QString error;
-    const std::optional<QByteArray> bytes = Files::read(file, &error);
+    // A file the user names may be a pipe ("<(…)"): read it, within the same bound.
+    const std::optional<QByteArray> bytes = Files::read(file, &error, {Bounds::fileBytes, true, false});
     if (!bytes)
         throw CliError(u"%1: %2"_s.arg(file, error));
     return *bytes;

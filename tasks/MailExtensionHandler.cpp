@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QPointer>
 
 using namespace Qt::Literals::StringLiterals;
@@ -44,14 +45,24 @@ void MailExtensionExportHandler::handlePendingRequest(std::function<void(std::op
             done(std::move(written));
     };
     const QString request = requestPath();
-    if (!QFile::exists(request))
+    const QFileInfo requestInfo(request);
+    if (!requestInfo.exists() && !requestInfo.isSymLink())
         return finish(std::nullopt);
-    // Read, then gone at once: a request is served at most once, even when serving fails.
-    const std::optional<QByteArray> bytes = Files::read(request);
+    // Read, then gone at once: a request is served at most once, even when serving fails. Only a
+    // small regular file is a request: a link (to /dev/zero, to a file of the user's), a FIFO or
+    // a huge file is refused without reading it, and without waiting on it.
+    QString readError;
+    const std::optional<QByteArray> bytes =
+        Files::read(request, &readError, {Bounds::mailRequestBytes, false, true});
     QFile::remove(request);
+    if (!bytes) {
+        qCWarning(lcExchange).noquote()
+            << "MailExtensionExportHandler: Refused the request" << request + u':' << readError;
+        return finish(std::nullopt);
+    }
     QUuid id;
     try {
-        const JsonDocument document(bytes.value_or(QByteArray()));
+        const JsonDocument document(*bytes);
         JsonFieldReader(document, DateEncoding::referenceSeconds).read("invoiceId"_L1, id);
     } catch (const JsonDecodeError&) {
         return finish(std::nullopt);
@@ -76,7 +87,9 @@ void MailExtensionExportHandler::handlePendingRequest(std::function<void(std::op
         return folder + u'/' + DocumentTasks::suggestedFileName(source.invoice, source.profile, kind);
     };
     auto store = [](const QString& path, const QByteArray& content) -> std::optional<QString> {
-        if (const auto error = Files::writeAtomically(path, content)) {
+        // The folder is shared with the add-on: a link planted in it (for the file or as the
+        // folder) is replaced or refused, never written through.
+        if (const auto error = Files::writeAtomically(path, content, Files::FolderLink::refused)) {
             qCWarning(lcExchange).noquote()
                 << "MailExtensionExportHandler: Failed to write" << path + u':' << *error;
             return std::nullopt;

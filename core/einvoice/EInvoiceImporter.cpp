@@ -224,6 +224,11 @@ Document openFile(const QByteArray& bytes)
         document.detail = u"the PDF carries no %1"_s.arg(PdfAttachments::invoiceXmlNames().join(u", "_s));
         return document;
     }
+    if (!xml->problem.isEmpty()) {
+        document.problem = Problem::unreadablePdf;
+        document.detail = u"the PDF cannot be read: %1"_s.arg(xml->problem);
+        return document;
+    }
     document = openXml(xml->data);
     document.embeddedName = xml->name;
     if (document.problem)

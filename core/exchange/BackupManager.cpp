@@ -118,19 +118,25 @@ void BackupManager::setRetention(BackupRetention retention)
 
 namespace {
 
+// Only the files this manager writes count as backups: "Backup-yyyy-MM-dd.ledradata", a
+// regular file, dated no later than today. Anything else in the folder (a file someone put there,
+// a link, a sync engine's conflict copy) neither decides whether a backup is due nor is ever
+// deleted by pruning; a name dated in the future would otherwise stop backups for good.
 QList<BackupManager::Backup> backupsIn(const QString& folderPath)
 {
-    static const QRegularExpression dated(u"^Backup-(\\d{4}-\\d{2}-\\d{2})"_s);
+    static const QRegularExpression ownName(u"^Backup-(\\d{4}-\\d{2}-\\d{2})\\.ledradata$"_s);
+    const QDate today = Clock::today();
     QList<BackupManager::Backup> found;
     const QDir folder(folderPath);
-    for (const QFileInfo& file : folder.entryInfoList({u"*.ledradata"_s}, QDir::Files)) {
-        QDate date;
-        if (const auto match = dated.match(file.fileName()); match.hasMatch())
-            date = QDate::fromString(match.captured(1), u"yyyy-MM-dd"_s);
-        if (!date.isValid()) {
-            const QDateTime made = file.birthTime().isValid() ? file.birthTime() : file.lastModified();
-            date = made.toTimeZone(Clock::timeZone()).date();
-        }
+    for (const QFileInfo& file : folder.entryInfoList({u"*.ledradata"_s}, QDir::Files | QDir::System)) {
+        if (file.isSymLink() || !file.isFile())
+            continue;
+        const auto match = ownName.match(file.fileName());
+        if (!match.hasMatch())
+            continue;
+        const QDate date = QDate::fromString(match.captured(1), u"yyyy-MM-dd"_s);
+        if (!date.isValid() || date > today || BackupManager::fileName(date) != file.fileName())
+            continue;
         found.append({file.absoluteFilePath(), date});
     }
     std::sort(found.begin(), found.end(), [](const BackupManager::Backup& a, const BackupManager::Backup& b) {

@@ -82,7 +82,8 @@ public:
     std::optional<QString> backupIfNeeded();
     // Writes today's backup now, replacing one of today. Returns the file, or the error text.
     std::optional<QString> backupNow(QString* error = nullptr);
-    // The backups, newest first; their date from the name, else the file's own.
+    // The backups this manager wrote, newest first, dated by their name; files of other names,
+    // links and names dated in the future are not backups.
     QList<Backup> backups() const;
     // Removes the oldest backups beyond the retention.
     void pruneBackups();

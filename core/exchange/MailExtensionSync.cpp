@@ -56,7 +56,8 @@ bool writeSync(const Profile& activeProfile, const QList<Invoice>& invoices, con
         return false;
     }
     if (const auto error =
-            Files::writeAtomically(*folder + u'/' + QLatin1StringView(syncFileName), payload)) {
+            Files::writeAtomically(*folder + u'/' + QLatin1StringView(syncFileName), payload,
+                                   Files::FolderLink::refused)) {
         qCWarning(lcExchange).noquote() << "MailExtensionSync: Failed to write sync file:" << *error;
         return false;
     }

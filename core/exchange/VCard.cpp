@@ -1,5 +1,7 @@
 #include "exchange/VCard.h"
 
+#include "util/Bounds.h"
+
 #include <QStringDecoder>
 
 #include <optional>
@@ -81,13 +83,6 @@ bool isEncodingName(const QString& upper)
 {
     return upper == u"QUOTED-PRINTABLE" || upper == u"BASE64" || upper == u"B" || upper == u"8BIT" ||
            upper == u"7BIT";
-}
-
-// 2.1 soft line breaks are only meaningful in a quoted-printable value, so the head decides.
-bool isQuotedPrintable(const QByteArray& line)
-{
-    const qsizetype colon = valueColon(line);
-    return colon > 0 && line.left(colon).toUpper().contains("QUOTED-PRINTABLE");
 }
 
 int hexValue(char c)
@@ -183,6 +178,8 @@ class VCardReader
 public:
     QList<VCard> read(const QByteArray& data)
     {
+        if (data.size() > Bounds::vCardBytes)
+            throw VCardError(u"The data is larger than %1 MB."_s.arg(Bounds::vCardBytes / Bounds::megabyte));
         const QByteArray bytes = normalized(data);
         if (bytes.trimmed().isEmpty())
             throw VCardError(u"The data is empty."_s);
@@ -190,9 +187,24 @@ public:
         for (qsizetype i = 0; i < lines.size(); ++i) {
             const int number = int(i) + 1;
             QByteArray line = lines[i];
+            // Whether the line is quoted-printable is known once its head is complete. The head is
+            // scanned once as the line grows, never again per folded line: a long value folded a
+            // thousand times must not be read a thousand times.
+            qsizetype scanned = 0;
+            bool quoted = false;
+            std::optional<bool> quotedPrintable;
+            auto isQuotedPrintableLine = [&] {
+                for (; !quotedPrintable && scanned < line.size(); ++scanned) {
+                    if (line[scanned] == '"')
+                        quoted = !quoted;
+                    else if (line[scanned] == ':' && !quoted)
+                        quotedPrintable = scanned > 0 && line.left(scanned).toUpper().contains("QUOTED-PRINTABLE");
+                }
+                return quotedPrintable.value_or(false);
+            };
             while (i + 1 < lines.size()) {
                 const QByteArray& next = lines[i + 1];
-                if (line.endsWith('=') && isQuotedPrintable(line) &&
+                if (line.endsWith('=') && isQuotedPrintableLine() &&
                     next.trimmed().toUpper() != "END:VCARD") {
                     line.chop(1);
                     line += next;

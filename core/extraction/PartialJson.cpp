@@ -1,8 +1,11 @@
 #include "extraction/PartialJson.h"
 
+#include "util/Bounds.h"
+
 #include <QJsonDocument>
 
 #include <cctype>
+#include <deque>
 #include <vector>
 
 namespace {
@@ -54,7 +57,15 @@ std::optional<QJsonObject> complete(const QByteArray& prefix)
     const QByteArray text = prefix.mid(start);
 
     std::vector<char> stack;
-    std::vector<Cut> cuts;
+    // Only the last few cuts are ever tried, and the stack is bounded, so recording a cut costs
+    // a bounded amount: the whole pass stays linear in the prefix.
+    constexpr std::size_t triedCuts = 16;
+    std::deque<Cut> cuts;
+    auto cut = [&](qsizetype end) {
+        if (cuts.size() == triedCuts)
+            cuts.pop_front();
+        cuts.push_back({end, closersOf(stack)});
+    };
     bool inString = false;
     bool escaped = false;
     qsizetype stringStart = 0;
@@ -67,7 +78,7 @@ std::optional<QJsonObject> complete(const QByteArray& prefix)
                 escaped = true;
             else if (c == '"') {
                 inString = false;
-                cuts.push_back({i + 1, closersOf(stack)});
+                cut(i + 1);
             }
             continue;
         }
@@ -78,25 +89,28 @@ std::optional<QJsonObject> complete(const QByteArray& prefix)
             break;
         case '{':
         case '[':
+            // Nothing an invoice needs nests this deep; a deeper answer is not shown while it grows.
+            if (stack.size() >= std::size_t(Bounds::modelJsonDepth))
+                return std::nullopt;
             stack.push_back(c);
-            cuts.push_back({i + 1, closersOf(stack)});
+            cut(i + 1);
             break;
         case '}':
         case ']':
             if (!stack.empty())
                 stack.pop_back();
-            cuts.push_back({i + 1, closersOf(stack)});
+            cut(i + 1);
             if (stack.empty())
                 return parse(text.left(i + 1));
             break;
         case ',':
-            cuts.push_back({i, closersOf(stack)});
+            cut(i);
             break;
         default:
             // The end of a number or literal ("12", "true") is a cut too: the next character ends it.
             if (i + 1 < text.size() && (std::isalnum(static_cast<unsigned char>(c)) || c == '.') &&
                 !std::isalnum(static_cast<unsigned char>(text[i + 1])) && text[i + 1] != '.')
-                cuts.push_back({i + 1, closersOf(stack)});
+                cut(i + 1);
             break;
         }
     }
@@ -116,8 +130,7 @@ std::optional<QJsonObject> complete(const QByteArray& prefix)
     }
     // Otherwise go back to the last place that closes cleanly: this drops a key without its
     // value ("name": ) or a literal cut short ("tru").
-    int attempts = 0;
-    for (auto it = cuts.rbegin(); it != cuts.rend() && attempts < 16; ++it, ++attempts) {
+    for (auto it = cuts.rbegin(); it != cuts.rend(); ++it) {
         if (const auto object = parse(withoutTrailingComma(text.left(it->end)) + it->closers))
             return object;
     }

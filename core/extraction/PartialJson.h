@@ -10,7 +10,8 @@
 // dangling key, colon or comma is dropped, and the open objects and arrays are closed.
 namespace PartialJson {
 
-// The object the prefix stands for so far, or nothing while not even "{" has arrived.
+// The object the prefix stands for so far, or nothing while not even "{" has arrived or when it
+// nests deeper than an invoice ever does. Linear in the size of the prefix.
 std::optional<QJsonObject> complete(const QByteArray& prefix);
 
 } // namespace PartialJson

@@ -4,6 +4,7 @@
 #include "l10n/Strings.h"
 #include "model/Invoice.h"
 #include "model/Profile.h"
+#include "util/Bounds.h"
 
 #include <QHostAddress>
 #include <QJsonArray>
@@ -13,6 +14,8 @@
 #include <QRegularExpression>
 #include <QSettings>
 #include <QTimer>
+
+#include <algorithm>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -135,13 +138,40 @@ void TextParserSettings::save(QSettings& settings) const
 
 TextParser::TextParser(TextParserSettings settings, QObject* parent)
     : QObject(parent), m_settings(std::move(settings)), m_network(new QNetworkAccessManager(this)),
-      m_stallTimer(new QTimer(this))
+      m_stallTimer(new QTimer(this)), m_deadlineTimer(new QTimer(this))
 {
+    m_network->setRedirectPolicy(QNetworkRequest::UserVerifiedRedirectPolicy);
     m_stallTimer->setSingleShot(true);
-    connect(m_stallTimer, &QTimer::timeout, this, [this] {
-        m_stalled = true;
-        if (m_reply)
-            m_reply->abort();
+    connect(m_stallTimer, &QTimer::timeout, this, [this] { stop(&TextParser::m_stalled); });
+    m_deadlineTimer->setSingleShot(true);
+    connect(m_deadlineTimer, &QTimer::timeout, this, [this] { stop(&TextParser::m_tooSlow); });
+}
+
+void TextParser::stop(bool TextParser::*reason)
+{
+    this->*reason = true;
+    if (m_reply)
+        m_reply->abort();
+}
+
+void TextParser::guardRedirects(QNetworkReply* reply)
+{
+    connect(reply, &QNetworkReply::redirected, this, [this, reply](const QUrl& target) {
+        const QUrl server = m_settings.serverUrl;
+        const QUrl resolved = reply->url().resolved(target);
+        const bool sameOrigin = resolved.scheme() == server.scheme() &&
+                                resolved.host().compare(server.host(), Qt::CaseInsensitive) == 0 &&
+                                resolved.port(server.scheme() == u"https"_s ? 443 : 80) ==
+                                    server.port(server.scheme() == u"https"_s ? 443 : 80);
+        if (sameOrigin) {
+            Q_EMIT reply->redirectAllowed();
+            return;
+        }
+        if (reply == m_reply) {
+            m_redirected = true;
+            m_refusedRedirect = resolved;
+        }
+        reply->abort();
     });
 }
 
@@ -198,10 +228,17 @@ void TextParser::probe(const QString& path, std::function<void(int, QByteArray, 
     QNetworkRequest request(endpoint(path));
     request.setTransferTimeout(m_settings.probeTimeoutMs);
     QNetworkReply* reply = m_network->get(request);
+    guardRedirects(reply);
+    // A status answer is a few hundred bytes; one that goes on and on is no server of ours.
+    connect(reply, &QNetworkReply::readyRead, this, [reply] {
+        if (reply->bytesAvailable() > Bounds::modelAnswerBytes)
+            reply->abort();
+    });
     connect(reply, &QNetworkReply::finished, this, [reply, done = std::move(done)] {
         reply->deleteLater();
         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        done(status.toInt(), reply->readAll(), status.isValid());
+        const bool answered = status.isValid() && reply->error() != QNetworkReply::OperationCanceledError;
+        done(status.toInt(), answered ? reply->readAll() : QByteArray(), answered);
     });
 }
 
@@ -353,6 +390,7 @@ void TextParser::cancel()
         reply->deleteLater();
     }
     m_stallTimer->stop();
+    m_deadlineTimer->stop();
 }
 
 void TextParser::startChat(const QString& text)
@@ -386,6 +424,13 @@ void TextParser::startChat(const QString& text)
     m_serverError.clear();
     m_lastPartial.reset();
     m_stalled = false;
+    m_tooLong = false;
+    m_tooSlow = false;
+    m_redirected = false;
+    m_refusedRedirect.clear();
+    m_scanned = 0;
+    m_received = 0;
+    m_publishedSize = 0;
     m_generationId = QUuid::createUuid().toString(QUuid::WithoutBraces);
 
     QNetworkRequest request(url);
@@ -394,7 +439,9 @@ void TextParser::startChat(const QString& text)
     m_reply = m_network->post(request, QJsonDocument(body).toJson(QJsonDocument::Compact));
     connect(m_reply, &QNetworkReply::readyRead, this, &TextParser::receive);
     connect(m_reply, &QNetworkReply::finished, this, &TextParser::finish);
+    guardRedirects(m_reply);
     m_stallTimer->start(m_settings.stallTimeoutMs);
+    m_deadlineTimer->start(m_settings.maxDurationMs);
 }
 
 void TextParser::receive()
@@ -402,7 +449,13 @@ void TextParser::receive()
     if (!m_reply)
         return;
     m_stallTimer->start(m_settings.stallTimeoutMs);
-    consume(m_reply, m_reply->readAll());
+    const QByteArray chunk = m_reply->readAll();
+    m_received += chunk.size();
+    if (m_received > Bounds::modelStreamBytes)
+        return stop(&TextParser::m_tooLong);
+    consume(m_reply, chunk);
+    if (m_content.size() > Bounds::modelAnswerBytes)
+        stop(&TextParser::m_tooLong);
 }
 
 void TextParser::consume(QNetworkReply* reply, const QByteArray& chunk)
@@ -416,10 +469,14 @@ void TextParser::consume(QNetworkReply* reply, const QByteArray& chunk)
     }
     m_pending += chunk;
     bool grew = false;
+    // Lines are cut off by position and removed once at the end, and the search for the next
+    // newline starts where the last one stopped: a chunk of many lines, or a line that arrives in
+    // many chunks, is read once.
+    qsizetype start = 0;
     qsizetype newline;
-    while ((newline = m_pending.indexOf('\n')) >= 0) {
-        QByteArray line = m_pending.left(newline).trimmed();
-        m_pending.remove(0, newline + 1);
+    while ((newline = m_pending.indexOf('\n', std::max(start, m_scanned))) >= 0) {
+        QByteArray line = m_pending.sliced(start, newline - start).trimmed();
+        start = newline + 1;
         if (m_api == Api::openAi) {
             // Server-sent events: "data: {…}" lines, "data: [DONE]" at the end.
             if (!line.startsWith("data:"))
@@ -450,12 +507,21 @@ void TextParser::consume(QNetworkReply* reply, const QByteArray& chunk)
             grew = true;
         }
     }
+    m_pending.remove(0, start);
+    m_scanned = m_pending.size();
     if (grew)
         publishPartial();
 }
 
 void TextParser::publishPartial()
 {
+    // Showing the answer so far reads all of it. A real answer is a few kilobytes and is shown
+    // at every step; beyond that only after it grew by an eighth, so that a long answer costs a
+    // bounded multiple of its size, not its size times the number of pieces.
+    constexpr qsizetype everyStep = 8 * 1024;
+    if (m_content.size() > everyStep && m_content.size() - m_publishedSize < m_publishedSize / 8)
+        return;
+    m_publishedSize = m_content.size();
     const auto object = PartialJson::complete(m_content);
     if (!object)
         return;
@@ -475,8 +541,35 @@ void TextParser::finish()
     m_reply = nullptr;
     reply->deleteLater();
     m_stallTimer->stop();
-    if (reply->isOpen())
-        consume(reply, reply->readAll());
+    m_deadlineTimer->stop();
+    if (m_redirected) {
+        fail(ui(u"The language model server sent the request on to %1. Invoice text only goes to the "
+                u"server set in Preferences, so it was not sent there.")
+                 .arg(origin(m_refusedRedirect)));
+        return;
+    }
+    if (m_tooLong) {
+        fail(ui(u"The language model server sent more than %1 MB, far more than any invoice needs. "
+                u"The answer was stopped.")
+                 .arg(Bounds::modelAnswerBytes / Bounds::megabyte));
+        return;
+    }
+    if (m_tooSlow) {
+        fail(ui(u"The language model server took longer than %1 minutes. The answer was stopped; try a "
+                u"shorter text or a smaller model.")
+                 .arg(std::max(1, m_settings.maxDurationMs / 60000)));
+        return;
+    }
+    if (reply->isOpen()) {
+        const QByteArray rest = reply->readAll();
+        if (m_received + rest.size() > Bounds::modelStreamBytes) {
+            fail(ui(u"The language model server sent more than %1 MB, far more than any invoice needs. "
+                    u"The answer was stopped.")
+                     .arg(Bounds::modelAnswerBytes / Bounds::megabyte));
+            return;
+        }
+        consume(reply, rest);
+    }
     // The last event may come without its newline.
     if (!m_pending.trimmed().isEmpty())
         consume(reply, "\n");

@@ -34,6 +34,8 @@ struct TextParserSettings
     // while extracting (a model on a CPU can think a minute before its first word).
     int probeTimeoutMs = 3000;
     int stallTimeoutMs = 120000;
+    // How long one extraction may take in all, however steadily the server keeps sending.
+    int maxDurationMs = 600000;
 
     static TextParserSettings load(const QSettings& settings);
     void save(QSettings& settings) const;
@@ -112,6 +114,11 @@ private:
     void fail(const QString& message);
     void publishPartial();
     QUrl endpoint(const QString& path) const;
+    // Redirects are followed only within the server's own origin (scheme, host and port); any
+    // other target is refused and the reply aborted, so invoice text never leaves for a host
+    // that the permitted-host check did not see.
+    void guardRedirects(QNetworkReply* reply);
+    void stop(bool TextParser::*reason);
 
     TextParserSettings m_settings;
     QNetworkAccessManager* m_network;
@@ -130,4 +137,12 @@ private:
     std::optional<PartiallyGeneratedExtractedInvoice> m_lastPartial;
     QString m_serverError;
     bool m_stalled = false;
+    bool m_tooLong = false;     // over the answer or stream size cap
+    bool m_tooSlow = false;     // over the total time cap
+    bool m_redirected = false;  // a redirect to another origin was refused
+    QUrl m_refusedRedirect;
+    QTimer* m_deadlineTimer;
+    qsizetype m_scanned = 0;    // how much of m_pending holds no newline
+    qint64 m_received = 0;      // bytes of the current answer, framing included
+    qsizetype m_publishedSize = 0;
 };

@@ -1,5 +1,7 @@
 #include "plugins/PluginManifest.h"
 
+#include "util/Files.h"
+
 #include "util/JsonReader.h"
 
 #include <QDir>
@@ -70,22 +72,24 @@ std::optional<QString> Plugin::iconPath() const
 
 std::optional<QString> Plugin::sourceVersion() const
 {
-    QFile file(QDir(directory).filePath(QLatin1StringView(sourceVersionFile)));
-    if (!file.open(QIODevice::ReadOnly))
+    const auto bytes = Files::read(QDir(directory).filePath(QLatin1StringView(sourceVersionFile)),
+                                   nullptr, {4096, true, true});
+    if (!bytes)
         return std::nullopt;
-    const QString version = QString::fromUtf8(file.readAll()).trimmed();
+    const QString version = QString::fromUtf8(*bytes).trimmed();
     return version.isEmpty() ? std::nullopt : std::optional(version);
 }
 
 std::optional<Plugin> Plugin::load(const QString& directory)
 {
     const QDir dir(directory);
-    QFile file(dir.filePath(QLatin1StringView(PluginManifest::fileName)));
-    if (!file.open(QIODevice::ReadOnly))
+    const auto bytes = Files::read(dir.filePath(QLatin1StringView(PluginManifest::fileName)), nullptr,
+                                   {Bounds::jsonRecordBytes, true, true});
+    if (!bytes)
         return std::nullopt;
     Plugin plugin;
     try {
-        plugin.manifest = PluginManifest::decode(file.readAll());
+        plugin.manifest = PluginManifest::decode(*bytes);
     } catch (const JsonDecodeError&) {
         return std::nullopt;
     }

@@ -1,5 +1,8 @@
 #include "plugins/PluginRuntime.h"
 
+#include "util/Bounds.h"
+#include "util/Files.h"
+
 #include "calc/Totals.h"
 #include "l10n/Strings.h"
 #include "model/InvoiceJson.h"
@@ -119,11 +122,11 @@ qint64 residentBytes()
 
 std::optional<QString> readUtf8(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    const std::optional<QByteArray> bytes = Files::read(path);
+    if (!bytes)
         return std::nullopt;
     QStringDecoder decoder(QStringDecoder::Utf8);
-    QString text = decoder(file.readAll());
+    QString text = decoder(*bytes);
     if (decoder.hasError())
         return std::nullopt;
     return text;
@@ -627,6 +630,9 @@ struct ParsedResult
 
 std::unique_ptr<ParsedResult> parseResult(const QByteArray& json)
 {
+    // An answer is bounded like any record before it is parsed.
+    if (json.size() > Bounds::pluginAnswerBytes)
+        return nullptr;
     auto result = std::make_unique<ParsedResult>();
     if (result->parser.parse(json.constData(), size_t(json.size())).get(result->root) != simdjson::SUCCESS)
         return nullptr;

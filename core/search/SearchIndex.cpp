@@ -241,7 +241,14 @@ SearchIndex::SearchIndex(QString path) : m_path(std::move(path))
         // Damaged beyond reading: the data folder holds everything it had.
         qCWarning(lcSearch).noquote()
             << "Search index" << m_path << "is unusable, rebuilding it:" << error.message();
-        open(true);
+        try {
+            open(true);
+        } catch (const SearchIndexError&) {
+            // No destructor runs for a constructor that throws.
+            sqlite3_close(m_db);
+            m_db = nullptr;
+            throw;
+        }
     }
 }
 
@@ -264,8 +271,13 @@ void SearchIndex::open(bool recreate)
     const bool existed = QFileInfo::exists(m_path);
     if (sqlite3_open_v2(QFile::encodeName(m_path).constData(), &m_db,
                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
-                        nullptr) != SQLITE_OK)
-        throw SearchIndexError(m_db ? error() : u"cannot open"_s);
+                        nullptr) != SQLITE_OK) {
+        // A failed open still hands back a handle (for its message), which must be closed.
+        const QString reason = m_db ? error() : u"cannot open"_s;
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw SearchIndexError(reason);
+    }
     sqlite3_busy_timeout(m_db, 2000);
     exec("PRAGMA journal_mode=WAL");
     exec("PRAGMA synchronous=NORMAL");

@@ -1,5 +1,7 @@
 #include "util/JsonReader.h"
 
+#include "util/Bounds.h"
+
 #include <QJsonDocument>
 #include <QJsonParseError>
 
@@ -26,6 +28,11 @@ thread_local bool t_parserInUse = false;
 
 JsonDocument::JsonDocument(const QByteArray& bytes)
 {
+    // Records come from files others can write (sync engines, Ledra Data files, plugins): one
+    // too large for any record is refused before the parser reserves memory for it.
+    if (bytes.size() > Bounds::jsonRecordBytes)
+        throw JsonDecodeError({}, QStringLiteral("the record is larger than %1 MB")
+                                      .arg(Bounds::jsonRecordBytes / Bounds::megabyte));
     if (t_parserInUse) {
         m_ownParser = std::make_unique<simdjson::dom::parser>();
         m_parser = m_ownParser.get();

@@ -36,7 +36,8 @@ private:
 class JsonDocument
 {
 public:
-    // Throws JsonDecodeError for invalid JSON (with the byte offset) or a non-object top level.
+    // Throws JsonDecodeError for invalid JSON (with the byte offset), a non-object top level, or
+    // more than Bounds::jsonRecordBytes. simdjson bounds the nesting depth (1024) itself.
     explicit JsonDocument(const QByteArray& bytes);
     JsonDocument(const JsonDocument&) = delete;
     JsonDocument& operator=(const JsonDocument&) = delete;

@@ -1,6 +1,7 @@
 #include "util/ZipArchive.h"
 
 #include "l10n/Strings.h"
+#include "util/Files.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -232,8 +233,8 @@ void create(const QString& zipPath, const QList<std::pair<QString, QString>>& fo
         fail(Strings::ui(u"Could not write the archive %1: %2")
                  .arg(zipPath, QString::fromUtf8(zip_strerror(archive.get()))));
     archive.release();
-    QFile::remove(zipPath);
-    if (!QFile::rename(temporary, zipPath)) {
+    // One step that replaces an old archive, or a link planted in its place, without following it.
+    if (Files::replace(temporary, zipPath)) {
         QFile::remove(temporary);
         throw ZipError(Strings::ui(u"Could not write the archive %1.").arg(zipPath));
     }

@@ -105,3 +105,32 @@ TEST_F(BackupManagerTest, AFailedBackupIsALogLineOnly)
     EXPECT_FALSE(manager().backupNow(&reason));
     EXPECT_FALSE(reason.isEmpty());
 }
+
+TEST_F(BackupManagerTest, FilesItDidNotWriteNeitherStopBackupsNorGetDeleted)
+{
+    // What someone (or a sync engine) may leave in the folder: a backup dated in the future, files
+    // of other names with the extension, a conflict copy, a link to a file elsewhere.
+    manager().setRetention(BackupRetention::ten);
+    QDir().mkpath(backupsFolder());
+    const QStringList foreign{u"Backup-2099-01-01.ledradata"_s, u"Backup-2025-13-45.ledradata"_s,
+                              u"Important.ledradata"_s, u"Backup-2025-01-05 (conflict).ledradata"_s,
+                              u"Backup-2025-01-06.ledradata.ledradata"_s};
+    for (const QString& name : foreign)
+        writeFile(backupsFolder() + u'/' + name, "someone else's");
+    const QString elsewhere = m_home.filePath(u"elsewhere.ledradata"_s);
+    writeFile(elsewhere, "the user's own file");
+    ASSERT_TRUE(QFile::link(elsewhere, backupsFolder() + u"/Backup-2025-01-07.ledradata"_s));
+    for (int day = 1; day <= 12; ++day)
+        writeFile(backupsFolder() + u"/Backup-2025-02-%1.ledradata"_s.arg(day, 2, 10, QChar(u'0')), "old");
+
+    setToday(u"2025-03-14"_s);
+    const auto written = manager().backupIfNeeded();
+    ASSERT_TRUE(written) << "the future-dated file must not make the backup look done";
+    EXPECT_EQ(QFileInfo(*written).fileName(), u"Backup-2025-03-14.ledradata");
+    EXPECT_EQ(backupNames().size(), 10);
+    EXPECT_EQ(backupNames().last(), u"Backup-2025-02-04.ledradata");
+    for (const QString& name : foreign)
+        EXPECT_TRUE(QFileInfo::exists(backupsFolder() + u'/' + name)) << qPrintable(name);
+    EXPECT_TRUE(QFileInfo(backupsFolder() + u"/Backup-2025-01-07.ledradata"_s).isSymLink());
+    EXPECT_EQ(Files::read(elsewhere).value_or(QByteArray()), "the user's own file");
+}

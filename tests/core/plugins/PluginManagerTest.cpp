@@ -306,3 +306,29 @@ TEST_F(PluginManagerTest, HostileArchivesAreRefusedBeforeAnythingIsWritten)
     }
     EXPECT_TRUE(manager().plugins().isEmpty());
 }
+
+TEST_F(PluginManagerTest, AFolderWithLinksIsNotInstalledAndNothingOfTheTargetIsCopied)
+{
+    manager().reloadPlugins();
+    const QString secret = m_home.filePath(u"home/secret.js"_s);
+    writeFile(secret, "const password = 'hunter2';");
+    const QString secretFolder = m_home.filePath(u"home/.ssh"_s);
+    writeFile(secretFolder + u"/id_ed25519"_s, "PRIVATE KEY");
+
+    const QString fileLink = writePlugin(m_home.filePath(u"src/Stolen.ledraplugin"_s), u"Stolen"_s, exportMain);
+    ASSERT_TRUE(QFile::link(secret, fileLink + u"/stolen.js"_s));
+    const QString folderLink = writePlugin(m_home.filePath(u"src/Keys.ledraplugin"_s), u"Keys"_s, exportMain);
+    ASSERT_TRUE(QFile::link(secretFolder, folderLink + u"/lib"_s));
+
+    for (const QString& source : {fileLink, folderLink}) {
+        try {
+            manager().install(source);
+            ADD_FAILURE() << "installed " << qPrintable(source);
+        } catch (const PluginError& error) {
+            EXPECT_TRUE(error.message().contains(u"symbolic link"_s)) << qPrintable(error.message());
+        }
+    }
+    EXPECT_TRUE(manager().plugins().isEmpty());
+    EXPECT_TRUE(filesBelow(pluginsFolder()).filter(u"stolen"_s).isEmpty());
+    EXPECT_TRUE(filesBelow(pluginsFolder()).filter(u"id_ed25519"_s).isEmpty());
+}
