@@ -4,6 +4,7 @@
 #include "einvoice/EInvoiceImporter.h"
 #include "einvoice/PdfAttachments.h"
 #include "einvoice/ReceivedEInvoice.h"
+#include "util/Bounds.h"
 
 #include <stdexcept>
 
@@ -16,6 +17,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     try {
         const QList<PdfAttachments::Attachment> attachments = PdfAttachments::list(pdf);
         (void)PdfAttachments::invoiceXml(attachments);
+        // Every file decoded, as the command line's attachment listing does.
+        for (const PdfAttachments::Attachment& attachment :
+             PdfAttachments::list(pdf, PdfAttachments::Contents::all))
+            FuzzSupport::check(attachment.data.size() <= Bounds::embeddedFileBytes,
+                               "an embedded file stays under its cap");
     } catch (const std::runtime_error&) {
         // Not a readable PDF: the documented refusal.
     }

@@ -8,13 +8,15 @@
 #   FUZZ_SECONDS=600 FUZZ_TARGETS="vcard cii" scripts/fuzz.sh
 #
 # FUZZ_TARGETS picks targets (default: all of fuzz/corpus/), FUZZ_JOBS how many run at once
-# (default 1), FUZZ_TIMEOUT the seconds one input may take (default 10), FUZZ_RSS_MB the memory
-# one run may use (default 2048). Exits non-zero when a target found something.
+# (default 1), FUZZ_TIMEOUT the seconds one input may take (default 30; wall clock, so raise it
+# on a busy machine, where a timeout may be no more than a starved process), FUZZ_RSS_MB the
+# memory one run may use (default 2048); FUZZ_NO_BUILD skips the build, FUZZ_BIN_DIR takes the
+# binaries from elsewhere. Exits non-zero when a target found something.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 seconds=${FUZZ_SECONDS:-60}
-timeout=${FUZZ_TIMEOUT:-10}
+timeout=${FUZZ_TIMEOUT:-30}
 rss=${FUZZ_RSS_MB:-2048}
 jobs=${FUZZ_JOBS:-1}
 targets=${FUZZ_TARGETS:-$(ls fuzz/corpus)}
@@ -31,7 +33,7 @@ export LC_ALL=C.UTF-8 QT_QPA_PLATFORM=offscreen
 
 run_target() {
     local target=$1
-    local binary=build/fuzz/fuzz/${target}_fuzzer
+    local binary=${FUZZ_BIN_DIR:-build/fuzz/fuzz}/${target}_fuzzer
     local corpus=build/fuzz-corpus/$target
     local findings=build/fuzz-findings/$target
     mkdir -p "$corpus" "$findings"
