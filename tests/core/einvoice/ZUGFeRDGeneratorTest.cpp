@@ -462,13 +462,13 @@ TEST(ZUGFeRDGenerator, UnreadablePdfGivesNoResult)
 TEST(PdfAttachments, FindsTheInvoiceXmlUnderTheUsualNames)
 {
     using PdfAttachments::Attachment;
-    const QList<Attachment> zugferdOne{{u"logo.png"_s, {}, {}, {}, "png"},
-                                       {u"ZUGFeRD-invoice.xml"_s, {}, {}, {}, "<a/>"}};
+    const QList<Attachment> zugferdOne{{u"logo.png"_s, {}, {}, {}, "png", true, {}},
+                                       {u"ZUGFeRD-invoice.xml"_s, {}, {}, {}, "<a/>", true, {}}};
     EXPECT_EQ(PdfAttachments::invoiceXml(zugferdOne)->data, "<a/>");
-    const QList<Attachment> both{{u"xrechnung.xml"_s, {}, {}, {}, "<x/>"},
-                                 {u"Factur-X.xml"_s, {}, {}, {}, "<f/>"}};
+    const QList<Attachment> both{{u"xrechnung.xml"_s, {}, {}, {}, "<x/>", true, {}},
+                                 {u"Factur-X.xml"_s, {}, {}, {}, "<f/>", true, {}}};
     EXPECT_EQ(PdfAttachments::invoiceXml(both)->data, "<f/>") << "factur-x.xml is preferred";
-    EXPECT_FALSE(PdfAttachments::invoiceXml({{u"notes.txt"_s, {}, {}, {}, "x"}}));
+    EXPECT_FALSE(PdfAttachments::invoiceXml({{u"notes.txt"_s, {}, {}, {}, "x", true, {}}}));
     EXPECT_THROW(PdfAttachments::list("no pdf"), std::exception);
     EXPECT_TRUE(PdfAttachments::list(basePdf()).isEmpty());
 }
