@@ -435,7 +435,7 @@ TEST(ZUGFeRDGenerator, MergesWithAnExistingCatalog)
     EXPECT_TRUE(streamData(catalog.getKey("/Metadata")).contains("XRECHNUNG"));
     EXPECT_EQ(catalog.getKey("/AF").getArrayNItems(), 2) << "notes.txt kept, the stale invoice replaced";
 
-    const auto attachments = PdfAttachments::list(output);
+    const auto attachments = PdfAttachments::list(output, PdfAttachments::Contents::all);
     ASSERT_EQ(attachments.size(), 2);
     EXPECT_EQ(attachments[0].name, u"factur-x.xml"_s);
     EXPECT_EQ(attachments[0].data, xml);
