@@ -46,9 +46,9 @@ protected:
         QList<PdfAttachments::Attachment> attachments;
         try {
             // Listing and extracting show every file; the invoice XML alone needs only its own.
-            attachments = PdfAttachments::list(*bytes, parser.isSet(u"xml"_s)
-                                                           ? PdfAttachments::Contents::invoiceXml
-                                                           : PdfAttachments::Contents::all);
+            attachments =
+                PdfAttachments::list(*bytes, parser.isSet(u"xml"_s) ? PdfAttachments::Contents::invoiceXml
+                                                                    : PdfAttachments::Contents::all);
         } catch (const std::exception& error) {
             return fail(u"%1: not a readable PDF: %2"_s.arg(path, QString::fromUtf8(error.what())));
         }

@@ -1,5 +1,7 @@
 #include "tasks/DocumentSource.h"
 
+#include "util/Files.h"
+
 #include "model/InvoiceJson.h"
 #include "numbering/NumberFormat.h"
 #include "render/StylingManager.h"
@@ -62,11 +64,14 @@ Profile profileFromSnapshot(const Invoice& invoice)
 
 Invoice readInvoiceFile(const QString& path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        throw TaskError(u"%1: cannot read the file: %2"_s.arg(path, file.errorString()));
+    QString readError;
+    // A file the user named: a pipe is read too, within the record's bound.
+    const std::optional<QByteArray> bytes =
+        Files::read(path, &readError, {Bounds::jsonRecordBytes, true, false});
+    if (!bytes)
+        throw TaskError(u"%1: cannot read the file: %2"_s.arg(path, readError));
     try {
-        return InvoiceJson::decode(file.readAll());
+        return InvoiceJson::decode(*bytes);
     } catch (const JsonDecodeError& error) {
         throw TaskError(u"%1: not a valid invoice: %2"_s.arg(path, error.message()));
     }

@@ -2,12 +2,12 @@
 
 #include "util/Bounds.h"
 
+#include <qpdf/Pipeline.hh>
 #include <qpdf/QPDF.hh>
-#include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFEFStreamObjectHelper.hh>
 #include <qpdf/QPDFEmbeddedFileDocumentHelper.hh>
+#include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFFileSpecObjectHelper.hh>
-#include <qpdf/Pipeline.hh>
 
 #include <algorithm>
 #include <stdexcept>
@@ -120,8 +120,9 @@ QList<Attachment> list(const QByteArray& pdf, Contents contents)
     qint64 budget = Bounds::embeddedFilesTotalBytes;
     for (qsizetype i = 0; i < attachments.size(); ++i) {
         if (budget <= 0) {
-            attachments[i].problem = u"%1 was not decoded: the embedded files together are larger than %2"_s.arg(
-                attachments[i].name, megabytes(Bounds::embeddedFilesTotalBytes));
+            attachments[i].problem =
+                u"%1 was not decoded: the embedded files together are larger than %2"_s.arg(
+                    attachments[i].name, megabytes(Bounds::embeddedFilesTotalBytes));
             continue;
         }
         decode(streams[i], attachments[i], std::min(Bounds::embeddedFileBytes, budget));

@@ -19,7 +19,7 @@ struct Attachment
     QString relationship; // /AFRelationship without the slash, "Alternative"
     QByteArray data;      // the decoded file contents, when decoded
     bool decoded = false;
-    QString problem;      // why the contents were not decoded, when that was asked for
+    QString problem; // why the contents were not decoded, when that was asked for
 };
 
 // Which embedded files are decoded. Only the invoice XML is read for an import or the viewer:

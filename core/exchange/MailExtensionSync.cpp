@@ -55,9 +55,8 @@ bool writeSync(const Profile& activeProfile, const QList<Invoice>& invoices, con
             << "MailExtensionSync: Failed to encode:" << QString::fromUtf8(error.what());
         return false;
     }
-    if (const auto error =
-            Files::writeAtomically(*folder + u'/' + QLatin1StringView(syncFileName), payload,
-                                   Files::FolderLink::refused)) {
+    if (const auto error = Files::writeAtomically(*folder + u'/' + QLatin1StringView(syncFileName), payload,
+                                                  Files::FolderLink::refused)) {
         qCWarning(lcExchange).noquote() << "MailExtensionSync: Failed to write sync file:" << *error;
         return false;
     }

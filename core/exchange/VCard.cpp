@@ -198,7 +198,8 @@ public:
                     if (line[scanned] == '"')
                         quoted = !quoted;
                     else if (line[scanned] == ':' && !quoted)
-                        quotedPrintable = scanned > 0 && line.left(scanned).toUpper().contains("QUOTED-PRINTABLE");
+                        quotedPrintable =
+                            scanned > 0 && line.left(scanned).toUpper().contains("QUOTED-PRINTABLE");
                 }
                 return quotedPrintable.value_or(false);
             };

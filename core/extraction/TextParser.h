@@ -137,12 +137,12 @@ private:
     std::optional<PartiallyGeneratedExtractedInvoice> m_lastPartial;
     QString m_serverError;
     bool m_stalled = false;
-    bool m_tooLong = false;     // over the answer or stream size cap
-    bool m_tooSlow = false;     // over the total time cap
-    bool m_redirected = false;  // a redirect to another origin was refused
+    bool m_tooLong = false;    // over the answer or stream size cap
+    bool m_tooSlow = false;    // over the total time cap
+    bool m_redirected = false; // a redirect to another origin was refused
     QUrl m_refusedRedirect;
     QTimer* m_deadlineTimer;
-    qsizetype m_scanned = 0;    // how much of m_pending holds no newline
-    qint64 m_received = 0;      // bytes of the current answer, framing included
+    qsizetype m_scanned = 0; // how much of m_pending holds no newline
+    qint64 m_received = 0;   // bytes of the current answer, framing included
     qsizetype m_publishedSize = 0;
 };

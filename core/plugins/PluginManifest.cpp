@@ -72,8 +72,8 @@ std::optional<QString> Plugin::iconPath() const
 
 std::optional<QString> Plugin::sourceVersion() const
 {
-    const auto bytes = Files::read(QDir(directory).filePath(QLatin1StringView(sourceVersionFile)),
-                                   nullptr, {4096, true, true});
+    const auto bytes = Files::read(QDir(directory).filePath(QLatin1StringView(sourceVersionFile)), nullptr,
+                                   {4096, true, true});
     if (!bytes)
         return std::nullopt;
     const QString version = QString::fromUtf8(*bytes).trimmed();

@@ -67,7 +67,8 @@ std::optional<QByteArray> read(const QString& path, QString* error, const ReadLi
             return failed(QStringLiteral("it is a symbolic link"));
         return failed(systemError(code));
     }
-    struct stat info{};
+    struct stat info
+    {};
     if (::fstat(fd.get(), &info) != 0)
         return failed(systemError(errno));
     if (S_ISDIR(info.st_mode))
@@ -123,7 +124,8 @@ std::optional<QString> writeAtomically(const QString& path, const QByteArray& co
     // Keep the permissions of a file being replaced; a link or anything else gets the default.
     mode_t mode = 0666;
     bool keepMode = false;
-    struct stat existing{};
+    struct stat existing
+    {};
     if (::fstatat(folder.get(), name.constData(), &existing, AT_SYMLINK_NOFOLLOW) == 0) {
         if (S_ISDIR(existing.st_mode))
             return systemError(EISDIR);
@@ -136,8 +138,7 @@ std::optional<QString> writeAtomically(const QString& path, const QByteArray& co
     QByteArray temporary;
     int fd = -1;
     for (int attempt = 0; attempt < 16 && fd < 0; ++attempt) {
-        temporary = '.' + name + ".tmp-" +
-                    QByteArray::number(QRandomGenerator::global()->generate64(), 36);
+        temporary = '.' + name + ".tmp-" + QByteArray::number(QRandomGenerator::global()->generate64(), 36);
         fd = ::openat(folder.get(), temporary.constData(),
                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, keepMode ? 0600 : mode);
         if (fd < 0 && errno != EEXIST)

@@ -43,7 +43,10 @@ protected:
 
     // The user's file that the planted links point at.
     QString victim() const { return m_home.filePath(u"victim/.bashrc"_s); }
-    QString attachments() const { return m_home.filePath(u"data/group.com.varnhelm.Ledra/MailAttachments"_s); }
+    QString attachments() const
+    {
+        return m_home.filePath(u"data/group.com.varnhelm.Ledra/MailAttachments"_s);
+    }
     QString request() const { return attachments() + u"/ExportRequest.json"_s; }
 
     void plantLink(const QString& at)
@@ -82,7 +85,8 @@ TEST_F(HostileFilesCli, AMailRequestThatIsNoSmallRegularFileIsRefusedWithoutWait
         ASSERT_TRUE(plants[i]()) << "plant " << i;
         const CliResult result = ledra({u"mail"_s, u"serve"_s, u"--once"_s});
         EXPECT_EQ(result.exitCode, 0) << "plant " << i << ": " << result.err.toStdString();
-        EXPECT_TRUE(result.err.contains(u"Refused the request"_s)) << "plant " << i << ": " << result.err.toStdString();
+        EXPECT_TRUE(result.err.contains(u"Refused the request"_s))
+            << "plant " << i << ": " << result.err.toStdString();
         EXPECT_FALSE(QFileInfo(request()).exists() || QFileInfo(request()).isSymLink()) << "plant " << i;
         EXPECT_EQ(QDir(attachments()).entryList(QDir::Files | QDir::System | QDir::Hidden), QStringList())
             << "plant " << i;
@@ -143,7 +147,8 @@ TEST_F(HostileFilesCli, APdfBombIsRefusedByNameWithItsCap)
     CliResult result = ledra({u"import-einvoice"_s, bomb});
     EXPECT_EQ(result.exitCode, 1);
     EXPECT_TRUE(result.err.contains(u"Rechnung.pdf"_s)) << result.err.toStdString();
-    EXPECT_TRUE(result.err.contains(u"factur-x.xml is larger than 32 MB when decoded"_s)) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains(u"factur-x.xml is larger than 32 MB when decoded"_s))
+        << result.err.toStdString();
     EXPECT_EQ(QDir(invoicesFolder()).entryList({u"*.json"_s}, QDir::Files).size(), 1);
 
     result = ledra({u"attachments"_s, bomb});

@@ -141,9 +141,8 @@ TEST(HostileModelServerTest, ARedirectToAnotherHostNeverCarriesTheInvoiceText)
     ASSERT_TRUE(catcher.listening());
     for (const QByteArray status : {"307 Temporary Redirect", "308 Permanent Redirect", "302 Found"}) {
         HostileServer server(QHostAddress::LocalHost, [&](QTcpSocket* socket) {
-            HostileServer::reply(socket,
-                                 status + "\r\nLocation: " + catcher.origin().toUtf8() + "/v1/chat/completions",
-                                 {});
+            HostileServer::reply(
+                socket, status + "\r\nLocation: " + catcher.origin().toUtf8() + "/v1/chat/completions", {});
         });
         const Outcome outcome = extract(server.origin());
         ASSERT_TRUE(outcome.error) << status.constData();
@@ -159,17 +158,16 @@ TEST(HostileModelServerTest, AnEndlessStreamIsStoppedAtTheSizeCap)
     // Many small events, each a piece of the answer; then one line that never ends.
     const QByteArray piece = event(QByteArray(4096, 'a'));
     HostileServer events(QHostAddress::LocalHost, [&](QTcpSocket* socket) {
-        socket->write(event("{\\\"note\\\":\\\""));
         streamForever(socket, [piece] { return piece; });
+        socket->write(event("{\\\"note\\\":\\\""));
     });
     Outcome outcome = extract(events.origin());
     ASSERT_TRUE(outcome.error);
     EXPECT_TRUE(outcome.error->contains(u"sent more than 1 MB"_s)) << qPrintable(*outcome.error);
 
     const QByteArray endless(64 * 1024, 'z');
-    HostileServer line(QHostAddress::LocalHost, [&](QTcpSocket* socket) {
-        streamForever(socket, [endless] { return endless; });
-    });
+    HostileServer line(QHostAddress::LocalHost,
+                       [&](QTcpSocket* socket) { streamForever(socket, [endless] { return endless; }); });
     outcome = extract(line.origin());
     ASSERT_TRUE(outcome.error);
     EXPECT_TRUE(outcome.error->contains(u"sent more than 1 MB"_s)) << qPrintable(*outcome.error);
@@ -179,8 +177,9 @@ TEST(HostileModelServerTest, AStreamThatNeverEndsIsStoppedAtTheTimeCap)
 {
     // A token every 20 ms keeps the stall timer happy for ever.
     HostileServer server(QHostAddress::LocalHost, [](QTcpSocket* socket) {
+        streamForever(
+            socket, [] { return event("a"); }, 20);
         socket->write(event("{\\\"note\\\":\\\""));
-        streamForever(socket, [] { return event("a"); }, 20);
     });
     const Outcome outcome = extract(server.origin(), 1500);
     ASSERT_TRUE(outcome.error);

@@ -315,7 +315,8 @@ TEST_F(PluginManagerTest, AFolderWithLinksIsNotInstalledAndNothingOfTheTargetIsC
     const QString secretFolder = m_home.filePath(u"home/.ssh"_s);
     writeFile(secretFolder + u"/id_ed25519"_s, "PRIVATE KEY");
 
-    const QString fileLink = writePlugin(m_home.filePath(u"src/Stolen.ledraplugin"_s), u"Stolen"_s, exportMain);
+    const QString fileLink =
+        writePlugin(m_home.filePath(u"src/Stolen.ledraplugin"_s), u"Stolen"_s, exportMain);
     ASSERT_TRUE(QFile::link(secret, fileLink + u"/stolen.js"_s));
     const QString folderLink = writePlugin(m_home.filePath(u"src/Keys.ledraplugin"_s), u"Keys"_s, exportMain);
     ASSERT_TRUE(QFile::link(secretFolder, folderLink + u"/lib"_s));
