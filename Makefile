@@ -7,7 +7,7 @@ PRESET_TEST ?= ci
 BENCHES = ledra-bench ledra-desktop-bench ledra-extract-bench ledra-hostile-bench ledra-validate-bench
 JOBS ?= $(shell nproc)
 
-.PHONY: demo test deps bench asan format clean screenshots readme-screenshots package
+.PHONY: demo test deps bench asan fuzz format clean screenshots readme-screenshots package
 
 deps:
 	./scripts/install-deps.sh
@@ -60,6 +60,12 @@ asan: deps
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan -j $(JOBS)
+
+# Every reader of outside data under libFuzzer (clang, ASan + UBSan), FUZZ_SECONDS each; the
+# corpora grow in build/fuzz-corpus/, findings land in build/fuzz-findings/.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	FUZZ_SECONDS=$(FUZZ_SECONDS) JOBS=$(JOBS) ./scripts/fuzz.sh
 
 format:
 	git ls-files '*.cpp' '*.h' | xargs clang-format -i

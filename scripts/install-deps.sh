@@ -36,6 +36,8 @@ APT_PACKAGES=(
     desktop-file-utils appstream
     # `make package`: the Debian package's dependencies (dpkg-shlibdeps) and its check
     dpkg-dev lintian
+    # `make fuzz`: the fuzz targets under libFuzzer, which comes with clang's runtime libraries
+    clang libclang-rt-14-dev
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.

@@ -57,18 +57,22 @@ QList<NumberFormatSegment> parse(QStringView format)
     while (i < format.size()) {
         if (format[i] == u'{') {
             const qsizetype close = format.indexOf(u'}', i + 1);
-            if (close >= 0) {
-                if (const auto chip = parseToken(format.sliced(i + 1, close - i - 1))) {
-                    flushText();
-                    segments.append({*chip});
-                    i = close + 1;
-                    continue;
-                }
-                // Not a chip: the braces and their content stay literal.
-                text += format.sliced(i, close - i + 1);
+            if (close < 0) {
+                // No closing brace follows, so no later "{" opens a chip either: the rest is text.
+                // Stopping here keeps a run of unclosed braces linear.
+                text += format.sliced(i);
+                break;
+            }
+            if (const auto chip = parseToken(format.sliced(i + 1, close - i - 1))) {
+                flushText();
+                segments.append({*chip});
                 i = close + 1;
                 continue;
             }
+            // Not a chip: the braces and their content stay literal.
+            text += format.sliced(i, close - i + 1);
+            i = close + 1;
+            continue;
         }
         text += format[i];
         ++i;
@@ -93,8 +97,10 @@ namespace {
 
 QString padded(qint64 value, qsizetype width)
 {
-    // Like printf's "%0*lld": pads to the width, never cuts.
-    QString digits = QString::number(value < 0 ? -value : value);
+    // Like printf's "%0*lld": pads to the width, never cuts. The magnitude is taken unsigned,
+    // since the smallest qint64 has no positive counterpart.
+    const quint64 magnitude = value < 0 ? 0 - quint64(value) : quint64(value);
+    QString digits = QString::number(magnitude);
     if (digits.size() < width)
         digits.prepend(QString(width - digits.size() - (value < 0 ? 1 : 0), u'0'));
     return value < 0 ? u'-' + digits : digits;
@@ -155,8 +161,7 @@ QString render(QStringView format, qint64 number, QDate date, const QString& var
 QString displayNumber(const Invoice& invoice, const Profile& profile)
 {
     const QString format = invoice.numberFormat.value_or(profile.numberFormat);
-    const QString rendered =
-        render(format, invoice.number, invoice.date.localDate(), invoice.numberVariable);
+    const QString rendered = render(format, invoice.number, invoice.date.localDate(), invoice.numberVariable);
     return invoice.numberPrefix(profile) + rendered;
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 using namespace NumberFormat;
 
 namespace {
@@ -30,6 +32,12 @@ TEST(NumberFormat, RendersChips)
     // A year run longer than the year is zero-padded.
     EXPECT_EQ(renderOn(QStringLiteral("{YYYYYY}"), 1, 2025, 1, 5), u"002025");
     EXPECT_EQ(renderOn(QString(), 5, 2025, 1, 5), u"");
+    // Any number a file can hold renders, the extremes of its type included.
+    EXPECT_EQ(renderOn(QStringLiteral("{NNN}"), -7, 2025, 1, 5), u"-07");
+    EXPECT_EQ(renderOn(QStringLiteral("{N}"), std::numeric_limits<qint64>::min(), 2025, 1, 5),
+              u"-9223372036854775808");
+    EXPECT_EQ(renderOn(QStringLiteral("{N}"), std::numeric_limits<qint64>::max(), 2025, 1, 5),
+              u"9223372036854775807");
 }
 
 TEST(NumberFormat, InvalidTokensStayLiteral)
@@ -39,6 +47,11 @@ TEST(NumberFormat, InvalidTokensStayLiteral)
     EXPECT_EQ(renderOn(QStringLiteral("{}{NN}"), 4, 2025, 1, 1), u"{}04");
     EXPECT_EQ(renderOn(QStringLiteral("{yyyy}"), 4, 2025, 1, 1), u"{yyyy}");
     EXPECT_EQ(renderOn(QStringLiteral("{NX}"), 4, 2025, 1, 1), u"{NX}");
+    // Braces that never close are text, however many there are.
+    EXPECT_EQ(renderOn(QStringLiteral("{{{N}"), 4, 2025, 1, 1), u"{{{N}");
+    EXPECT_EQ(renderOn(QStringLiteral("{N}{{{"), 4, 2025, 1, 1), u"4{{{");
+    const QString unclosed(100000, u'{');
+    EXPECT_EQ(write(parse(unclosed)), unclosed);
 }
 
 TEST(NumberFormat, ParsesTokens)
