@@ -21,6 +21,7 @@ class InvoiceFileWatcher;
 class InvoiceFilterModel;
 class InvoiceListView;
 class MessageBar;
+class SyncIssuesBar;
 class PluginManager;
 class PreviewWidget;
 class QAction;
@@ -78,6 +79,7 @@ public:
     FilterSidebar* sidebar() const { return m_sidebar; }
     PreviewWidget* preview() const { return m_preview; }
     MessageBar* messages() const { return m_messages; }
+    SyncIssuesBar* syncIssues() const { return m_syncIssues; }
     QLineEdit* searchField() const { return m_search; }
     DocumentActions* documents() const { return m_documents; }
     BackgroundServices* services() const { return m_services; }
@@ -158,6 +160,7 @@ private:
     InvoiceEditor* m_editor = nullptr;
     PreviewWidget* m_preview = nullptr;
     MessageBar* m_messages = nullptr;
+    SyncIssuesBar* m_syncIssues = nullptr;
     QLineEdit* m_search = nullptr;
     QComboBox* m_profiles = nullptr;
     QSplitter* m_splitter = nullptr;

@@ -32,6 +32,8 @@ APT_PACKAGES=(
     zbar-tools
     # checks of the desktop entry and the AppStream description
     desktop-file-utils appstream
+    # the two-machine test: a real sync engine carrying one data folder between two homes
+    syncthing
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.

@@ -1,5 +1,7 @@
 #include "tasks/DocumentSource.h"
 
+#include "tasks/SyncTasks.h"
+
 #include "model/InvoiceJson.h"
 #include "numbering/NumberFormat.h"
 #include "render/StylingManager.h"
@@ -80,7 +82,8 @@ DocumentSource DocumentSource::of(Workspace& workspace, const Invoice& invoice)
             workspace.activeStyling(),
             workspace.related(invoice),
             NumberFormat::displayNumber(invoice, profile),
-            workspace.profiles().activeProfileFolder()};
+            workspace.profiles().activeProfileFolder(),
+            SyncTasks::numberClash(workspace, invoice)};
 }
 
 DocumentSource DocumentSource::fromFile(const QString& path)
