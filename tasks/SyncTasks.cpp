@@ -299,6 +299,8 @@ QString resolve(Workspace& workspace, const Conflict& conflict, Choice choice)
                 workspace.reminders().resolveConflict(conflict.id, otherName, choice == Choice::keepOther))
             throw TaskError(u"%1: %2"_s.arg(conflict.subject, *error));
         break;
+    case RecordKind::folder: // handled above
+        break;
     case RecordKind::profile:
     case RecordKind::styling: {
         if (choice == Choice::keepOther) {
