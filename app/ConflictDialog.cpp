@@ -13,6 +13,8 @@
 #include <QTableWidget>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 ConflictDialog::ConflictDialog(Workspace& workspace, SyncTasks::Conflict conflict, QWidget* parent)
@@ -83,8 +85,8 @@ ConflictDialog::ConflictDialog(Workspace& workspace, SyncTasks::Conflict conflic
     }
     buttons->addButton(QDialogButtonBox::Cancel);
     connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    // The buttons decide themselves; the box must not close the dialog before they ran.
-    disconnect(buttons, &QDialogButtonBox::accepted, nullptr, nullptr);
+    // The choice buttons close the dialog themselves once the choice was carried out (the
+    // box's accepted() is left unconnected), so a failure keeps it open.
     layout->addWidget(buttons);
     resize(820, 560);
 }

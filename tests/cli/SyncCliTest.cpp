@@ -120,7 +120,7 @@ TEST_F(SyncCli, ConflictCopiesAreListedComparedAndResolved)
     const QJsonArray invoices =
         QJsonDocument::fromJson(ledra({u"invoice"_s, u"list"_s, u"--json"_s}).out.toUtf8()).array();
     EXPECT_EQ(invoices.size(), 2);
-    EXPECT_TRUE(ledra({u"invoice"_s, u"show"_s, id}).out.contains(u"from the tablet"_s));
+    EXPECT_TRUE(ledra({u"invoice"_s, u"show"_s, id, u"--json"_s}).out.contains(u"from the tablet"_s));
     EXPECT_EQ(ledra({u"check"_s}).exitCode, 0);
     EXPECT_EQ(ledra({u"resolve"_s, dropbox, u"--keep"_s, u"this"_s}).exitCode, 1);
 }

@@ -298,7 +298,8 @@ protected:
 
 TEST_F(SyncthingPair, EditsOnBothMachinesAreKeptReportedAndResolvedToOneFolder)
 {
-    // The laptop starts; the desktop gets its data through the folder.
+    // The laptop starts; the desktop gets its data (styling included) through the folder.
+    ASSERT_EQ(m_a.ledra({u"styling"_s, u"show"_s}).exitCode, 0);
     const CliResult first = m_a.ledra({u"invoice"_s, u"new"_s});
     ASSERT_EQ(first.exitCode, 0) << first.err.toStdString();
     const QString shared = idOfCreated(first);
