@@ -184,18 +184,17 @@ TEST_F(EInvoiceCli, HybridPdfRefusals)
 TEST_F(EInvoiceCli, PublicCustomerFieldsAndEarlyPaymentDiscountAreSetFromTheCommandLine)
 {
     ASSERT_EQ(ledra({u"invoice"_s, u"new"_s}).exitCode, 0);
-    for (const auto& [field, value] :
-         {std::pair{u"recipient.leitwegId"_s, u"04011000-12345-03"_s},
-          std::pair{u"recipient.vatNumber"_s, u"FR40303265045"_s},
-          std::pair{u"recipient.electronicAddressScheme"_s, u"0204"_s},
-          std::pair{u"skontoPercentage"_s, u"2,5"_s}, std::pair{u"skontoDays"_s, u"10"_s},
-          std::pair{u"vatExemptionReason"_s, u"intraCommunitySupply"_s}}) {
+    for (const auto& [field, value] : {std::pair{u"recipient.leitwegId"_s, u"04011000-12345-03"_s},
+                                       std::pair{u"recipient.vatNumber"_s, u"FR40303265045"_s},
+                                       std::pair{u"recipient.electronicAddressScheme"_s, u"0204"_s},
+                                       std::pair{u"skontoPercentage"_s, u"2,5"_s},
+                                       std::pair{u"skontoDays"_s, u"10"_s},
+                                       std::pair{u"vatExemptionReason"_s, u"intraCommunitySupply"_s}}) {
         const CliResult set = ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, field, value});
         EXPECT_EQ(set.exitCode, 0) << field.toStdString() << ": " << set.err.toStdString();
     }
     QJsonObject shown =
-        QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
-            .object();
+        QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8()).object();
     EXPECT_EQ(shown[u"recipient"_s][u"leitwegId"_s], u"04011000-12345-03"_s);
     EXPECT_EQ(shown[u"recipient"_s][u"vatNumber"_s], u"FR40303265045"_s);
     EXPECT_EQ(shown[u"skontoPercentage"_s].toDouble(), 2.5);
@@ -203,8 +202,7 @@ TEST_F(EInvoiceCli, PublicCustomerFieldsAndEarlyPaymentDiscountAreSetFromTheComm
     EXPECT_EQ(shown[u"vatExemptionReason"_s], u"intraCommunitySupply"_s);
 
     ASSERT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"recipient.leitwegId"_s, u""_s}).exitCode, 0);
-    shown = QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
-                .object();
+    shown = QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8()).object();
     EXPECT_FALSE(shown[u"recipient"_s].toObject().contains(u"leitwegId"_s));
     EXPECT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"recipient.colour"_s, u"red"_s}).exitCode, 1);
 }
