@@ -10,6 +10,7 @@
 #include "tasks/CsvTasks.h"
 #include "tasks/DocumentTasks.h"
 #include "tasks/PluginTasks.h"
+#include "tasks/SyncTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
@@ -137,8 +138,20 @@ bool DocumentActions::checkEInvoice(const Invoice& invoice)
     }
 }
 
+bool DocumentActions::checkNumber(const Invoice& invoice)
+{
+    // Refused before the save dialog: the user should not choose a place for nothing.
+    const QString clash = SyncTasks::numberClash(m_workspace, invoice);
+    if (clash.isEmpty())
+        return true;
+    failed(ui(u"Export Failed"), clash);
+    return false;
+}
+
 void DocumentActions::exportPdf(const Invoice& invoice)
 {
+    if (!checkNumber(invoice))
+        return;
     const Profile& profile = m_workspace.activeProfile();
     const QString path = chooseSaveFile(
         ui(u"Export PDF"),
@@ -173,7 +186,7 @@ void DocumentActions::pdfDone(const QString& path, const std::optional<QByteArra
 
 void DocumentActions::exportXRechnung(const Invoice& invoice)
 {
-    if (!checkEInvoice(invoice))
+    if (!checkNumber(invoice) || !checkEInvoice(invoice))
         return;
     const Profile& profile = m_workspace.activeProfile();
     const QString path = chooseSaveFile(
@@ -193,7 +206,7 @@ void DocumentActions::exportXRechnung(const Invoice& invoice)
 
 void DocumentActions::exportZugferd(const Invoice& invoice)
 {
-    if (!checkEInvoice(invoice))
+    if (!checkNumber(invoice) || !checkEInvoice(invoice))
         return;
     const Profile& profile = m_workspace.activeProfile();
     const QString path = chooseSaveFile(

@@ -89,6 +89,8 @@ private:
     void rememberFolder(const QString& path);
     QString suggestedPath(const QString& fileName) const;
     bool checkEInvoice(const Invoice& invoice);
+    // False, with the message that names the other invoice, when the number is used twice.
+    bool checkNumber(const Invoice& invoice);
     void writeDataFile(const QList<Profile>& profiles, const QString& path);
     QString chooseReminderFile(const Reminder& reminder, const Invoice& invoice, const QString& title);
     void writeReminderPdf(const Reminder& reminder, const Invoice& invoice, const QString& path);

@@ -8,7 +8,9 @@
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
 
+#include <QApplication>
 #include <QLocale>
+#include <QStyle>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -196,6 +198,16 @@ QUuid InvoiceListModel::idAt(int row) const
     return row >= 0 && row < m_rows.size() ? m_rows[row].id : QUuid();
 }
 
+QString InvoiceListModel::syncIssue(const QUuid& id) const
+{
+    // Both lookups are hash look-ups; the store keeps the duplicate numbers for the whole list.
+    if (m_invoices.isInConflict(id))
+        return ui(u"Changed on another machine at the same time");
+    if (m_invoices.duplicateNumbers().contains(id))
+        return ui(u"This number is used by another invoice too");
+    return {};
+}
+
 QVariant InvoiceListModel::data(const QModelIndex& index, int role) const
 {
     if (!index.isValid() || index.row() >= m_rows.size())
@@ -221,7 +233,16 @@ QVariant InvoiceListModel::data(const QModelIndex& index, int role) const
     case Qt::ToolTipRole:
         if (index.column() == recipientColumn)
             return row.recipient;
+        if (index.column() == numberColumn)
+            return syncIssue(row.id);
         return {};
+    case Qt::DecorationRole:
+        // A conflict or a number used twice is marked where the number is.
+        if (index.column() == numberColumn && !syncIssue(row.id).isEmpty())
+            return QApplication::style()->standardIcon(QStyle::SP_MessageBoxWarning);
+        return {};
+    case SyncIssueRole:
+        return syncIssue(row.id);
     case Qt::TextAlignmentRole:
         if (index.column() == grossColumn)
             return int(Qt::AlignRight | Qt::AlignVCenter);

@@ -46,12 +46,13 @@ public:
     enum Role
     {
         IdRole = Qt::UserRole + 1,
-        SortRole,      // a value that sorts like the column reads
-        SearchRole,    // lower-case text of number, recipient, items and amount
-        StatusRole,    // Status as int
-        OverdueRole,   // bool
-        TypeRole,      // InvoiceType as int
-        CategoriesRole // bit set of InvoiceCategory
+        SortRole,       // a value that sorts like the column reads
+        SearchRole,     // lower-case text of number, recipient, items and amount
+        StatusRole,     // Status as int
+        OverdueRole,    // bool
+        TypeRole,       // InvoiceType as int
+        CategoriesRole, // bit set of InvoiceCategory
+        SyncIssueRole   // text: changed on two machines, or number used twice; empty when neither
     };
 
     InvoiceListModel(InvoiceManager& invoices, ProfileManager& profiles, QObject* parent = nullptr);
@@ -92,6 +93,7 @@ private:
         int categories = 0;
     };
     Row rowFor(const Invoice& invoice) const;
+    QString syncIssue(const QUuid& id) const;
     void upsert(const QUuid& id);
     void remove(const QUuid& id);
     void recount();

@@ -18,6 +18,7 @@
 #include "ProfileDialog.h"
 #include "RemindersDialog.h"
 #include "StylingDialog.h"
+#include "SyncIssuesBar.h"
 #include "TextExtractionDialog.h"
 #include "WindowMemory.h"
 #include "exchange/BackupManager.h"
@@ -31,6 +32,7 @@
 #include "tasks/ContactTasks.h"
 #include "tasks/ExtractTasks.h"
 #include "tasks/ImportTasks.h"
+#include "tasks/SyncTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
@@ -255,6 +257,15 @@ QWidget* MainWindow::createCentralArea()
     editorLayout->setContentsMargins(8, 8, 0, 0);
     editorLayout->setSpacing(6);
     editorLayout->addWidget(m_messages);
+    m_syncIssues = new SyncIssuesBar(m_workspace);
+    // The versions are compared as they are on disk, with the last edits in.
+    connect(m_syncIssues, &SyncIssuesBar::aboutToCompare, this, &MainWindow::saveNow);
+    connect(m_syncIssues, &SyncIssuesBar::resolved, this, [this](const QString& text) {
+        setStatusText(text);
+        openInvoice(m_list->currentId().isNull() ? openInvoiceId()
+                                                 : std::optional<QUuid>(m_list->currentId()));
+    });
+    editorLayout->addWidget(m_syncIssues);
     editorLayout->addWidget(m_editor, 1);
 
     m_preview = new PreviewWidget;
@@ -754,6 +765,7 @@ void MainWindow::openInvoice(const std::optional<QUuid>& id)
         m_undoGroup->setActiveStack(stack);
         m_fileWatcher->setInvoice(invoice->id);
     }
+    m_syncIssues->setInvoice(invoice ? std::optional<QUuid>(invoice->id) : std::nullopt);
     updatePreview();
     updateActions();
 }
@@ -1020,6 +1032,14 @@ void MainWindow::convertQuote()
 void MainWindow::setStatus(Status status)
 {
     saveNow();
+    // A number must name one invoice before the invoice goes out.
+    if (status == Status::sent)
+        for (const Invoice& invoice : selectedInvoices())
+            if (const QString clash = SyncTasks::numberClash(m_workspace, invoice);
+                !clash.isEmpty() && invoice.status != Status::sent) {
+                m_messages->show(MessageBar::Kind::error, clash);
+                return;
+            }
     changeInvoices(selectedInvoices(), ui(u"Change Status"), [status](Invoice& invoice) {
         if (invoice.status != status) {
             invoice.status = status;

@@ -22,6 +22,7 @@ class InvoiceFileWatcher;
 class InvoiceFilterModel;
 class InvoiceListView;
 class MessageBar;
+class SyncIssuesBar;
 class PluginManager;
 class PreviewWidget;
 class QAction;
@@ -80,6 +81,7 @@ public:
     PreviewWidget* preview() const { return m_preview; }
     DetailArea* detailArea() const { return m_detail; }
     MessageBar* messages() const { return m_messages; }
+    SyncIssuesBar* syncIssues() const { return m_syncIssues; }
     QLineEdit* searchField() const { return m_search; }
     DocumentActions* documents() const { return m_documents; }
     BackgroundServices* services() const { return m_services; }
@@ -164,6 +166,7 @@ private:
     PreviewWidget* m_preview = nullptr;
     DetailArea* m_detail = nullptr;
     MessageBar* m_messages = nullptr;
+    SyncIssuesBar* m_syncIssues = nullptr;
     QLineEdit* m_search = nullptr;
     QComboBox* m_profiles = nullptr;
     QSplitter* m_splitter = nullptr;

@@ -28,6 +28,8 @@ std::vector<std::unique_ptr<Command>> allCommands()
     commands.push_back(makeCsvCommand());
     commands.push_back(makePluginCommand());
     commands.push_back(makeBackupCommand());
+    commands.push_back(makeCheckCommand());
+    commands.push_back(makeResolveCommand());
     commands.push_back(makeExportFolderCommand());
     commands.push_back(makeMailCommand());
     commands.push_back(makeSearchCommand());

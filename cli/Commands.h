@@ -34,6 +34,8 @@ std::unique_ptr<Command> makeMailCommand();
 std::unique_ptr<Command> makeSearchCommand();
 std::unique_ptr<Command> makeExtractCommand();
 std::unique_ptr<Command> makeValidateCommand();
+std::unique_ptr<Command> makeCheckCommand();
+std::unique_ptr<Command> makeResolveCommand();
 
 // A wrong argument or a refused action; like every task failure, its message is shown as it
 // stands.

@@ -4,8 +4,8 @@
 #include "model/InvoiceJson.h"
 #include "numbering/NumberFormat.h"
 #include "tasks/ContactTasks.h"
+#include "tasks/SyncTasks.h"
 #include "util/Clock.h"
-
 
 #include <algorithm>
 #include <cstdio>
@@ -71,7 +71,8 @@ protected:
         parser.addPositionalArgument(
             u"action"_s,
             u"new [--from-vcard FILE] | quote | list | show ID | set ID FIELD VALUE | add-item ID | "
-            u"cancel ID | duplicate ID | accept QUOTE_ID | status ID STATUS | delete ID. ID is an id, an "
+            u"cancel ID | duplicate ID | accept QUOTE_ID | status ID STATUS | renumber ID | delete ID. ID is "
+            u"an id, an "
             u"id prefix or the displayed number; "
             u"FIELD is a key of the invoice file, e.g. recipient.name, recipient.address.city, date, note."_s,
             u"ACTION [ARGS...]"_s);
@@ -122,12 +123,18 @@ protected:
             if (!status)
                 throw CliError(QStringLiteral("unknown status \"%1\" (expected one of: %2)")
                                    .arg(action.args[1], rawValueList<Status>()));
-            Invoice changed = stores.find(action.args[0]);
-            if (changed.status != *status) {
-                changed.status = *status;
-                changed.statusUpdateDate = Clock::nowTimestamp();
-            }
-            return saved(changed);
+            const QUuid id = stores.find(action.args[0]).id;
+            SyncTasks::setStatus(stores, id, *status);
+            const Invoice& changed = *invoices.invoice(id);
+            return m_json ? created(changed) : (out() << "Saved " << number(changed) << '\n', ExitCode::ok);
+        }
+        if (action == u"renumber") {
+            action.expect(1);
+            const Invoice& invoice = stores.find(action.args[0]);
+            const QString before = number(invoice);
+            const QString after = SyncTasks::renumber(stores, invoice.id);
+            out() << "Renumbered " << before << " to " << after << '\n';
+            return ExitCode::ok;
         }
         if (action == u"cancel") {
             action.expect(1);
@@ -208,6 +215,10 @@ private:
 
     int saved(const Invoice& invoice)
     {
+        // Marking as sent by editing the field is marking as sent all the same.
+        if (const Invoice* stored = workspace().invoices().invoice(invoice.id);
+            stored && stored->status != Status::sent && invoice.status == Status::sent)
+            SyncTasks::requireUniqueNumber(workspace(), invoice);
         if (const auto error = workspace().invoices().saveInvoice(invoice))
             throw CliError(*error);
         return m_json ? created(invoice) : (out() << "Saved " << number(invoice) << '\n', ExitCode::ok);

@@ -38,6 +38,8 @@ APT_PACKAGES=(
     dpkg-dev lintian
     # `make fuzz`: the fuzz targets under libFuzzer, which comes with clang's runtime libraries
     clang libclang-rt-14-dev
+    # the two-machine test: a real sync engine carrying one data folder between two homes
+    syncthing
 )
 # Document fonts and test schemas come from the npm registry at build time. A machine that
 # already has npm (for example Node from another repository, which bundles it) keeps its own.

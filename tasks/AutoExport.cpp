@@ -117,9 +117,19 @@ void AutoExportHelper::exportInvoices(const QList<Invoice>& invoices, std::funct
     const Profile& profile = m_workspace.activeProfile();
     const auto folder = isEnabled() ? resolvedFolder(profile) : std::nullopt;
     if (folder)
-        for (const Invoice& invoice : invoices)
-            if (isEligible(invoice))
-                m_queue.enqueue({DocumentSource::of(m_workspace, invoice), *folder});
+        for (const Invoice& invoice : invoices) {
+            if (!isEligible(invoice))
+                continue;
+            DocumentSource source = DocumentSource::of(m_workspace, invoice);
+            // Two files named after one number would overwrite each other, and a receiver
+            // could not tell the invoices apart.
+            if (!source.numberClash.isEmpty()) {
+                qCWarning(lcExchange).noquote()
+                    << "AutoExportHelper: Skipped" << source.subject + u':' << source.numberClash;
+                continue;
+            }
+            m_queue.enqueue({std::move(source), *folder});
+        }
     if (done)
         m_waiting.append(std::move(done));
     if (!m_running)

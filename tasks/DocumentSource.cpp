@@ -1,5 +1,6 @@
 #include "tasks/DocumentSource.h"
 
+#include "tasks/SyncTasks.h"
 #include "util/Files.h"
 
 #include "model/InvoiceJson.h"
@@ -85,7 +86,8 @@ DocumentSource DocumentSource::of(Workspace& workspace, const Invoice& invoice)
             workspace.activeStyling(),
             workspace.related(invoice),
             NumberFormat::displayNumber(invoice, profile),
-            workspace.profiles().activeProfileFolder()};
+            workspace.profiles().activeProfileFolder(),
+            SyncTasks::numberClash(workspace, invoice)};
 }
 
 DocumentSource DocumentSource::fromFile(const QString& path)

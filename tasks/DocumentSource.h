@@ -24,6 +24,9 @@ struct DocumentSource
     QString subject;
     // The profile's folder (styling, logo, CSS) when the invoice came from the data folder.
     std::optional<QString> profileFolder;
+    // Set when another invoice of the profile shows the same number: the message that names it.
+    // Documents of such an invoice are not issued (a number must identify one invoice).
+    QString numberClash;
 
     // An invoice of the workspace's active profile, styled by that profile.
     static DocumentSource of(Workspace& workspace, const Invoice& invoice);

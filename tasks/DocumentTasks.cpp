@@ -15,8 +15,20 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace DocumentTasks {
 
+namespace {
+
+// An invoice number must name one invoice: a document is not issued while another shows it too.
+void requireUniqueNumber(const DocumentSource& source)
+{
+    if (!source.numberClash.isEmpty())
+        throw TaskError(source.numberClash);
+}
+
+} // namespace
+
 QByteArray invoicePdf(const DocumentSource& source)
 {
+    requireUniqueNumber(source);
     const std::optional<QByteArray> pdf =
         DocumentExport::invoicePdf(source.invoice, source.profile, source.styling, source.related);
     if (!pdf)
@@ -27,6 +39,10 @@ QByteArray invoicePdf(const DocumentSource& source)
 void invoicePdfAsync(const DocumentSource& source,
                      std::function<void(std::optional<QByteArray> pdf, QString error)> done)
 {
+    if (!source.numberClash.isEmpty()) {
+        done(std::nullopt, source.numberClash);
+        return;
+    }
     DocumentExport::invoicePdfAsync(
         source.invoice, source.profile, source.styling, source.related,
         [subject = source.subject, done = std::move(done)](std::optional<QByteArray> pdf) {
@@ -43,6 +59,7 @@ void checkEInvoice(const DocumentSource& source)
 
 QByteArray eInvoiceXml(const DocumentSource& source)
 {
+    requireUniqueNumber(source);
     checkEInvoice(source);
     const std::optional<QByteArray> xml =
         XMLGenerator::generate(source.invoice, source.profile, source.related);

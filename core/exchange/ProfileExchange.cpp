@@ -211,6 +211,8 @@ QString ProfileImporter::uniqueName(const QString& name, bool identityTaken) con
 {
     const QDir data(m_profiles.dataFolder());
     auto taken = [&](const QString& candidate) {
+        if (!m_replacedName.isEmpty() && candidate == m_replacedName)
+            return false;
         return m_profiles.profileNamed(candidate) != nullptr || QFileInfo::exists(data.filePath(candidate));
     };
     if (!identityTaken && !taken(name))
@@ -241,6 +243,19 @@ ProfileImportResult ProfileImporter::importFile(const QString& path)
     ProfileImportResult result;
     const QDir data(m_profiles.dataFolder());
     QDir().mkpath(data.path());
+    // On a new machine the only profile is the empty one of the first start: the imported
+    // profiles take its place instead of joining it, and the first of them becomes active.
+    std::optional<Profile> replaced;
+    if (m_profiles.profiles().size() == 1 &&
+        m_profiles.isUntouchedFirstProfile(m_profiles.profiles().first()))
+        replaced = m_profiles.profiles().first();
+    const QString replacedFolder = replaced ? m_profiles.profileFolder(*replaced) : QString();
+    const QString asideFolder =
+        data.filePath(u".ledra-replaced-"_s + QUuid::createUuid().toString(QUuid::Id128));
+    if (replaced && !QDir().rename(replacedFolder, asideFolder))
+        replaced.reset();
+    m_replacedName = replaced ? replaced->displayName() : QString();
+    std::optional<QUuid> firstImported;
     // Complete profile folders wait here, inside the data folder (one file system, so the last
     // step is a rename) but one level down, where the profile store does not look for profiles.
     const QString staging = data.filePath(u".ledra-import-"_s + QUuid::createUuid().toString(QUuid::Id128));
@@ -273,6 +288,8 @@ ProfileImportResult ProfileImporter::importFile(const QString& path)
                 throw std::runtime_error(
                     QStringLiteral("could not move the profile into %1").arg(data.path()).toStdString());
             result.imported.append(name);
+            if (!firstImported)
+                firstImported = profile.id;
         } catch (const std::exception& error) {
             qCWarning(lcExchange).noquote()
                 << u"Failed to import profile '%1'"_s.arg(sourceName) << QString::fromUtf8(error.what());
@@ -280,6 +297,16 @@ ProfileImportResult ProfileImporter::importFile(const QString& path)
         }
     }
     QDir(staging).removeRecursively();
+    m_replacedName.clear();
+    if (replaced) {
+        // The empty profile goes only when something came in; else it is put back as it was.
+        if (firstImported)
+            QDir(asideFolder).removeRecursively();
+        else
+            QDir().rename(asideFolder, replacedFolder);
+    }
     m_profiles.load();
+    if (replaced && firstImported)
+        m_profiles.setActiveProfile(*firstImported);
     return result;
 }

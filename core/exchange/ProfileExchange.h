@@ -108,4 +108,5 @@ private:
     QString uniqueName(const QString& name, bool identityTaken) const;
 
     ProfileManager& m_profiles;
+    QString m_replacedName; // the empty first profile that an import is replacing
 };

@@ -2,6 +2,7 @@
 
 #include "reminders/ReminderJson.h"
 #include "reminders/ReminderVariable.h"
+#include "storage/SyncFiles.h"
 #include "util/Files.h"
 
 #include <QFile>
@@ -43,7 +44,7 @@ QHash<QString, ReminderManager::Stamp> ReminderManager::reminderFilesOnDisk() co
     if (!dir)
         return files;
     while (const dirent* entry = ::readdir(dir)) {
-        if (!std::strstr(entry->d_name, "-reminder"))
+        if (!std::strstr(entry->d_name, "-reminder") || entry->d_name[0] == '.' || entry->d_name[0] == '~')
             continue;
         const QString name = QFile::decodeName(entry->d_name);
         if (InvoiceManager::isReminderFileName(name))
@@ -65,33 +66,43 @@ void ReminderManager::loadReminders()
     m_reminders.clear();
     m_fileNames.clear();
     m_loadErrors.clear();
+    m_conflicts.clear();
     m_folder = m_invoices.invoicesFolder();
     m_stamps = reminderFilesOnDisk();
     if (!m_folder)
         qCWarning(lcStorage) << "ReminderManager: Error loading reminders: no active profile";
 
     QStringList names = m_stamps.keys();
-    names.sort(); // a stable order for the list and for which of two copies wins
+    // A stable order; plain files before conflict copies, so the plain file is the record.
+    std::sort(names.begin(), names.end(), [](const QString& a, const QString& b) {
+        return std::pair(SyncFiles::isConflictCopy(a), a) < std::pair(SyncFiles::isConflictCopy(b), b);
+    });
+    QHash<QString, QUuid> idByName;
     QHash<QUuid, qsizetype> indexById;
     for (const QString& name : std::as_const(names)) {
         const QString path = *m_folder + u'/' + name;
         QString problem;
-        if (const auto bytes = Files::read(path, &problem)) {
+        if (const auto bytes = SyncFiles::readSettled(path, &problem)) {
             try {
                 const Reminder reminder = ReminderJson::decode(*bytes);
-                if (const auto existing = indexById.constFind(reminder.id);
-                    existing != indexById.constEnd()) {
-                    // Two files for one reminder (an interrupted move, a sync conflict): keep the newer.
-                    const QString other = m_fileNames.value(reminder.id);
-                    qCWarning(lcStorage).noquote() << "ReminderManager: Two files for reminder"
-                                                   << reminder.id.toString() + u':' << other << "and" << name;
-                    if (m_stamps.value(other).modified >= m_stamps.value(name).modified)
-                        continue;
-                    m_reminders[*existing] = reminder;
-                } else {
-                    indexById.insert(reminder.id, m_reminders.size());
-                    m_reminders.append(reminder);
+                // A conflict copy belongs to the reminder in its original file, whatever id it
+                // has (both machines may have written the same reminder of an invoice).
+                std::optional<QUuid> owner;
+                if (const auto original = SyncFiles::conflictOriginal(name);
+                    original && idByName.contains(*original))
+                    owner = idByName.value(*original);
+                else if (indexById.contains(reminder.id))
+                    owner = reminder.id;
+                if (owner) {
+                    qCInfo(lcStorage).noquote()
+                        << "ReminderManager: Two files for reminder" << owner->toString() + u':'
+                        << m_fileNames.value(*owner) << "and" << name;
+                    m_conflicts[*owner].append(name);
+                    continue;
                 }
+                idByName.insert(name, reminder.id);
+                indexById.insert(reminder.id, m_reminders.size());
+                m_reminders.append(reminder);
                 m_fileNames.insert(reminder.id, name);
                 continue;
             } catch (const JsonDecodeError& error) {
@@ -241,6 +252,54 @@ std::optional<QString> ReminderManager::saveReminder(const Reminder& reminder)
         *existing = reminder;
     else
         m_reminders.append(reminder);
+    changed();
+    return std::nullopt;
+}
+
+std::optional<Reminder> ReminderManager::conflictVersion(const QUuid& id, const QString& fileName,
+                                                         QString* error) const
+{
+    if (!m_folder || !m_conflicts.value(id).contains(fileName)) {
+        if (error)
+            *error = u"%1 is no other version of this reminder"_s.arg(fileName);
+        return std::nullopt;
+    }
+    const QString path = *m_folder + u'/' + fileName;
+    QString problem;
+    try {
+        const auto bytes = SyncFiles::readSettled(path, &problem);
+        if (!bytes)
+            throw JsonDecodeError({}, problem);
+        return ReminderJson::decode(*bytes);
+    } catch (const JsonDecodeError& decodeError) {
+        if (error)
+            *error = path + u": "_s + decodeError.message();
+        return std::nullopt;
+    }
+}
+
+std::optional<QString> ReminderManager::resolveConflict(const QUuid& id, const QString& fileName,
+                                                        bool keepOther)
+{
+    QString error;
+    const auto other = conflictVersion(id, fileName, &error);
+    if (!other)
+        return error;
+    const QString path = *m_folder + u'/' + fileName;
+    if (keepOther) {
+        if (other->id != id)
+            if (const auto deleteError = deleteReminder(id))
+                return deleteError;
+        if (const auto saveError = saveReminder(*other))
+            return saveError;
+    }
+    if (QFileInfo::exists(path) && !QFile::remove(path))
+        return u"cannot remove %1"_s.arg(path);
+    m_stamps.remove(fileName);
+    for (auto entry = m_conflicts.begin(); entry != m_conflicts.end();) {
+        entry->removeAll(fileName);
+        entry = entry->isEmpty() ? m_conflicts.erase(entry) : std::next(entry);
+    }
     changed();
     return std::nullopt;
 }

@@ -54,6 +54,17 @@ public:
     // The name a reminder's file should have now; none when its invoice is unknown.
     std::optional<QString> fileNameFor(const Reminder& reminder) const;
 
+    // Sync conflicts: a second file for a reminder (same id, or a sync engine's conflict copy of
+    // its file). It is kept, never loaded as a reminder of its own, and only removed by
+    // resolveConflict() on the user's choice.
+    bool isInConflict(const QUuid& id) const { return m_conflicts.contains(id); }
+    QList<QUuid> conflictedIds() const { return m_conflicts.keys(); }
+    QStringList conflictFiles(const QUuid& id) const { return m_conflicts.value(id); }
+    std::optional<Reminder> conflictVersion(const QUuid& id, const QString& fileName,
+                                            QString* error = nullptr) const;
+    // keepOther: the other version replaces the reminder. Returns the error text.
+    std::optional<QString> resolveConflict(const QUuid& id, const QString& fileName, bool keepOther);
+
 Q_SIGNALS:
     void remindersChanged();
     void refreshTriggerChanged(int refreshTrigger);
@@ -77,7 +88,8 @@ private:
     QHash<QUuid, QString> m_fileNames; // reminder id -> file name in the folder
     QHash<QString, Stamp> m_stamps;    // every reminder file name, decodable or not
     QStringList m_loadErrors;
-    std::optional<QString> m_folder; // the folder the list was read from
+    QHash<QUuid, QStringList> m_conflicts; // reminder id -> files of its other versions
+    std::optional<QString> m_folder;       // the folder the list was read from
     int m_refreshTrigger = 0;
     ProfileDirectoryWatcher m_watcher;
 };

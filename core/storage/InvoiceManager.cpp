@@ -3,6 +3,8 @@
 #include "l10n/Strings.h"
 #include "model/InvoiceJson.h"
 #include "numbering/NumberAssignment.h"
+#include "numbering/NumberFormat.h"
+#include "storage/SyncFiles.h"
 #include "util/Clock.h"
 #include "util/Files.h"
 
@@ -56,6 +58,9 @@ QStringList jsonFileNames(const QString& folder, const QByteArray& idPrefix = {}
         const std::string_view name(entry->d_name);
         if (name.size() <= 5 || name.substr(name.size() - 5) != ".json")
             continue;
+        // Hidden and "~" files are writes in progress of sync engines and editors.
+        if (name.front() == '.' || name.front() == '~')
+            continue;
         if (!idPrefix.isEmpty() && (name.size() < 11 + size_t(idPrefix.size()) ||
                                     name.substr(11, size_t(idPrefix.size())) != idPrefix.constData()))
             continue;
@@ -72,6 +77,7 @@ InvoiceManager::InvoiceManager(ProfileManager& profiles, QObject* parent)
 {
     connect(&m_profiles, &ProfileManager::activeProfileChanged, this, &InvoiceManager::loadInvoices);
     connect(&m_watcher, &ProfileDirectoryWatcher::changed, this, &InvoiceManager::onFolderChanged);
+    connect(this, &InvoiceManager::invoicesChanged, this, [this] { m_duplicates.reset(); });
 }
 
 QString InvoiceManager::fileStem(const Invoice& invoice)
@@ -93,7 +99,8 @@ QString InvoiceManager::reminderFileName(const QString& invoiceStem, int number)
 bool InvoiceManager::isReminderFileName(const QString& name)
 {
     static const QRegularExpression pattern(u"-reminder(-\\d+)?\\.json$"_s);
-    return pattern.match(name).hasMatch();
+    // A conflict copy of a reminder file is a reminder too.
+    return pattern.match(SyncFiles::originalName(name)).hasMatch();
 }
 
 QString InvoiceManager::deletionWarning(const Invoice& invoice)
@@ -128,6 +135,8 @@ void InvoiceManager::loadInvoices()
     m_invoices.clear();
     m_fileNames.clear();
     m_stamps.clear();
+    m_conflicts.clear();
+    m_conflictOwners.clear();
     const auto folder = invoicesFolder();
     if (!folder) {
         qCWarning(lcStorage) << "InvoiceManager: Error loading invoices: no active profile";
@@ -149,7 +158,7 @@ void InvoiceManager::loadInvoices()
             for (size_t i = begin; i < end; ++i) {
                 Loaded& entry = loaded[i];
                 const QString path = *folder + u'/' + entry.name;
-                const auto bytes = Files::read(path, &entry.error);
+                const auto bytes = SyncFiles::readSettled(path, &entry.error);
                 if (!bytes)
                     continue;
                 try {
@@ -183,22 +192,34 @@ void InvoiceManager::loadInvoices()
             Invoice& invoice = *entry.invoice;
             const QUuid id = invoice.id;
             const Stamp stamp = entry.stamp;
+            m_stamps.insert(name, stamp);
             if (const auto existing = indexById.constFind(invoice.id); existing != indexById.constEnd()) {
-                // Two files for one invoice (an interrupted rename, a sync conflict): keep the newer.
+                // Two files for one invoice (edits on two machines, an interrupted rename): the
+                // record is the plain file, the newer of two; the other is kept as a version in
+                // conflict until the user decides.
                 const QString otherName = m_fileNames.value(invoice.id);
-                qCWarning(lcStorage).noquote() << "InvoiceManager: Two files for invoice"
-                                               << invoice.id.toString() << u':' << otherName << "and" << name;
-                if (m_stamps.value(otherName).modified >= stamp.modified)
-                    continue;
-                m_invoices[*existing] = std::move(invoice);
+                auto rank = [&](const QString& file) {
+                    return std::pair(!SyncFiles::isConflictCopy(file), m_stamps.value(file).modified);
+                };
+                qCInfo(lcStorage).noquote() << "InvoiceManager: Two files for invoice"
+                                            << invoice.id.toString() << u':' << otherName << "and" << name;
+                QString other = name;
+                if (rank(name) > rank(otherName)) {
+                    m_invoices[*existing] = std::move(invoice);
+                    m_fileNames.insert(id, name);
+                    other = otherName;
+                }
+                m_conflicts[id].append(other);
+                m_conflictOwners.insert(other, id);
             } else {
                 indexById.insert(invoice.id, m_invoices.size());
                 m_invoices.append(std::move(invoice));
+                m_fileNames.insert(id, name);
             }
-            m_fileNames.insert(id, name);
-            m_stamps.insert(name, stamp);
         }
     }
+    for (QStringList& files : m_conflicts)
+        files.sort();
     m_watcher.refresh();
     bumpRefreshTrigger();
     qCInfo(lcStorage).noquote() << "InvoiceManager: Loaded" << m_invoices.size()
@@ -279,13 +300,10 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
     // Files that belong to this invoice: the one the store knows and any named after its id.
     // Only these candidates are parsed, so a save costs the same in a folder of 10,000 invoices.
     const QString prefix = idPrefix(invoice.id);
-    QStringList candidates;
     QStringList reminderCandidates;
     for (const QString& name : jsonFileNames(*folder, prefix.toLatin1()))
-        (isReminderFileName(name) ? reminderCandidates : candidates).append(name);
-    if (const auto known = m_fileNames.constFind(invoice.id);
-        known != m_fileNames.constEnd() && !candidates.contains(*known))
-        candidates.append(*known);
+        if (isReminderFileName(name) && !SyncFiles::isConflictCopy(name))
+            reminderCandidates.append(name);
 
     // Two invoices of one day whose ids begin alike would get the same name; the later one
     // takes more of its id rather than overwrite the other's file.
@@ -301,11 +319,13 @@ std::optional<QString> InvoiceManager::saveInvoice(const Invoice& invoice)
     }
     const QString currentName = stem + u".json"_s;
 
+    // Only the file the store itself read or wrote for this invoice gives way to the new name;
+    // any other file with this id is another machine's version and stays until the user decides.
     QStringList previousFiles;
-    for (const QString& name : std::as_const(candidates)) {
-        if (name != currentName && uuidIn(*folder + u'/' + name, "id"_L1) == invoice.id)
-            previousFiles.append(name);
-    }
+    if (const QString known = m_fileNames.value(invoice.id);
+        !known.isEmpty() && known != currentName && !m_conflictOwners.contains(known) &&
+        uuidIn(*folder + u'/' + known, "id"_L1) == invoice.id)
+        previousFiles.append(known);
 
     if (const auto error = Files::writeAtomically(*folder + u'/' + currentName, bytes)) {
         qCWarning(lcStorage).noquote() << "InvoiceManager: Error writing invoice file:" << *error;
@@ -545,6 +565,12 @@ std::optional<QString> InvoiceManager::deleteInvoice(const QUuid& id)
             m_stamps.remove(name);
         }
     }
+    // Deleting an invoice deletes all its versions, or the next load would bring one back.
+    for (const QString& name : m_conflicts.take(id)) {
+        QFile::remove(*folder + u'/' + name);
+        m_stamps.remove(name);
+        m_conflictOwners.remove(name);
+    }
     if (path)
         m_stamps.remove(QFileInfo(*path).fileName());
     m_fileNames.remove(id);
@@ -587,6 +613,71 @@ bool InvoiceManager::changedOnDisk(const QUuid& id) const
     return path && stampOf(*path) != m_stamps.value(QFileInfo(*path).fileName());
 }
 
+bool InvoiceManager::placeFile(const QString& name, const Invoice& invoice, const QSet<QString>& onDisk)
+{
+    const QUuid id = invoice.id;
+    const QString primary = m_fileNames.value(id);
+    if (primary.isEmpty() || primary == name || !onDisk.contains(primary)) {
+        // The invoice's own file, a new invoice, or the file it moved to.
+        if (!primary.isEmpty() && primary != name)
+            m_stamps.remove(primary);
+        m_fileNames.insert(id, name);
+        if (m_conflicts.contains(id) && m_conflicts[id].removeAll(name) > 0) {
+            m_conflictOwners.remove(name);
+            if (m_conflicts[id].isEmpty())
+                m_conflicts.remove(id);
+        }
+        replaceOrAppend(invoice);
+        return true;
+    }
+    // A second file for an invoice the store has: another version of it.
+    if (!m_conflictOwners.contains(name)) {
+        m_conflicts[id].append(name);
+        m_conflicts[id].sort();
+        m_conflictOwners.insert(name, id);
+        qCInfo(lcStorage).noquote() << "InvoiceManager: Two files for invoice" << id.toString() << u':'
+                                    << primary << "and" << name;
+    }
+    return false;
+}
+
+void InvoiceManager::dropFile(const QString& name)
+{
+    if (const auto owner = m_conflictOwners.constFind(name); owner != m_conflictOwners.constEnd()) {
+        const QUuid id = *owner;
+        m_conflictOwners.erase(owner);
+        m_conflicts[id].removeAll(name);
+        if (m_conflicts[id].isEmpty())
+            m_conflicts.remove(id);
+        return;
+    }
+    const QList<QUuid> gone = m_fileNames.keys(name);
+    for (const QUuid& id : gone) {
+        m_fileNames.remove(id);
+        // Its other version, if any, is what remains of the invoice.
+        if (const QStringList others = m_conflicts.take(id); !others.isEmpty()) {
+            const QString next = others.first();
+            m_conflictOwners.remove(next);
+            if (others.size() > 1)
+                m_conflicts.insert(id, others.mid(1));
+            const auto folder = invoicesFolder();
+            if (folder) {
+                try {
+                    const auto bytes = SyncFiles::readSettled(*folder + u'/' + next);
+                    const Invoice invoice = InvoiceJson::decode(bytes.value_or(QByteArray()));
+                    if (invoice.id == id) {
+                        m_fileNames.insert(id, next);
+                        replaceOrAppend(invoice);
+                        continue;
+                    }
+                } catch (const JsonDecodeError&) {
+                }
+            }
+        }
+        m_invoices.removeIf([&](const Invoice& i) { return i.id == id; });
+    }
+}
+
 void InvoiceManager::onFolderChanged()
 {
     const auto folder = invoicesFolder();
@@ -597,41 +688,160 @@ void InvoiceManager::onFolderChanged()
     for (const QString& name : jsonFileNames(*folder))
         if (!isReminderFileName(name))
             onDisk.insert(name, stampOf(*folder + u'/' + name));
+    QSet<QString> names;
+    for (auto entry = onDisk.constBegin(); entry != onDisk.constEnd(); ++entry)
+        names.insert(entry.key());
     bool changed = false;
-    for (auto entry = onDisk.constBegin(); entry != onDisk.constEnd(); ++entry) {
-        if (m_stamps.value(entry.key()) == entry.value())
+    // Removals first, so that a file moved under a new name (another machine changed the date)
+    // is taken as the invoice's file, not as a second version.
+    const QStringList known = m_stamps.keys();
+    for (const QString& name : known) {
+        if (onDisk.contains(name))
             continue;
-        const QString path = *folder + u'/' + entry.key();
-        const auto bytes = Files::read(path);
+        dropFile(name);
+        m_stamps.remove(name);
+        changed = true;
+    }
+    QStringList changedNames;
+    for (auto entry = onDisk.constBegin(); entry != onDisk.constEnd(); ++entry)
+        if (!m_stamps.contains(entry.key()) || m_stamps.value(entry.key()) != entry.value())
+            changedNames.append(entry.key());
+    // Plain files before conflict copies: a copy that arrives with its original is the copy.
+    std::sort(changedNames.begin(), changedNames.end(), [](const QString& a, const QString& b) {
+        return std::pair(SyncFiles::isConflictCopy(a), a) < std::pair(SyncFiles::isConflictCopy(b), b);
+    });
+    for (const QString& name : std::as_const(changedNames)) {
+        const QString path = *folder + u'/' + name;
+        const auto bytes = SyncFiles::readSettled(path);
         if (!bytes)
             continue;
         try {
             const Invoice updated = InvoiceJson::decode(*bytes);
-            m_fileNames.insert(updated.id, entry.key());
-            replaceOrAppend(updated);
+            placeFile(name, updated, names);
         } catch (const JsonDecodeError& error) {
             qCWarning(lcStorage).noquote()
                 << "InvoiceManager: Error loading invoice from" << path + u':' << error.message();
         }
-        m_stamps.insert(entry.key(), entry.value());
+        m_stamps.insert(name, stampOf(path));
         changed = true;
     }
-    for (auto entry = m_stamps.constBegin(); entry != m_stamps.constEnd(); ++entry) {
-        if (onDisk.contains(entry.key()))
-            continue;
-        // Removed by someone else: drop the invoices that lived in it.
-        const QList<QUuid> gone = m_fileNames.keys(entry.key());
-        for (const QUuid& id : gone) {
-            m_fileNames.remove(id);
-            m_invoices.removeIf([&](const Invoice& i) { return i.id == id; });
-        }
-        changed = true;
-    }
-    m_stamps.removeIf([&](const auto& entry) { return !onDisk.contains(entry.key()); });
     if (!changed)
         return;
     bumpRefreshTrigger();
     Q_EMIT invoicesChanged();
+}
+
+std::optional<Invoice> InvoiceManager::conflictVersion(const QUuid& id, const QString& fileName,
+                                                       QString* error) const
+{
+    const auto folder = invoicesFolder();
+    if (!folder || !m_conflicts.value(id).contains(fileName)) {
+        if (error)
+            *error = u"%1 is no other version of this invoice"_s.arg(fileName);
+        return std::nullopt;
+    }
+    const QString path = *folder + u'/' + fileName;
+    QString problem;
+    const auto bytes = SyncFiles::readSettled(path, &problem);
+    try {
+        if (!bytes)
+            throw JsonDecodeError({}, problem);
+        Invoice invoice = InvoiceJson::decode(*bytes);
+        if (invoice.id != id)
+            throw JsonDecodeError({}, u"it now holds another invoice"_s);
+        return invoice;
+    } catch (const JsonDecodeError& decodeError) {
+        if (error)
+            *error = path + u": "_s + decodeError.message();
+        return std::nullopt;
+    }
+}
+
+std::optional<QString> InvoiceManager::resolveConflict(const QUuid& id, const QString& fileName,
+                                                       Resolution resolution, Invoice* created)
+{
+    const auto folder = invoicesFolder();
+    QString error;
+    const auto other = conflictVersion(id, fileName, &error);
+    if (!folder || !other)
+        return error;
+    if (resolution == Resolution::keepOther) {
+        // The other version is written as the record (under the record's name), then its copy goes.
+        if (const auto saveError = saveInvoice(*other))
+            return saveError;
+    } else if (resolution == Resolution::keepBoth) {
+        Invoice separate = *other;
+        separate.id = QUuid::createUuid();
+        separate.number = nextFreeNumber(separate);
+        for (InvoiceItem& item : separate.items)
+            item.id = QUuid::createUuid();
+        if (const auto saveError = saveInvoice(separate))
+            return saveError;
+        if (created)
+            *created = separate;
+    }
+    const QString path = *folder + u'/' + fileName;
+    if (m_fileNames.value(id) != fileName && QFileInfo::exists(path) && !QFile::remove(path))
+        return u"cannot remove %1"_s.arg(path);
+    m_stamps.remove(fileName);
+    m_conflictOwners.remove(fileName);
+    m_conflicts[id].removeAll(fileName);
+    if (m_conflicts[id].isEmpty())
+        m_conflicts.remove(id);
+    qCInfo(lcStorage).noquote() << "InvoiceManager: Conflict of invoice" << id.toString() << "resolved,"
+                                << fileName
+                                << (resolution == Resolution::keepThis    ? "discarded"
+                                    : resolution == Resolution::keepOther ? "kept instead"
+                                                                          : "kept as a new invoice");
+    Q_EMIT invoicesChanged();
+    Q_EMIT invoiceChanged(id);
+    return std::nullopt;
+}
+
+const QHash<QUuid, QList<QUuid>>& InvoiceManager::duplicateNumbers() const
+{
+    if (!m_duplicates) {
+        m_duplicates.emplace();
+        const Profile* profile = m_profiles.activeProfile();
+        if (profile) {
+            QHash<QString, QList<QUuid>> byNumber;
+            byNumber.reserve(m_invoices.size());
+            for (const Invoice& invoice : m_invoices)
+                byNumber[rawValue(invoice.type) + u'\n' + NumberFormat::displayNumber(invoice, *profile)]
+                    .append(invoice.id);
+            for (const QList<QUuid>& ids : std::as_const(byNumber)) {
+                if (ids.size() < 2)
+                    continue;
+                for (const QUuid& id : ids) {
+                    QList<QUuid> others = ids;
+                    others.removeAll(id);
+                    m_duplicates->insert(id, others);
+                }
+            }
+        }
+    }
+    return *m_duplicates;
+}
+
+int InvoiceManager::nextFreeNumber(const Invoice& invoice) const
+{
+    const Profile* profile = m_profiles.activeProfile();
+    if (!profile)
+        return 1;
+    int number = NumberAssignment::nextNumber(invoice.type, m_invoices, *profile);
+    // One above the largest is free unless a format without a number chip, or one whose date
+    // part differs, shows it already; then look further.
+    QSet<QString> used;
+    for (const Invoice& other : m_invoices)
+        if (other.type == invoice.type && other.id != invoice.id)
+            used.insert(NumberFormat::displayNumber(other, *profile));
+    Invoice probe = invoice;
+    for (int tries = 0; tries < 1000; ++tries, ++number) {
+        probe.number = number;
+        if (!used.contains(NumberFormat::displayNumber(probe, *profile)))
+            break;
+    }
+    return number;
 }
 
 InvoiceFileWatcher::InvoiceFileWatcher(InvoiceManager& invoices, QObject* parent)

@@ -8,6 +8,8 @@
 #include <QHash>
 #include <QList>
 #include <QObject>
+#include <QSet>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
@@ -78,6 +80,34 @@ public:
     // True when the invoice's file on disk differs from what the store last read or wrote.
     bool changedOnDisk(const QUuid& id) const;
 
+    // Sync conflicts: other files that hold the same invoice (a sync engine's conflict copy, a
+    // second file from another machine). They are never loaded as an invoice of their own and
+    // never removed by a save; only resolveConflict() removes one, on the user's choice.
+    bool isInConflict(const QUuid& id) const { return m_conflicts.contains(id); }
+    QList<QUuid> conflictedIds() const { return m_conflicts.keys(); }
+    // The file names of the other versions, sorted.
+    QStringList conflictFiles(const QUuid& id) const { return m_conflicts.value(id); }
+    // One other version as read from its file now; the error names the file.
+    std::optional<Invoice> conflictVersion(const QUuid& id, const QString& fileName,
+                                           QString* error = nullptr) const;
+    enum class Resolution
+    {
+        keepThis,  // the other version's file is removed
+        keepOther, // the other version becomes the record, its file is removed
+        keepBoth   // the other version becomes an invoice of its own: new id, the next number
+    };
+    // Returns the error text. With keepBoth, `created` gets the new invoice.
+    std::optional<QString> resolveConflict(const QUuid& id, const QString& fileName, Resolution resolution,
+                                           Invoice* created = nullptr);
+
+    // Invoices that share their displayed number with another invoice of their type: each id
+    // with the ids of the others. Kept up to date with the list.
+    const QHash<QUuid, QList<QUuid>>& duplicateNumbers() const;
+    QList<QUuid> sameNumberAs(const QUuid& id) const { return duplicateNumbers().value(id); }
+    // The next number of the invoice's type under which no other invoice shows (for renumbering
+    // a draft whose number is used twice).
+    int nextFreeNumber(const Invoice& invoice) const;
+
 Q_SIGNALS:
     // The list changed in any way. Views that show single rows follow the finer signals below:
     // one record added or replaced, one removed, or everything reread (refreshTrigger).
@@ -104,11 +134,18 @@ private:
     void replaceOrAppend(const Invoice& invoice);
     void onFolderChanged();
     void bumpRefreshTrigger();
+    // Takes a file that holds invoice `id` as one more version of it (or as the record when there
+    // is none). Returns true when the record itself was replaced.
+    bool placeFile(const QString& name, const Invoice& invoice, const QSet<QString>& onDisk);
+    void dropFile(const QString& name);
 
     ProfileManager& m_profiles;
     QList<Invoice> m_invoices;
-    QHash<QUuid, QString> m_fileNames; // invoice id -> file name in the folder
-    QHash<QString, Stamp> m_stamps;    // file name -> as last read or written by the store
+    QHash<QUuid, QString> m_fileNames;      // invoice id -> file name in the folder
+    QHash<QString, Stamp> m_stamps;         // file name -> as last read or written by the store
+    QHash<QUuid, QStringList> m_conflicts;  // invoice id -> files of its other versions
+    QHash<QString, QUuid> m_conflictOwners; // file of another version -> invoice id
+    mutable std::optional<QHash<QUuid, QList<QUuid>>> m_duplicates;
     int m_refreshTrigger = 0;
     std::optional<QUuid> m_newlyCreatedInvoiceId;
     std::optional<InvoiceItem> m_copiedItem;

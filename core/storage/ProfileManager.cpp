@@ -60,6 +60,30 @@ void ProfileManager::load()
     resolveActiveProfile();
 }
 
+bool ProfileManager::isUntouchedFirstProfile(const Profile& profile) const
+{
+    if (m_profiles.size() != 1 || m_profiles.first().id != profile.id ||
+        profile.profileName != defaultProfileName)
+        return false;
+    Profile fresh = Profile::makeNew(m_region);
+    fresh.id = profile.id;
+    fresh.profileName = profile.profileName;
+    if (ProfileJson::encode(fresh) != ProfileJson::encode(profile))
+        return false;
+    // Only what the first start writes: the profile, an empty invoice folder, the styling.
+    const QDir folder(profileFolder(profile));
+    for (const QFileInfo& entry :
+         folder.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
+        if (entry.isFile() && (entry.fileName() == profileFileName || entry.fileName() == QStringLiteral("styling.json")))
+            continue;
+        if (entry.isDir() && !entry.isSymLink() && entry.fileName() == QStringLiteral("Invoices") &&
+            QDir(entry.filePath()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
+            continue;
+        return false;
+    }
+    return true;
+}
+
 void ProfileManager::resolveDataFolder()
 {
     m_dataFolder = m_defaultDataFolder;

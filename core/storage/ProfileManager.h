@@ -64,6 +64,11 @@ public:
     // Moves the data back to the default folder.
     std::optional<QString> resetDataFolder();
 
+    // True for the profile that the first start created when it is still as it was made: the
+    // only profile, its settings the defaults, no invoices, no logo or style sheet. An import
+    // into such an installation replaces it (a new machine gets the user's data).
+    bool isUntouchedFirstProfile(const Profile& profile) const;
+
     // A name that can be a folder name: not empty, no slash, not "." or "..".
     static std::optional<QString> checkProfileName(const QString& name);
 
