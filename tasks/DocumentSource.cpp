@@ -1,13 +1,12 @@
 #include "tasks/DocumentSource.h"
 
-#include "tasks/SyncTasks.h"
-#include "util/Files.h"
-
 #include "model/InvoiceJson.h"
 #include "numbering/NumberFormat.h"
 #include "render/StylingManager.h"
+#include "tasks/SyncTasks.h"
 #include "tasks/TaskError.h"
 #include "tasks/Workspace.h"
+#include "util/Files.h"
 
 #include <QDir>
 #include <QFile>
