@@ -268,7 +268,7 @@ ValidationReport EInvoiceValidator::validateXml(const QByteArray& xml, Rules rul
 
     bool xrechnung = rules == Rules::XRechnung;
     if (rules == Rules::Automatic) {
-        // The specification identifier (BT-24) says which rules the sender meant.
+        // The guideline the document declares (BT-24) says which rules the sender meant.
         QString guideline;
         for (const xpath::Node* a : root->children) {
             if (a->kind != xpath::Node::Kind::Element)
