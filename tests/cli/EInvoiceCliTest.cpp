@@ -163,7 +163,9 @@ TEST_F(EInvoiceCli, HybridPdfRefusals)
     file.write(json);
     file.close();
     const QString output = m_home.filePath(u"incomplete.pdf"_s);
-    const CliResult missing = ledra({u"zugferd"_s, incomplete, u"-o"_s, output});
+    // (XRechnung: EN 16931, the default for this business customer, needs no buyer address.)
+    const CliResult missing =
+        ledra({u"zugferd"_s, incomplete, u"--profile"_s, u"xrechnung"_s, u"-o"_s, output});
     EXPECT_EQ(missing.exitCode, 2) << missing.err.toStdString();
     EXPECT_TRUE(missing.err.contains(u"the e-invoice lacks:"_s));
     EXPECT_FALSE(QFile::exists(output));
