@@ -3,6 +3,7 @@
 #include "AppText.h"
 #include "ImportReportDialog.h"
 #include "MessageBar.h"
+#include "einvoice/XMLGenerator.h"
 #include "exchange/ProfileExchange.h"
 #include "numbering/NumberFormat.h"
 #include "plugins/PluginManager.h"
@@ -190,14 +191,14 @@ void DocumentActions::exportXRechnung(const Invoice& invoice)
         return;
     const Profile& profile = m_workspace.activeProfile();
     const QString path = chooseSaveFile(
-        ui(u"Export as XRechnung"),
+        ui(u"Export as E-Invoice (XML)"),
         suggestedPath(DocumentTasks::suggestedFileName(invoice, profile, DocumentTasks::Kind::xrechnung)),
-        ui(u"XRechnung (*.xml)"));
+        ui(u"E-Invoices (*.xml)"));
     if (path.isEmpty())
         return;
     try {
         DocumentTasks::writeFile(path, DocumentTasks::eInvoiceXml(DocumentSource::of(m_workspace, invoice)));
-        written(path, ui(u"XRechnung"));
+        written(path, ui(u"E-invoice (%1)").arg(labelText(XMLGenerator::chosenProfile(invoice, profile))));
     } catch (const TaskError& failure) {
         failed(ui(u"Export Failed"), failure.message());
     }

@@ -6,6 +6,7 @@
 #include "ItemsModel.h"
 #include "LocaleNumbers.h"
 #include "calc/Totals.h"
+#include "einvoice/XMLGenerator.h"
 #include "numbering/NumberFormat.h"
 #include "render/InvoiceDocument.h"
 #include "util/Clock.h"
@@ -274,6 +275,21 @@ QWidget* InvoiceEditor::buildForm()
     QLineEdit* leitweg = lineEdit(u"Leitweg-ID"_s, ui(u"Public customers only, e.g. 04011000-12345-03"),
                                   [](Invoice& i, const QString& v) { i.leitwegId = v; });
     recipient->addRow(ui(u"Leitweg-ID"), leitweg);
+    // The rules of this invoice's e-invoice; automatic shows what it comes to.
+    m_eInvoiceProfile = new QComboBox;
+    m_eInvoiceProfile->setObjectName(u"E-Invoice Profile"_s);
+    m_eInvoiceProfile->setAccessibleName(ui(u"E-Invoice Profile"));
+    for (const EInvoiceProfile choice : allCases<EInvoiceProfile>())
+        m_eInvoiceProfile->addItem(labelText(choice), int(choice));
+    m_eInvoiceProfile->setToolTip(
+        ui(u"XRechnung for public customers, EN 16931 for businesses. Automatic follows the profile, and "
+           u"else chooses XRechnung when there is a Leitweg-ID."));
+    connect(m_eInvoiceProfile, &QComboBox::activated, this, [this](int index) {
+        const EInvoiceProfile choice = EInvoiceProfile(m_eInvoiceProfile->itemData(index).toInt());
+        change(u"eInvoiceProfile"_s, ui(u"Change E-Invoice Profile"),
+               [choice](Invoice& i) { i.eInvoiceProfile = choice; });
+    });
+    recipient->addRow(ui(u"E-Invoice Profile"), m_eInvoiceProfile);
     layout->addWidget(section(ui(u"Recipient"), recipient));
 
     // Numbers, dates, payment terms and language.
@@ -784,6 +800,7 @@ void InvoiceEditor::loadWidgets()
     m_senderCountry->setCode(i.senderAddressCountry.code);
     m_currency->setCode(i.currency.code);
     m_language->setCurrentIndex(m_language->findData(int(i.documentLanguage(m_profile))));
+    m_eInvoiceProfile->setCurrentIndex(m_eInvoiceProfile->findData(int(i.eInvoiceProfile)));
     m_status->setCurrentIndex(m_status->findData(int(i.status)));
     m_number->setValue(i.number);
     if (m_numberVariable->text() != i.numberVariable)
@@ -827,6 +844,11 @@ void InvoiceEditor::refreshDerived()
             ui(u"overdue since %1").arg(QLocale().toString(i.dueDate().localDate(), QLocale::ShortFormat)));
     m_subtitle->setText(subtitle.join(u" · "_s));
     m_numberPreview->setText(u"→ "_s + number);
+    Invoice automatic = i;
+    automatic.eInvoiceProfile = EInvoiceProfile::automatic;
+    m_eInvoiceProfile->setItemText(
+        m_eInvoiceProfile->findData(int(EInvoiceProfile::automatic)),
+        ui(u"Automatic (%1)").arg(labelText(XMLGenerator::chosenProfile(automatic, m_profile))));
     const bool usesVariable =
         NumberFormat::parse(i.numberFormat.value_or(m_profile.numberFormat)).size() > 0 &&
         i.numberFormat.value_or(m_profile.numberFormat).contains(u"{X}"_s);

@@ -101,6 +101,7 @@ private:
     CodeComboBox* m_senderCountry = nullptr;
     CodeComboBox* m_currency = nullptr;
     QComboBox* m_language = nullptr;
+    QComboBox* m_eInvoiceProfile = nullptr;
 
     QSpinBox* m_number = nullptr;
     QLineEdit* m_numberVariable = nullptr;

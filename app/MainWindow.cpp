@@ -331,7 +331,7 @@ void MainWindow::createActions()
 
     connect(add(u"exportPdf"_s, ui(u"Export PDF…"), QKeySequence(u"Ctrl+E"_s), u"document-export"_s),
             &QAction::triggered, this, [this] { exportCurrent(exportPdfKind); });
-    connect(add(u"exportXRechnung"_s, ui(u"Export as XRechnung…"), QKeySequence(u"Ctrl+Shift+E"_s)),
+    connect(add(u"exportXRechnung"_s, ui(u"Export as E-Invoice (XML)…"), QKeySequence(u"Ctrl+Shift+E"_s)),
             &QAction::triggered, this, [this] { exportCurrent(exportXRechnungKind); });
     connect(add(u"exportZugferd"_s, ui(u"Export as ZUGFeRD PDF…"), QKeySequence(u"Ctrl+Alt+E"_s)),
             &QAction::triggered, this, [this] { exportCurrent(exportZugferdKind); });

@@ -336,7 +336,7 @@ QWidget* PreferencesDialog::exportSection()
     auto* choose = new QPushButton(ui(u"Choose Folder…"));
     folderRow->addWidget(m_exportFolder, 1);
     folderRow->addWidget(choose);
-    m_exportXml = new QCheckBox(ui(u"Also the XRechnung XML"));
+    m_exportXml = new QCheckBox(ui(u"Also the e-invoice XML"));
     m_exportZugferd = new QCheckBox(ui(u"Also the ZUGFeRD PDF"));
     m_exportAll = new QCheckBox(ui(u"After a save, export every eligible invoice, not only the saved one"));
     layout->addWidget(m_exportEnabled);

@@ -343,6 +343,17 @@ QWidget* ProfileDialog::numbersPage()
     m_mailFormat->setCurrentIndex(m_mailFormat->findData(int(p.eInvoiceFormat)));
     m_mailFormat->setToolTip(ui(u"What the mail add-on attaches when you send an invoice of this profile."));
     form->addRow(ui(u"Mail Attachment"), m_mailFormat);
+    m_eInvoiceProfile = new QComboBox;
+    m_eInvoiceProfile->setObjectName(u"eInvoiceProfile"_s);
+    for (const EInvoiceProfile choice : allCases<EInvoiceProfile>())
+        m_eInvoiceProfile->addItem(choice == EInvoiceProfile::automatic ? ui(u"Automatic (by the customer)")
+                                                                        : labelText(choice),
+                                   int(choice));
+    m_eInvoiceProfile->setCurrentIndex(m_eInvoiceProfile->findData(int(p.eInvoiceProfile)));
+    m_eInvoiceProfile->setToolTip(ui(
+        u"The rules of the e-invoices (XML and ZUGFeRD PDF): XRechnung, which public customers require, or "
+        u"EN 16931 for businesses. Automatic chooses XRechnung when the customer has a Leitweg-ID."));
+    form->addRow(ui(u"E-Invoice Profile"), m_eInvoiceProfile);
     return page(m_mode == Mode::onboarding ? ui(u"Numbers and defaults") : QString(),
                 ui(u"Every invoice gets the next number in this format. New invoices take the payment term, "
                    u"currency, VAT rate and language from here."),
@@ -474,6 +485,7 @@ Profile ProfileDialog::profile() const
     p.vatPercentage = m_vatRate->value();
     p.language = Language(m_language->currentData().toInt());
     p.eInvoiceFormat = EInvoiceFormat(m_mailFormat->currentData().toInt());
+    p.eInvoiceProfile = EInvoiceProfile(m_eInvoiceProfile->currentData().toInt());
     if (m_mode != Mode::edit)
         return p;
     const QString profileName = m_profileName->text().trimmed();
@@ -527,7 +539,11 @@ QStringList ProfileDialog::missingForEInvoices(const Profile& profile)
     item.vatPercentage = 19;
     probe.items = {item};
     QStringList missing;
-    for (const MissingField& field : XMLGenerator::missingFieldList(probe))
+    // Automatic may choose XRechnung for a public customer, which asks the most of the sender.
+    const EInvoiceProfile strictest = profile.eInvoiceProfile == EInvoiceProfile::en16931
+                                          ? EInvoiceProfile::en16931
+                                          : EInvoiceProfile::xrechnung;
+    for (const MissingField& field : XMLGenerator::missingFieldList(probe, strictest))
         missing.append(field.text);
     return missing;
 }

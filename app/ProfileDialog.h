@@ -94,6 +94,7 @@ private:
     QDoubleSpinBox* m_vatRate = nullptr;
     QComboBox* m_language = nullptr;
     QComboBox* m_mailFormat = nullptr;
+    QComboBox* m_eInvoiceProfile = nullptr;
     QLabel* m_missing = nullptr;
     // Edit mode only: the onboarding asks for the essentials.
     QLineEdit* m_profileName = nullptr;

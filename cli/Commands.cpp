@@ -65,6 +65,27 @@ DocumentSource documentSource(const QCommandLineParser& parser, const QString& a
     return source;
 }
 
+void addEInvoiceProfileOption(QCommandLineParser& parser)
+{
+    parser.addOption({u"profile"_s,
+                      u"The e-invoice profile: xrechnung (for public customers) or en16931 (EN 16931 alone, "
+                      u"for businesses). Default: the invoice's setting, else its profile's, else XRechnung "
+                      u"when the customer has a Leitweg-ID and EN 16931 otherwise."_s,
+                      u"PROFILE"_s});
+}
+
+void applyEInvoiceProfileOption(const QCommandLineParser& parser, DocumentSource& source)
+{
+    if (!parser.isSet(u"profile"_s))
+        return;
+    const QString value = parser.value(u"profile"_s).trimmed().toLower();
+    const std::optional<EInvoiceProfile> chosen = enumFromRaw<EInvoiceProfile>(value);
+    if (!chosen || *chosen == EInvoiceProfile::automatic)
+        throw CliError(u"--profile: \"%1\" is no e-invoice profile; use xrechnung or en16931"_s.arg(
+            parser.value(u"profile"_s)));
+    source.invoice.eInvoiceProfile = *chosen;
+}
+
 QString defaultOutputPath(const QString& argument, const DocumentSource& source, const QString& ending)
 {
     const QFileInfo input(argument);

@@ -76,6 +76,12 @@ Workspace& workspace();
 void addDocumentOptions(QCommandLineParser& parser);
 DocumentSource documentSource(const QCommandLineParser& parser, const QString& argument);
 
+// --profile of the e-invoice commands: the rules the XML follows, xrechnung or en16931, instead
+// of the invoice's own choice (or its profile's, or the one its customer calls for). Throws
+// CliError for another value.
+void addEInvoiceProfileOption(QCommandLineParser& parser);
+void applyEInvoiceProfileOption(const QCommandLineParser& parser, DocumentSource& source);
+
 // Where a document is written without -o: beside an invoice file, with its name, or in the
 // current folder under the invoice's id. `ending` follows the base name ("-zugferd.pdf").
 QString defaultOutputPath(const QString& argument, const DocumentSource& source, const QString& ending);

@@ -1,6 +1,7 @@
 #include "JsonEdit.h"
 
 #include "Commands.h"
+#include "model/Enums.h"
 #include "util/Clock.h"
 
 #include <QJsonArray>
@@ -15,10 +16,15 @@ const QStringList optionalNumberKeys{QStringLiteral("discountPercentage"), QStri
                                      QStringLiteral("startNumberYear"), QStringLiteral("skontoPercentage"),
                                      QStringLiteral("skontoDays")};
 // Keys that records carry only when they are used; setting one adds it, clearing removes it.
-const QStringList occasionalKeys{QStringLiteral("vatNumber"),        QStringLiteral("electronicAddress"),
-                                 QStringLiteral("electronicAddressScheme"), QStringLiteral("leitwegId"),
-                                 QStringLiteral("vatExemptionNote"), QStringLiteral("vatExemptionCode"),
-                                 QStringLiteral("skontoPercentage"), QStringLiteral("skontoDays")};
+const QStringList occasionalKeys{QStringLiteral("vatNumber"),
+                                 QStringLiteral("electronicAddress"),
+                                 QStringLiteral("electronicAddressScheme"),
+                                 QStringLiteral("leitwegId"),
+                                 QStringLiteral("vatExemptionNote"),
+                                 QStringLiteral("vatExemptionCode"),
+                                 QStringLiteral("skontoPercentage"),
+                                 QStringLiteral("skontoDays"),
+                                 QStringLiteral("eInvoiceProfile")};
 
 QJsonValue dateValue(const QString& key, const QString& text, const QJsonValue& old)
 {
@@ -36,6 +42,10 @@ QJsonValue dateValue(const QString& key, const QString& text, const QJsonValue& 
 
 QJsonValue convert(const QString& key, const QString& leaf, const QString& text, const QJsonValue& old)
 {
+    // Read leniently (an unknown choice is automatic), so checked here where a user types it.
+    if (leaf == u"eInvoiceProfile" && !text.isEmpty() && !enumFromRaw<EInvoiceProfile>(text))
+        throw CliError(
+            QStringLiteral("%1: \"%2\" is not one of %3").arg(key, text, rawValueList<EInvoiceProfile>()));
     if ((text.isEmpty() || text == u"null") &&
         (old.isNull() || optionalNumberKeys.contains(leaf) || leaf == u"serviceDateEnd" ||
          leaf == u"numberFormat" || leaf == u"reference" || leaf == u"language"))

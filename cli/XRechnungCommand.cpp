@@ -14,7 +14,8 @@ public:
     QString name() const override { return u"xrechnung"_s; }
     QString summary() const override
     {
-        return u"Write an invoice as an XRechnung e-invoice (UN/CEFACT CII XML)."_s;
+        return u"Write an invoice as an e-invoice (UN/CEFACT CII XML), by the rules of XRechnung or of EN "
+               u"16931."_s;
     }
 
 protected:
@@ -22,6 +23,7 @@ protected:
     {
         parser.addOption(
             {{u"o"_s, u"output"_s}, u"Write the XML to FILE instead of standard output."_s, u"FILE"_s});
+        addEInvoiceProfileOption(parser);
         parser.addPositionalArgument(u"INVOICE"_s, u"An invoice file, id or number."_s);
     }
 
@@ -31,8 +33,9 @@ protected:
         if (arguments.size() != 1)
             return usageError(u"expected exactly one INVOICE"_s);
         try {
-            const QByteArray xml =
-                DocumentTasks::eInvoiceXml(DocumentSource::resolve(arguments.first(), workspace));
+            DocumentSource source = DocumentSource::resolve(arguments.first(), workspace);
+            applyEInvoiceProfileOption(parser, source);
+            const QByteArray xml = DocumentTasks::eInvoiceXml(source);
             if (!parser.isSet(u"output"_s)) {
                 out().flush();
                 std::fwrite(xml.constData(), 1, std::size_t(xml.size()), stdout);

@@ -14,8 +14,8 @@ public:
     QString name() const override { return u"zugferd"_s; }
     QString summary() const override
     {
-        return u"Write an invoice as a hybrid e-invoice: a PDF/A-3 with its XRechnung XML inside (ZUGFeRD, "
-               u"Factur-X)."_s;
+        return u"Write an invoice as a hybrid e-invoice: a PDF/A-3 with its XML inside (ZUGFeRD, Factur-X), "
+               u"profile XRechnung or EN 16931."_s;
     }
 
 protected:
@@ -28,6 +28,7 @@ protected:
                           u"Use this PDF of the invoice instead of rendering it (for example one made by "
                           u"another program)."_s,
                           u"FILE"_s});
+        addEInvoiceProfileOption(parser);
         addDocumentOptions(parser);
     }
 
@@ -37,7 +38,8 @@ protected:
         if (arguments.size() != 1)
             return usageError(u"give exactly one invoice"_s);
         try {
-            const DocumentSource source = documentSource(parser, arguments[0]);
+            DocumentSource source = documentSource(parser, arguments[0]);
+            applyEInvoiceProfileOption(parser, source);
             // Checked before rendering: an incomplete invoice gets its list at once.
             const QByteArray xml = DocumentTasks::eInvoiceXml(source);
             QString output = parser.value(u"output"_s);

@@ -52,7 +52,7 @@ void invoicePdfAsync(const DocumentSource& source,
 
 void checkEInvoice(const DocumentSource& source)
 {
-    const QList<MissingField> missing = XMLGenerator::missingFieldList(source.invoice);
+    const QList<MissingField> missing = XMLGenerator::missingFieldList(source.invoice, source.profile);
     if (!missing.isEmpty())
         throw IncompleteEInvoice(source.subject, missing);
 }

@@ -23,7 +23,7 @@ void invoicePdfAsync(const DocumentSource& source,
 
 // Throws IncompleteEInvoice, before any work, when the invoice lacks what an e-invoice needs.
 void checkEInvoice(const DocumentSource& source);
-// The XRechnung CII XML (after checkEInvoice()).
+// The CII XML in the invoice's e-invoice profile, XRechnung or EN 16931 (after checkEInvoice()).
 QByteArray eInvoiceXml(const DocumentSource& source);
 // The hybrid PDF/A-3 of an invoice PDF with the XML inside.
 QByteArray hybridPdf(const DocumentSource& source, const QByteArray& pdf, const QByteArray& xml);

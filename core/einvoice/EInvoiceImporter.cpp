@@ -239,6 +239,9 @@ Document openFile(const QByteArray& bytes)
 
 void fillInvoice(const ReceivedEInvoice& received, Invoice& invoice)
 {
+    // Written again, it follows the rules it came in (the nearest we write); an unknown
+    // identifier leaves the choice to the customer.
+    invoice.eInvoiceProfile = XMLGenerator::profileOfGuideline(received.guidelineId);
     if (received.issueDate)
         invoice.date = startOfDay(*received.issueDate);
     if (!received.notes.isEmpty())

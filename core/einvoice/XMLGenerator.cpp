@@ -213,6 +213,9 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     }
 
     const QString senderIban = QString(invoice.senderIban).remove(u' ');
+    const bool xrechnung = chosenProfile(invoice, profile) == EInvoiceProfile::xrechnung;
+    doc.setText(u"GuidelineSpecifiedDocumentContextParameter/ID",
+                guidelineId(xrechnung ? EInvoiceProfile::xrechnung : EInvoiceProfile::en16931));
     doc.setText(u"ExchangedDocument/ID", NumberFormat::displayNumber(invoice, profile));
     doc.setText(u"ExchangedDocument/TypeCode",
                 invoice.type == InvoiceType::cancellation ? u"381"_s : u"380"_s);
@@ -222,6 +225,8 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     // travels as the buyer's order number.
     const QString orderReference = invoice.reference.value_or(QString());
     const QString leitwegId = invoice.leitwegId.trimmed();
+    // XRechnung requires a buyer reference (BR-DE-15); EN 16931 gets the same placeholder, which
+    // any receiver reads as "none" and which keeps one document valid under both rule sets.
     doc.setText(u"ApplicableHeaderTradeAgreement/BuyerReference", !leitwegId.isEmpty() ? leitwegId
                                                                   : !orderReference.isEmpty()
                                                                       ? orderReference
@@ -313,8 +318,46 @@ std::optional<QByteArray> XMLGenerator::write(XMLElement doc, const Invoice& inv
     return (u"<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"_s + doc.serialize()).toUtf8();
 }
 
-QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
+EInvoiceProfile XMLGenerator::chosenProfile(const Invoice& invoice, const Profile& profile)
 {
+    if (invoice.eInvoiceProfile != EInvoiceProfile::automatic)
+        return invoice.eInvoiceProfile;
+    if (profile.eInvoiceProfile != EInvoiceProfile::automatic)
+        return profile.eInvoiceProfile;
+    const bool publicCustomer = !invoice.leitwegId.trimmed().isEmpty() ||
+                                isValidLeitwegId(invoice.reference.value_or(QString()).trimmed());
+    return publicCustomer ? EInvoiceProfile::xrechnung : EInvoiceProfile::en16931;
+}
+
+QString XMLGenerator::guidelineId(EInvoiceProfile chosen)
+{
+    return QString::fromLatin1(chosen == EInvoiceProfile::en16931 ? en16931Guideline : xrechnungGuideline);
+}
+
+EInvoiceProfile XMLGenerator::profileOfGuideline(const QString& guidelineId)
+{
+    const QString id = guidelineId.trimmed();
+    if (id.contains(u"xeinkauf.de:kosit:xrechnung"_s))
+        return EInvoiceProfile::xrechnung;
+    // EN 16931 with or without a profile or CIUS of its own, and the Factur-X/ZUGFeRD profiles
+    // below it (MINIMUM, BASIC WL) that name no norm.
+    if (id.startsWith(QLatin1StringView(en16931Guideline)) || id.startsWith(u"urn:factur-x.eu:"_s) ||
+        id.startsWith(u"urn:zugferd.de:"_s))
+        return EInvoiceProfile::en16931;
+    return EInvoiceProfile::automatic;
+}
+
+QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice, const Profile& profile)
+{
+    return missingFieldList(invoice, chosenProfile(invoice, profile));
+}
+
+QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice, EInvoiceProfile chosen)
+{
+    // What XRechnung asks for beyond EN 16931: the seller's contact (BR-DE-5, BR-DE-6, BR-DE-7)
+    // and electronic address (PEPPOL-EN16931-R020), the buyer's electronic address
+    // (PEPPOL-EN16931-R010).
+    const bool xrechnung = chosen != EInvoiceProfile::en16931;
     QList<MissingField> missing;
     auto require = [&](bool present, const char* key) {
         if (!present) {
@@ -333,8 +376,8 @@ QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
     static const QRegularExpression vatPrefix(u"^[A-Z]{2}"_s);
 
     require(!invoice.senderName.isEmpty(), "Sender name");
-    require(!invoice.senderEmail.isEmpty(), "Sender email");
-    require(!invoice.senderPhone.isEmpty(), "Sender phone number");
+    require(!xrechnung || !invoice.senderEmail.isEmpty(), "Sender email");
+    require(!xrechnung || !invoice.senderPhone.isEmpty(), "Sender phone number");
     require(!invoice.senderAddressPostcode.isEmpty(), "Sender postcode");
     require(!invoice.senderAddressCity.isEmpty(), "Sender city");
     require(countryCode.match(invoice.senderAddressCountry.code).hasMatch(), "Sender country");
@@ -346,7 +389,7 @@ QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
     require(!invoice.senderBic.isEmpty(), "Sender BIC");
     require(!invoice.name.isEmpty(), "Recipient name");
     const bool electronic = !invoice.electronicAddress.trimmed().isEmpty();
-    require(!invoice.email.isEmpty() || electronic, "Recipient email");
+    require(!xrechnung || !invoice.email.isEmpty() || electronic, "Recipient email");
     require(!electronic || !invoice.electronicAddressScheme.trimmed().isEmpty(),
             "Recipient electronic address scheme");
     require(invoice.leitwegId.trimmed().isEmpty() || isValidLeitwegId(invoice.leitwegId.trimmed()),
@@ -389,10 +432,10 @@ QList<MissingField> XMLGenerator::missingFieldList(const Invoice& invoice)
     return missing;
 }
 
-QStringList XMLGenerator::missingFields(const Invoice& invoice)
+QStringList XMLGenerator::missingFields(const Invoice& invoice, const Profile& profile)
 {
     QStringList texts;
-    for (const MissingField& field : missingFieldList(invoice))
+    for (const MissingField& field : missingFieldList(invoice, profile))
         texts.append(field.text);
     return texts;
 }

@@ -34,7 +34,8 @@ struct MissingField
     friend bool operator==(const MissingField&, const MissingField&) = default;
 };
 
-// Writes an invoice as an XRechnung 3.0 e-invoice in the UN/CEFACT CII syntax. The document
+// Writes an invoice as an e-invoice in the UN/CEFACT CII syntax, by the rules of XRechnung 3.0
+// or of EN 16931 alone (the Factur-X/ZUGFeRD profile EN 16931), as chosenProfile() says. The document
 // is the template resource with the invoice's values set by path and the lines, VAT groups,
 // discount allowances and the cancelled invoice's reference put in as fragments.
 class XMLGenerator
@@ -48,11 +49,26 @@ public:
     static std::optional<QByteArray> generate(const QByteArray& templateXml, const Invoice& invoice,
                                               const Profile& profile, const QList<Invoice>& invoices);
 
-    // What the invoice lacks for a valid e-invoice, in the order of the form; empty when it can
-    // be exported.
-    static QList<MissingField> missingFieldList(const Invoice& invoice);
+    // What the invoice lacks for a valid e-invoice in the chosen profile, in the order of the
+    // form; empty when it can be exported. XRechnung also asks for the seller's phone and
+    // e-mail and the buyer's electronic address.
+    // Without a profile, the invoice's own choice or its customer decide.
+    static QList<MissingField> missingFieldList(const Invoice& invoice, const Profile& profile = Profile());
+    static QList<MissingField> missingFieldList(const Invoice& invoice, EInvoiceProfile chosen);
     // The same as texts in the interface language.
-    static QStringList missingFields(const Invoice& invoice);
+    static QStringList missingFields(const Invoice& invoice, const Profile& profile = Profile());
+
+    // The profile an invoice's e-invoice follows, never automatic: the invoice's own choice,
+    // else the profile's, else XRechnung for a public customer (a Leitweg-ID, in its field or
+    // as the buyer reference) and EN 16931 for everyone else.
+    static EInvoiceProfile chosenProfile(const Invoice& invoice, const Profile& profile);
+    // The specification identifier (BT-24) written for a profile.
+    static QString guidelineId(EInvoiceProfile chosen);
+    // The profile of ours nearest to a received document's identifier: XRechnung for every
+    // XRechnung identifier (extension and variants included), EN 16931 for EN 16931 itself and
+    // its other profiles and CIUS (Factur-X MINIMUM to EXTENDED, Peppol); automatic when the
+    // identifier is unknown or missing.
+    static EInvoiceProfile profileOfGuideline(const QString& guidelineId);
 
     // UN/ECE Recommendation 20 codes; unknown codes read back as pieces.
     static QString unitCode(Unit unit);
@@ -82,6 +98,9 @@ public:
     static constexpr const char* templatePath = ":/einvoice/faktur-x.xml";
     // The buyer reference written when the invoice has none.
     static constexpr const char* noReference = "Keine Bestellnummer";
+    static constexpr const char* xrechnungGuideline =
+        "urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0";
+    static constexpr const char* en16931Guideline = "urn:cen.eu:en16931:2017";
 
 private:
     static std::optional<QByteArray> write(XMLElement document, const Invoice& invoice,

@@ -11,6 +11,7 @@
 #include <qpdf/QPDFWriter.hh>
 
 #include <QCryptographicHash>
+#include <QRegularExpression>
 
 #include <algorithm>
 #include <map>
@@ -145,8 +146,10 @@ QByteArray xmpText(const QString& text)
 }
 
 // Constant apart from the producing software and the time of writing, which PDF/A requires to
-// match the document information; nothing of the invoice goes in here.
-QByteArray xmpPacket(const QString& creator, const QString& producer, const QDateTime& time)
+// match the document information, and the conformance level of the XML; nothing else of the
+// invoice goes in here.
+QByteArray xmpPacket(const QString& creator, const QString& producer, const QDateTime& time,
+                     const QByteArray& level)
 {
     QByteArray x;
     x += "<?xpacket begin=\"\xEF\xBB\xBF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n";
@@ -169,7 +172,7 @@ QByteArray xmpPacket(const QString& creator, const QString& producer, const QDat
     x += "      <fx:DocumentType>INVOICE</fx:DocumentType>\n";
     x += "      <fx:DocumentFileName>factur-x.xml</fx:DocumentFileName>\n";
     x += "      <fx:Version>1.0</fx:Version>\n";
-    x += "      <fx:ConformanceLevel>XRECHNUNG</fx:ConformanceLevel>\n";
+    x += "      <fx:ConformanceLevel>" + level + "</fx:ConformanceLevel>\n";
     x += "      <pdfaExtension:schemas>\n";
     x += "        <rdf:Bag>\n";
     x += "          <rdf:li rdf:parseType=\"Resource\">\n";
@@ -308,6 +311,16 @@ QString ZUGFeRDGenerator::defaultProducer()
     return u"Ledra with qpdf %1"_s.arg(QString::fromStdString(QPDF::QPDFVersion()));
 }
 
+QByteArray ZUGFeRDGenerator::conformanceLevel(const QByteArray& xml)
+{
+    // The document context opens every CII invoice; its head is enough.
+    static const QRegularExpression guideline(
+        u"GuidelineSpecifiedDocumentContextParameter>\\s*<(?:[\\w.-]+:)?ID>([^<]*)<"_s);
+    const QString head = QString::fromUtf8(xml.left(16 * 1024));
+    const QString id = guideline.match(head).captured(1).trimmed();
+    return id.contains(u"xeinkauf.de:kosit:xrechnung"_s) ? QByteArray("XRECHNUNG") : QByteArray("EN 16931");
+}
+
 std::optional<QByteArray> ZUGFeRDGenerator::create(const QByteArray& pdf, const QByteArray& xml)
 {
     m_error.clear();
@@ -368,7 +381,7 @@ std::optional<QByteArray> ZUGFeRDGenerator::create(const QByteArray& pdf, const 
     append(nameTree, QByteArray::number(nameTree) + " 0 obj\n<< /EmbeddedFiles << /Names [" + names + "] >>" +
                          base.otherNames + " >>\nendobj\n");
 
-    const QByteArray xmp = xmpPacket(m_creator, m_producer, now);
+    const QByteArray xmp = xmpPacket(m_creator, m_producer, now, conformanceLevel(xml));
     append(metadata, streamObject(metadata, " 0 obj\n<< /Type /Metadata /Subtype /XML /Length ", "", xmp));
     append(iccStream, streamObject(iccStream, " 0 obj\n<< /N 3 /Length ", "", icc));
     append(outputIntent, QByteArray::number(outputIntent) +

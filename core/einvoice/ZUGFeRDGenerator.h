@@ -9,7 +9,8 @@
 Q_DECLARE_LOGGING_CATEGORY(lcEInvoice)
 
 // Turns an invoice PDF and its CII XML into one hybrid invoice (Factur-X / ZUGFeRD, profile
-// XRECHNUNG): a PDF/A-3B file that carries the XML as the associated file "factur-x.xml".
+// XRECHNUNG or EN 16931 as the XML declares): a PDF/A-3B file that carries the XML as the
+// associated file "factur-x.xml".
 //
 // The rendered pages are never re-laid out. One pass through qpdf makes every annotation
 // printable and gives it an appearance; everything else (embedded file, XMP metadata, output
@@ -31,6 +32,9 @@ public:
     QString errorString() const { return m_error; }
 
     static QString defaultProducer();
+    // The Factur-X conformance level that the XMP metadata declares for this XML: "XRECHNUNG"
+    // for an XRechnung guideline id, "EN 16931" for any other.
+    static QByteArray conformanceLevel(const QByteArray& xml);
 
 private:
     QString m_creator;

@@ -38,6 +38,11 @@ QString labelText(EInvoiceFormat value, std::optional<Language> language)
     return translateLabel(value, language);
 }
 
+QString labelText(EInvoiceProfile value, std::optional<Language> language)
+{
+    return translateLabel(value, language);
+}
+
 QString labelText(NumberResetFrequency value, std::optional<Language> language)
 {
     return translateLabel(value, language);

@@ -70,6 +70,16 @@ enum class EInvoiceFormat
     zugferd
 };
 
+// Which rules an e-invoice is written for. XRechnung is what German public customers
+// (those with a Leitweg-ID) require; EN 16931, the Factur-X/ZUGFeRD profile of that name, is
+// the European norm alone, for business customers. Automatic chooses by the customer.
+enum class EInvoiceProfile
+{
+    automatic,
+    xrechnung,
+    en16931
+};
+
 template <class E>
 struct EnumCase
 {
@@ -173,6 +183,17 @@ struct EnumTraits<EInvoiceFormat>
     }};
 };
 
+template <>
+struct EnumTraits<EInvoiceProfile>
+{
+    static constexpr std::string_view typeName = "EInvoiceProfile";
+    static constexpr std::array<EnumCase<EInvoiceProfile>, 3> cases{{
+        {EInvoiceProfile::automatic, "automatic", "Automatic"},
+        {EInvoiceProfile::xrechnung, "xrechnung", "XRechnung"},
+        {EInvoiceProfile::en16931, "en16931", "EN 16931"},
+    }};
+};
+
 template <class E>
 constexpr const EnumCase<E>& enumCase(E value)
 {
@@ -228,6 +249,7 @@ QString labelKey(E value)
 
 QString labelText(Status value, std::optional<Language> language = std::nullopt);
 QString labelText(EInvoiceFormat value, std::optional<Language> language = std::nullopt);
+QString labelText(EInvoiceProfile value, std::optional<Language> language = std::nullopt);
 QString labelText(InvoiceType value, std::optional<Language> language = std::nullopt);
 QString labelText(Unit value, std::optional<Language> language = std::nullopt);
 QString labelText(VATExemptionReason value, std::optional<Language> language = std::nullopt);

@@ -105,6 +105,8 @@ struct Invoice
     Timestamp statusUpdateDate;
     QString note;
     std::optional<QString> reference;
+    // The rules its e-invoice follows; automatic leaves it to the profile and the customer.
+    EInvoiceProfile eInvoiceProfile = EInvoiceProfile::automatic;
 
     // A fresh record: new id, every date set to now (by the Clock).
     static Invoice makeNew();

@@ -140,6 +140,9 @@ void write(JsonWriter& w, const Invoice& inv)
     w.field("statusUpdateDate"_L1, inv.statusUpdateDate);
     w.field("note"_L1, inv.note);
     w.field("reference"_L1, inv.reference);
+    // Written only when chosen, like the other later keys.
+    if (inv.eInvoiceProfile != EInvoiceProfile::automatic)
+        w.field("eInvoiceProfile"_L1, rawValue(inv.eInvoiceProfile));
     w.endObject();
 }
 
@@ -231,6 +234,9 @@ Invoice read(const JsonFieldReader& r)
     r.read("statusUpdateDate"_L1, inv.statusUpdateDate);
     r.read("note"_L1, inv.note);
     r.read("reference"_L1, inv.reference);
+    QString eInvoiceProfile;
+    r.read("eInvoiceProfile"_L1, eInvoiceProfile);
+    inv.eInvoiceProfile = enumFromRaw<EInvoiceProfile>(eInvoiceProfile).value_or(EInvoiceProfile::automatic);
     if (inv.id.isNull())
         inv.id = QUuid::createUuid();
     return inv;

@@ -58,6 +58,8 @@ struct Profile
     int reminderDaysToPay = 14;
     // What the mail extension attaches for an invoice of this profile.
     EInvoiceFormat eInvoiceFormat = EInvoiceFormat::pdf;
+    // The e-invoice profile of its invoices that choose none themselves.
+    EInvoiceProfile eInvoiceProfile = EInvoiceProfile::automatic;
 
     // A new profile with the presets of a region (language, currency, VAT rate, prefixes).
     static Profile makeNew(const Country& region);

@@ -56,6 +56,7 @@ void write(JsonWriter& w, const Profile& p)
     w.field("latePaymentFee"_L1, p.latePaymentFee);
     w.field("reminderDaysToPay"_L1, p.reminderDaysToPay);
     w.field("eInvoiceFormat"_L1, rawValue(p.eInvoiceFormat));
+    w.field("eInvoiceProfile"_L1, rawValue(p.eInvoiceProfile));
     w.endObject();
 }
 
@@ -139,6 +140,10 @@ Profile read(const JsonFieldReader& r, const Country& region)
     QString format;
     r.read("eInvoiceFormat"_L1, format);
     p.eInvoiceFormat = enumFromRaw<EInvoiceFormat>(format).value_or(EInvoiceFormat::pdf);
+    // Older files have none, and an unknown choice is left to the customer as well.
+    QString eInvoiceProfile;
+    r.read("eInvoiceProfile"_L1, eInvoiceProfile);
+    p.eInvoiceProfile = enumFromRaw<EInvoiceProfile>(eInvoiceProfile).value_or(EInvoiceProfile::automatic);
     return p;
 }
 

@@ -14,6 +14,7 @@
 #include "util/Files.h"
 
 #include <QAbstractItemView>
+#include <QComboBox>
 #include <QDir>
 #include <QLabel>
 #include <QLineEdit>
@@ -266,21 +267,47 @@ TEST_F(MainWindowTest, XRechnungOfAnIncompleteInvoiceListsTheMissingFieldsAndLea
         asked = true;
         return QString();
     };
+    // A customer without a Leitweg-ID gets EN 16931, which needs no e-mail of the recipient.
+    auto* profile = window().findChild<QComboBox*>(u"E-Invoice Profile"_s);
+    ASSERT_NE(profile, nullptr);
+    EXPECT_EQ(profile->currentText(), u"Automatic (EN 16931)"_s);
     trigger(u"exportXRechnung"_s);
     EXPECT_FALSE(asked) << "nothing to save before the fields are there";
     MessageBar* bar = window().messages();
     ASSERT_TRUE(bar->isVisible());
     EXPECT_EQ(bar->kind(), MessageBar::Kind::warning);
-    for (const QString& missing :
-         {u"Sender name"_s, u"Recipient name"_s, u"Recipient email"_s, u"At least one invoice item"_s})
+    for (const QString& missing : {u"Sender name"_s, u"Recipient name"_s, u"At least one invoice item"_s})
         EXPECT_TRUE(bar->text().contains(missing)) << bar->text().toStdString();
+    EXPECT_FALSE(bar->text().contains(u"Recipient email"_s)) << bar->text().toStdString();
 
+    // Chosen for this invoice, XRechnung asks for it; the choice is saved with the invoice.
+    profile->setCurrentIndex(profile->findData(int(EInvoiceProfile::xrechnung)));
+    Q_EMIT profile->activated(profile->currentIndex());
+    const QUuid id = window().editor()->invoice()->id;
+    ASSERT_TRUE(waitFor(
+        [&] {
+            for (const Invoice& invoice : invoicesOnDisk(invoicesFolder()))
+                if (invoice.id == id)
+                    return invoice.eInvoiceProfile == EInvoiceProfile::xrechnung;
+            return false;
+        },
+        1600));
+    trigger(u"exportXRechnung"_s);
+    ASSERT_TRUE(bar->isVisible());
+    EXPECT_TRUE(bar->text().contains(u"Recipient email"_s)) << bar->text().toStdString();
     // The message's button takes the user to the first missing field.
     auto* go = bar->findChild<QPushButton*>();
     ASSERT_NE(go, nullptr);
     go->click();
     ASSERT_TRUE(waitFor([&] { return QApplication::focusWidget() == field(u"Sender name"_s); }, 2000));
     EXPECT_FALSE(bar->isVisible());
+
+    // Back to automatic, a Leitweg-ID makes it XRechnung as well.
+    profile->setCurrentIndex(profile->findData(int(EInvoiceProfile::automatic)));
+    Q_EMIT profile->activated(profile->currentIndex());
+    QTest::keyClicks(field(u"Leitweg-ID"_s), u"04011000-12345-03"_s);
+    EXPECT_EQ(profile->currentText(), u"Automatic (XRechnung)"_s);
+    EXPECT_EQ(window().editor()->invoice()->eInvoiceProfile, EInvoiceProfile::automatic);
 }
 
 TEST_F(MainWindowTest, AnInvoiceChangedByAnotherProgramShowsUpInTheList)

@@ -74,7 +74,7 @@ TEST_F(PreferencesTest, ExportAndModelSettingsAreKept)
     withPreferences([&](PreferencesDialog* dialog) {
         const auto boxes = dialog->findChildren<QCheckBox*>();
         for (QCheckBox* box : boxes)
-            if (box->text() == u"Also the XRechnung XML")
+            if (box->text() == u"Also the e-invoice XML")
                 box->setChecked(true);
         auto* server = dialog->findChild<QLineEdit*>(u"modelServer"_s);
         server->selectAll();

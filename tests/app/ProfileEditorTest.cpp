@@ -161,6 +161,9 @@ TEST_F(ProfileEditorTest, ChangedFieldsAreSavedToTheProfileFile)
         child<QCheckBox>(dialog, u"friendlyReminderEnabled"_s)->setChecked(false);
         auto* frequency = child<QComboBox>(dialog, u"resetNumberFrequency"_s);
         frequency->setCurrentIndex(frequency->findData(int(NumberResetFrequency::never)));
+        auto* eInvoices = child<QComboBox>(dialog, u"eInvoiceProfile"_s);
+        EXPECT_EQ(eInvoices->currentData().toInt(), int(EInvoiceProfile::automatic));
+        eInvoices->setCurrentIndex(eInvoices->findData(int(EInvoiceProfile::en16931)));
         auto* prefix = child<QLineEdit>(dialog, u"cancellationPrefix"_s);
         prefix->selectAll();
         QTest::keyClicks(prefix, u"STO-"_s);
@@ -177,6 +180,7 @@ TEST_F(ProfileEditorTest, ChangedFieldsAreSavedToTheProfileFile)
     EXPECT_FALSE(saved.value(u"friendlyReminderEnabled"_s).toBool(true));
     EXPECT_EQ(saved.value(u"resetNumberFrequency"_s).toString(), u"never"_s);
     EXPECT_EQ(saved.value(u"cancellationPrefix"_s).toString(), u"STO-"_s);
+    EXPECT_EQ(saved.value(u"eInvoiceProfile"_s).toString(), u"en16931"_s);
     EXPECT_TRUE(saved.value(u"reminderTemplate"_s).toString().startsWith(u"Bitte zahlen Sie"_s));
     EXPECT_EQ(workspace().activeProfile().businessName, u"Lindqvist Studio"_s);
 }

@@ -58,7 +58,15 @@ TEST_F(EInvoiceCli, XRechnungRefusesIncompleteInvoicesAndWritesNothing)
     const CliResult result = ledra({u"xrechnung"_s, input, u"-o"_s, output});
     EXPECT_EQ(result.exitCode, 2);
     EXPECT_TRUE(result.err.contains(input + u": the e-invoice lacks:"_s)) << result.err.toStdString();
-    EXPECT_TRUE(result.err.contains(u"  Sender IBAN\n  Recipient email\n  Description for item 2\n"));
+    // A business customer (no Leitweg-ID) gets EN 16931, which needs no e-mail of the recipient;
+    // XRechnung, chosen for this one export, does.
+    EXPECT_TRUE(result.err.contains(u"  Sender IBAN\n  Description for item 2\n"))
+        << result.err.toStdString();
+    EXPECT_FALSE(QFile::exists(output));
+    const CliResult strict = ledra({u"xrechnung"_s, input, u"--profile"_s, u"xrechnung"_s, u"-o"_s, output});
+    EXPECT_EQ(strict.exitCode, 2);
+    EXPECT_TRUE(strict.err.contains(u"  Sender IBAN\n  Recipient email\n  Description for item 2\n"))
+        << strict.err.toStdString();
     EXPECT_FALSE(QFile::exists(output));
 
     const CliResult missing = ledra({u"xrechnung"_s, m_home.filePath(u"none.json"_s)});
@@ -155,7 +163,9 @@ TEST_F(EInvoiceCli, HybridPdfRefusals)
     file.write(json);
     file.close();
     const QString output = m_home.filePath(u"incomplete.pdf"_s);
-    const CliResult missing = ledra({u"zugferd"_s, incomplete, u"-o"_s, output});
+    // (XRechnung: EN 16931, the default for this business customer, needs no buyer address.)
+    const CliResult missing =
+        ledra({u"zugferd"_s, incomplete, u"--profile"_s, u"xrechnung"_s, u"-o"_s, output});
     EXPECT_EQ(missing.exitCode, 2) << missing.err.toStdString();
     EXPECT_TRUE(missing.err.contains(u"the e-invoice lacks:"_s));
     EXPECT_FALSE(QFile::exists(output));
@@ -184,17 +194,18 @@ TEST_F(EInvoiceCli, HybridPdfRefusals)
 TEST_F(EInvoiceCli, PublicCustomerFieldsAndEarlyPaymentDiscountAreSetFromTheCommandLine)
 {
     ASSERT_EQ(ledra({u"invoice"_s, u"new"_s}).exitCode, 0);
-    for (const auto& [field, value] : {std::pair{u"recipient.leitwegId"_s, u"04011000-12345-03"_s},
-                                       std::pair{u"recipient.vatNumber"_s, u"FR40303265045"_s},
-                                       std::pair{u"recipient.electronicAddressScheme"_s, u"0204"_s},
-                                       std::pair{u"skontoPercentage"_s, u"2,5"_s},
-                                       std::pair{u"skontoDays"_s, u"10"_s},
-                                       std::pair{u"vatExemptionReason"_s, u"intraCommunitySupply"_s}}) {
+    for (const auto& [field, value] :
+         {std::pair{u"recipient.leitwegId"_s, u"04011000-12345-03"_s},
+          std::pair{u"recipient.vatNumber"_s, u"FR40303265045"_s},
+          std::pair{u"recipient.electronicAddressScheme"_s, u"0204"_s},
+          std::pair{u"skontoPercentage"_s, u"2,5"_s}, std::pair{u"skontoDays"_s, u"10"_s},
+          std::pair{u"vatExemptionReason"_s, u"intraCommunitySupply"_s}}) {
         const CliResult set = ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, field, value});
         EXPECT_EQ(set.exitCode, 0) << field.toStdString() << ": " << set.err.toStdString();
     }
     QJsonObject shown =
-        QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8()).object();
+        QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
+            .object();
     EXPECT_EQ(shown[u"recipient"_s][u"leitwegId"_s], u"04011000-12345-03"_s);
     EXPECT_EQ(shown[u"recipient"_s][u"vatNumber"_s], u"FR40303265045"_s);
     EXPECT_EQ(shown[u"skontoPercentage"_s].toDouble(), 2.5);
@@ -202,7 +213,43 @@ TEST_F(EInvoiceCli, PublicCustomerFieldsAndEarlyPaymentDiscountAreSetFromTheComm
     EXPECT_EQ(shown[u"vatExemptionReason"_s], u"intraCommunitySupply"_s);
 
     ASSERT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"recipient.leitwegId"_s, u""_s}).exitCode, 0);
-    shown = QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8()).object();
+    shown = QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
+                .object();
     EXPECT_FALSE(shown[u"recipient"_s].toObject().contains(u"leitwegId"_s));
     EXPECT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"recipient.colour"_s, u"red"_s}).exitCode, 1);
+}
+
+// The e-invoice profile: chosen by the customer unless the invoice or its profile says otherwise,
+// and settable for one export with --profile.
+TEST_F(EInvoiceCli, EInvoiceProfileComesFromInvoiceProfileOrCustomer)
+{
+    ASSERT_EQ(ledra({u"invoice"_s, u"new"_s}).exitCode, 0);
+    const QString input = sampleInvoicePath();
+    auto guideline = [&](const QStringList& extra) {
+        const CliResult result = ledra(QStringList{u"xrechnung"_s, input} + extra);
+        EXPECT_EQ(result.exitCode, 0) << result.err.toStdString();
+        const qsizetype start = result.out.indexOf(u"<ram:ID>urn:cen.eu"_s);
+        return result.out.mid(start + 8, result.out.indexOf(u'<', start + 8) - start - 8);
+    };
+    EXPECT_EQ(guideline({}), u"urn:cen.eu:en16931:2017"_s);
+    EXPECT_EQ(guideline({u"--profile"_s, u"xrechnung"_s}),
+              u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0"_s);
+    EXPECT_EQ(guideline({u"--profile"_s, u"EN16931"_s}), u"urn:cen.eu:en16931:2017"_s);
+    const CliResult wrong = ledra({u"xrechnung"_s, input, u"--profile"_s, u"basic"_s});
+    EXPECT_EQ(wrong.exitCode, 1);
+    EXPECT_TRUE(wrong.err.contains(u"use xrechnung or en16931"_s)) << wrong.err.toStdString();
+
+    // Stored with the invoice and the profile.
+    ASSERT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"eInvoiceProfile"_s, u"xrechnung"_s}).exitCode,
+              0);
+    QJsonObject shown =
+        QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
+            .object();
+    EXPECT_EQ(shown[u"eInvoiceProfile"_s], u"xrechnung"_s);
+    EXPECT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"eInvoiceProfile"_s, u"peppol"_s}).exitCode, 1);
+    ASSERT_EQ(ledra({u"invoice"_s, u"set"_s, u"2025-001"_s, u"eInvoiceProfile"_s, u""_s}).exitCode, 0);
+    shown = QJsonDocument::fromJson(ledra({u"invoice"_s, u"show"_s, u"2025-001"_s, u"--json"_s}).out.toUtf8())
+                .object();
+    EXPECT_FALSE(shown.contains(u"eInvoiceProfile"_s));
+    EXPECT_EQ(ledra({u"profile"_s, u"set"_s, u"eInvoiceProfile"_s, u"en16931"_s}).exitCode, 0);
 }

@@ -201,3 +201,21 @@ TEST(InvoiceJson, NonFiniteAmountsCannotBeWritten)
                           std::numeric_limits<double>::quiet_NaN(), 19});
     EXPECT_THROW(InvoiceJson::encode(invoice), JsonEncodeError);
 }
+
+// The e-invoice profile is a later key: absent (older files, automatic) it is not written, so
+// that those files keep their bytes; an unknown choice reads as automatic rather than losing
+// the invoice.
+TEST(InvoiceJson, EInvoiceProfileIsWrittenOnlyWhenChosen)
+{
+    Invoice invoice = richInvoice();
+    EXPECT_FALSE(InvoiceJson::encode(invoice).contains("eInvoiceProfile"));
+    invoice.eInvoiceProfile = EInvoiceProfile::en16931;
+    const QByteArray encoded = InvoiceJson::encode(invoice);
+    EXPECT_TRUE(encoded.contains("\"eInvoiceProfile\": \"en16931\""));
+    EXPECT_EQ(InvoiceJson::decode(encoded), invoice);
+    EXPECT_EQ(InvoiceJson::decode(R"({"currency":"EUR","eInvoiceProfile":"xrechnung"})").eInvoiceProfile,
+              EInvoiceProfile::xrechnung);
+    EXPECT_EQ(InvoiceJson::decode(R"({"currency":"EUR"})").eInvoiceProfile, EInvoiceProfile::automatic);
+    EXPECT_EQ(InvoiceJson::decode(R"({"currency":"EUR","eInvoiceProfile":"peppol"})").eInvoiceProfile,
+              EInvoiceProfile::automatic);
+}

@@ -62,6 +62,7 @@ TEST(Profile, MissingKeysTakeNewProfileValuesButVatIsNineteen)
     EXPECT_EQ(p.cancellationPrefix, u"STO-");
     EXPECT_EQ(p.icon, u"person.fill");
     EXPECT_FALSE(p.profileName);
+    EXPECT_EQ(p.eInvoiceProfile, EInvoiceProfile::automatic);
 }
 
 TEST(Profile, LegacyNumberingBecomesAFormatAndIsWrittenAsOne)
@@ -93,6 +94,7 @@ TEST(Profile, RoundTripsAndRefusesBrokenFiles)
     p.startNumberYear = 2025;
     p.hourlyRate = 85.5;
     p.reminderTemplate = QStringLiteral("Dear {name},\n\"please\" pay.");
+    p.eInvoiceProfile = EInvoiceProfile::en16931;
     const QByteArray encoded = ProfileJson::encode(p);
     EXPECT_FALSE(encoded.contains("profileName"));
     Profile decoded = ProfileJson::decode(encoded, Country{QStringLiteral("US")});
@@ -100,6 +102,11 @@ TEST(Profile, RoundTripsAndRefusesBrokenFiles)
     decoded.profileName = p.profileName;
     EXPECT_EQ(decoded, p);
     EXPECT_EQ(ProfileJson::encode(decoded), encoded);
+
+    EXPECT_TRUE(encoded.contains("\"eInvoiceProfile\": \"en16931\""));
+    EXPECT_EQ(ProfileJson::decode(R"({"eInvoiceProfile":"zugferd"})", Country{QStringLiteral("DE")})
+                  .eInvoiceProfile,
+              EInvoiceProfile::automatic);
 
     EXPECT_THROW(ProfileJson::decode(R"({"address":{"city":"Wien"}})", Country{QStringLiteral("AT")}),
                  JsonDecodeError);

@@ -50,6 +50,7 @@ Invoice completeInvoice()
     invoice.language = Language::german;
     invoice.reference = u"PO-2025-0042"_s;
     invoice.note = u"Thank you."_s;
+    invoice.eInvoiceProfile = EInvoiceProfile::xrechnung;
     return invoice;
 }
 

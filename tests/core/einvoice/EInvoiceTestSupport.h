@@ -12,8 +12,8 @@
 // Shared by the e-invoice tests: a complete invoice and checks on written documents.
 namespace EInvoiceTest {
 
-// An invoice with every field an XRechnung needs, dated 2025-03-14 in Berlin, two lines at 19 %
-// and one at 7 %.
+// An invoice with every field an XRechnung needs, written as XRechnung, dated 2025-03-14 in
+// Berlin, two lines at 19 % and one at 7 %.
 Invoice completeInvoice();
 Profile profileFor(const Invoice& invoice);
 

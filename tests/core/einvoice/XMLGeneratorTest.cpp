@@ -440,6 +440,7 @@ TEST(XMLGenerator, MissingFieldsInOrderAndLocalised)
     Invoice empty = Invoice::makeNew();
     empty.senderAddressCountry = {u"DE"_s};
     empty.addressCountry = {u"DE"_s};
+    empty.eInvoiceProfile = EInvoiceProfile::xrechnung;
     const QStringList expected{u"Sender name"_s,
                                u"Sender email"_s,
                                u"Sender phone number"_s,
@@ -454,6 +455,12 @@ TEST(XMLGenerator, MissingFieldsInOrderAndLocalised)
                                u"Recipient city"_s,
                                u"At least one invoice item"_s};
     EXPECT_EQ(XMLGenerator::missingFields(empty), expected);
+    // EN 16931 asks nothing of the seller's contact and the buyer's electronic address.
+    empty.eInvoiceProfile = EInvoiceProfile::en16931;
+    QStringList business = expected;
+    for (const QString& xrechnungOnly : {u"Sender email"_s, u"Sender phone number"_s, u"Recipient email"_s})
+        business.removeOne(xrechnungOnly);
+    EXPECT_EQ(XMLGenerator::missingFields(empty), business);
 
     Invoice lines = completeInvoice();
     lines.items[1].item.clear();
@@ -497,4 +504,82 @@ TEST(XMLGenerator, TemplateThatDoesNotParseGivesNothing)
     EXPECT_FALSE(
         XMLGenerator::generate(QByteArray("<rsm:Doc>"), invoice, profileFor(invoice), {}).has_value());
     EXPECT_FALSE(XMLGenerator::generate(QByteArray(), invoice, profileFor(invoice), {}).has_value());
+}
+
+// The profile comes from the invoice, else from the sender profile, else from the customer: a
+// Leitweg-ID (in its field or as the reference) means a public customer and XRechnung.
+TEST(XMLGenerator, ChosenProfileFollowsInvoiceThenProfileThenCustomer)
+{
+    Invoice invoice = completeInvoice();
+    invoice.eInvoiceProfile = EInvoiceProfile::automatic;
+    Profile profile = profileFor(invoice);
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::en16931);
+    invoice.reference = u"04011000-12345-03"_s;
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::xrechnung);
+    invoice.reference = u"04011000-12345-04"_s; // wrong check digits: an order number
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::en16931);
+    invoice.leitwegId = u"991-33333TEST-33"_s;
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::xrechnung);
+
+    profile.eInvoiceProfile = EInvoiceProfile::en16931;
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::en16931);
+    invoice.eInvoiceProfile = EInvoiceProfile::xrechnung;
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::xrechnung);
+    invoice.leitwegId.clear();
+    profile.eInvoiceProfile = EInvoiceProfile::xrechnung;
+    invoice.eInvoiceProfile = EInvoiceProfile::automatic;
+    EXPECT_EQ(XMLGenerator::chosenProfile(invoice, profile), EInvoiceProfile::xrechnung);
+}
+
+// BT-24 decides the rules: EN 16931 alone for a business customer, without the contact and
+// electronic addresses that only XRechnung asks for.
+TEST(XMLGenerator, BR_DE_21_En16931DeclaresTheNormAndLeavesOutWhatOnlyXRechnungNeeds)
+{
+    Invoice invoice = completeInvoice();
+    invoice.eInvoiceProfile = EInvoiceProfile::en16931;
+    invoice.reference.reset();
+    invoice.email.clear();
+    invoice.senderPhone.clear();
+    EXPECT_TRUE(XMLGenerator::missingFields(invoice).isEmpty());
+    const QByteArray xml = generate(invoice);
+    const XMLElement doc = parse(xml);
+    EXPECT_EQ(doc.textAt(u"GuidelineSpecifiedDocumentContextParameter/ID"), u"urn:cen.eu:en16931:2017"_s);
+    EXPECT_EQ(doc.textAt(u"BuyerReference"), u"Keine Bestellnummer"_s);
+    EXPECT_EQ(doc.find(u"BuyerTradeParty/URIUniversalCommunication"), nullptr);
+    EXPECT_EQ(doc.find(u"TelephoneUniversalCommunication"), nullptr);
+    expectSumsHold(doc);
+    expectSchemaValid(xml);
+
+    // The same invoice as XRechnung is refused.
+    invoice.eInvoiceProfile = EInvoiceProfile::xrechnung;
+    EXPECT_EQ(XMLGenerator::missingFields(invoice),
+              (QStringList{u"Sender phone number"_s, u"Recipient email"_s}));
+    EXPECT_EQ(parse(generate(invoice)).textAt(u"GuidelineSpecifiedDocumentContextParameter/ID"),
+              u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0"_s);
+}
+
+TEST(XMLGenerator, ReceivedGuidelinesMapToTheNearestProfileWeWrite)
+{
+    const std::pair<const char16_t*, EInvoiceProfile> cases[] = {
+        {u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0",
+         EInvoiceProfile::xrechnung},
+        {u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0#conformant#urn:xeinkauf.de:"
+         u"kosit:extension:xrechnung_3.0",
+         EInvoiceProfile::xrechnung},
+        {u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_2.3",
+         EInvoiceProfile::xrechnung},
+        {u"urn:cen.eu:en16931:2017", EInvoiceProfile::en16931},
+        {u" urn:cen.eu:en16931:2017 ", EInvoiceProfile::en16931},
+        {u"urn:cen.eu:en16931:2017#compliant#urn:factur-x.eu:1p0:basic", EInvoiceProfile::en16931},
+        {u"urn:cen.eu:en16931:2017#conformant#urn:factur-x.eu:1p0:extended", EInvoiceProfile::en16931},
+        {u"urn:factur-x.eu:1p0:minimum", EInvoiceProfile::en16931},
+        {u"urn:factur-x.eu:1p0:basicwl", EInvoiceProfile::en16931},
+        {u"urn:cen.eu:en16931:2017#compliant#urn:fdc:peppol.eu:2017:poacc:billing:3.0",
+         EInvoiceProfile::en16931},
+        {u"", EInvoiceProfile::automatic},
+        {u"urn:example:something-else", EInvoiceProfile::automatic},
+    };
+    for (const auto& [id, expected] : cases)
+        EXPECT_EQ(XMLGenerator::profileOfGuideline(QString::fromUtf16(id)), expected)
+            << QString::fromUtf16(id).toStdString();
 }

@@ -327,6 +327,25 @@ TEST(ZUGFeRDGenerator, DeclaresPdfA3BWithMatchingMetadataAndSrgbIntent)
 }
 
 // veraPDF rule 6.2.11.3.2-1: an embedded CIDFontType2 names its CIDToGIDMap.
+// The metadata names the profile that the XML declares (BT-24), as Factur-X readers check.
+TEST(ZUGFeRDGenerator, ConformanceLevelFollowsTheXmlsGuideline)
+{
+    Invoice invoice = EInvoiceTest::completeInvoice();
+    const QByteArray xrechnung = EInvoiceTest::generate(invoice);
+    invoice.eInvoiceProfile = EInvoiceProfile::en16931;
+    const QByteArray en16931 = EInvoiceTest::generate(invoice);
+    EXPECT_EQ(ZUGFeRDGenerator::conformanceLevel(xrechnung), "XRECHNUNG");
+    EXPECT_EQ(ZUGFeRDGenerator::conformanceLevel(en16931), "EN 16931");
+
+    ZUGFeRDGenerator generator;
+    const auto output = generator.create(basePdf(), en16931);
+    ASSERT_TRUE(output);
+    Opened opened = open(*output);
+    const auto xmp = xmpValues(streamData(opened.root().getKey("/Metadata")));
+    EXPECT_EQ(xmp.value(u"urn:factur-x:pdfa:CrossIndustryDocument:invoice:1p0#|ConformanceLevel"_s),
+              u"EN 16931"_s);
+}
+
 TEST(ZUGFeRDGenerator, SpellsOutTheDefaultGlyphMapOfTrueTypeCidFonts)
 {
     const QByteArray base = basePdf({}, [](QPDF& pdf) {
