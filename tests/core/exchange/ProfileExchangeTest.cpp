@@ -7,7 +7,9 @@
 #include <QDir>
 #include <QFile>
 #include <QMap>
+#include <QScopeGuard>
 #include <QSet>
+#include <QTemporaryDir>
 
 using namespace Qt::Literals::StringLiterals;
 
@@ -92,6 +94,12 @@ TEST_F(ProfileExchangeTest, AProfileTravelsToAnotherInstallationByteForByte)
     const Profile profile = populatedProfile(u"Lindqvist Design"_s);
     const QString original = profiles().profileFolder(profile);
     const QString file = exportFile({profile});
+    // A temporary folder of this test's own, so that other tests' imports running beside it
+    // cannot be mistaken for working folders this one left behind.
+    QTemporaryDir ownTemp;
+    const QByteArray savedTemp = qgetenv("TMPDIR");
+    qputenv("TMPDIR", ownTemp.path().toLocal8Bit());
+    const auto restoreTemp = qScopeGuard([&] { qputenv("TMPDIR", savedTemp); });
 
     // Another machine: a data home of its own with only its default profile.
     QTemporaryDir otherHome;
