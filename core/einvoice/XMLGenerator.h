@@ -62,7 +62,7 @@ public:
     // else the profile's, else XRechnung for a public customer (a Leitweg-ID, in its field or
     // as the buyer reference) and EN 16931 for everyone else.
     static EInvoiceProfile chosenProfile(const Invoice& invoice, const Profile& profile);
-    // The specification identifier (BT-24) written for a profile.
+    // The guideline id (BT-24) written for a profile.
     static QString guidelineId(EInvoiceProfile chosen);
     // The profile of ours nearest to a received document's identifier: XRechnung for every
     // XRechnung identifier (extension and variants included), EN 16931 for EN 16931 itself and

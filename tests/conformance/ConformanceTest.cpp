@@ -107,7 +107,7 @@ const QSet<QString>& xrechnungRuleIds()
     return ids;
 }
 
-// The specification identifier (BT-24) a CII or UBL document declares.
+// The guideline id (BT-24) a CII or UBL document declares.
 QString declaredGuideline(const QString& path)
 {
     static const QRegularExpression cii(
