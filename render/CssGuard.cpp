@@ -98,19 +98,30 @@ void skipComment(const QString& css, qsizetype& pos)
     pos = end < 0 ? css.size() : end + 2;
 }
 
+// Moves behind a string, a comment or an escape standing at `pos`; false when none stands there.
+// Brackets and semicolons inside them are text, never structure.
+bool skipInert(const QString& css, qsizetype& pos)
+{
+    const QChar c = css[pos];
+    if (c == u'"' || c == u'\'') {
+        skipString(css, pos, nullptr);
+    } else if (c == u'/' && pos + 1 < css.size() && css[pos + 1] == u'*') {
+        skipComment(css, pos);
+    } else if (c == u'\\') {
+        readEscape(css, pos);
+    } else {
+        return false;
+    }
+    return true;
+}
+
 // From behind an opening parenthesis to behind its matching closing one.
 void skipToClose(const QString& css, qsizetype& pos)
 {
     int depth = 1;
     while (pos < css.size() && depth > 0) {
-        const QChar c = css[pos];
-        if (c == u'"' || c == u'\'') {
-            skipString(css, pos, nullptr);
-        } else if (c == u'/' && pos + 1 < css.size() && css[pos + 1] == u'*') {
-            skipComment(css, pos);
-        } else if (c == u'\\') {
-            readEscape(css, pos);
-        } else {
+        if (!skipInert(css, pos)) {
+            const QChar c = css[pos];
             if (c == u'(')
                 ++depth;
             else if (c == u')')
@@ -125,12 +136,8 @@ void skipAtRule(const QString& css, qsizetype& pos)
 {
     while (pos < css.size()) {
         const QChar c = css[pos];
-        if (c == u'"' || c == u'\'') {
-            skipString(css, pos, nullptr);
-        } else if (c == u'/' && pos + 1 < css.size() && css[pos + 1] == u'*') {
-            skipComment(css, pos);
-        } else if (c == u'\\') {
-            readEscape(css, pos);
+        if (skipInert(css, pos)) {
+            continue;
         } else if (c == u';') {
             ++pos;
             return;
@@ -138,11 +145,7 @@ void skipAtRule(const QString& css, qsizetype& pos)
             int depth = 1;
             ++pos;
             while (pos < css.size() && depth > 0) {
-                if (css[pos] == u'"' || css[pos] == u'\'')
-                    skipString(css, pos, nullptr);
-                else if (css[pos] == u'\\')
-                    readEscape(css, pos);
-                else {
+                if (!skipInert(css, pos)) {
                     depth += css[pos] == u'{' ? 1 : css[pos] == u'}' ? -1 : 0;
                     ++pos;
                 }

@@ -173,7 +173,7 @@ TEST(HostileDocument, StyleSheetsCannotLeaveTheirElementNorFetch)
     // Imports and outside URLs, plainly and with escapes, go; data URLs and the rest stay.
     const QString cleaned = CssGuard::userStyleSheet(
         u"@import url(http://e/a.css);\n@IMPORT 'http://e/b.css' screen;\n@\\69mport \"http://e/c.css\";\n"
-        u"@\\000069 mport url(http://e/d.css);\n"
+        u"@\\000069 mport url(http://e/d.css);\n@import /* ; { */ 'http://e/g.css' screen;\n"
         u"body { background: url( 'http://e/x.png' ) no-repeat; color: #123456 }\n"
         u"h1 { background-image: u\\72l(//e/y.png), image-set('http://e/z.png' 1x); }\n"
         u"@font-face { font-family: X; src: url(file:///etc/passwd), src('http://e/f.woff'); }\n"
