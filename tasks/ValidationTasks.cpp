@@ -62,10 +62,13 @@ QString text(const CheckedFile& file)
         out += u"\n      "_s + f.text + u'\n';
     }
     const QString rules = r.ruleSets.isEmpty() ? QString() : u"; "_s + r.ruleSets.join(u", "_s);
-    out += u"%1: %2 (%3 errors, %4 warnings%5)\n"_s.arg(file.path, r.valid() ? u"VALID"_s : u"INVALID"_s)
-               .arg(r.errorCount() + (r.problem.isEmpty() ? 0 : 1))
-               .arg(r.warningCount())
-               .arg(rules);
+    const auto counted = [](qsizetype n, const QString& one, const QString& many) {
+        return u"%1 %2"_s.arg(n).arg(n == 1 ? one : many);
+    };
+    out += u"%1: %2 (%3, %4%5)\n"_s.arg(
+        file.path, r.valid() ? u"VALID"_s : u"INVALID"_s,
+        counted(r.errorCount() + (r.problem.isEmpty() ? 0 : 1), u"error"_s, u"errors"_s),
+        counted(r.warningCount(), u"warning"_s, u"warnings"_s), rules);
     return out;
 }
 
