@@ -25,14 +25,6 @@ ReminderManager::ReminderManager(ProfileManager& profiles, InvoiceManager& invoi
     connect(&m_invoices, &InvoiceManager::invoicesChanged, this, &ReminderManager::reloadIfChanged);
 }
 
-ReminderManager::Stamp ReminderManager::stampOf(const QString& path)
-{
-    const QFileInfo info(path);
-    if (!info.exists())
-        return {};
-    return {info.lastModified().toMSecsSinceEpoch(), info.size()};
-}
-
 QHash<QString, ReminderManager::Stamp> ReminderManager::reminderFilesOnDisk() const
 {
     // Runs after every invoice save: read the directory alone and stat only reminder files,

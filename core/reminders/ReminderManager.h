@@ -4,6 +4,7 @@
 #include "storage/FileWatcherManager.h"
 #include "storage/InvoiceManager.h"
 #include "storage/ProfileManager.h"
+#include "storage/SyncFiles.h"
 
 #include <QHash>
 #include <QList>
@@ -70,13 +71,8 @@ Q_SIGNALS:
     void refreshTriggerChanged(int refreshTrigger);
 
 private:
-    struct Stamp
-    {
-        qint64 modified = 0;
-        qint64 size = -1;
-        friend bool operator==(const Stamp&, const Stamp&) = default;
-    };
-    static Stamp stampOf(const QString& path);
+    using Stamp = SyncFiles::Stamp;
+    static Stamp stampOf(const QString& path) { return SyncFiles::stampOf(path); }
     QHash<QString, Stamp> reminderFilesOnDisk() const;
     // Reloads when the reminder files differ from what the store last read or wrote.
     void reloadIfChanged();

@@ -116,14 +116,6 @@ std::optional<QString> InvoiceManager::invoicesFolder() const
     return m_profiles.activeSubfolder(QString::fromLatin1(folderName));
 }
 
-InvoiceManager::Stamp InvoiceManager::stampOf(const QString& path)
-{
-    const QFileInfo info(path);
-    if (!info.exists())
-        return {};
-    return {info.lastModified().toMSecsSinceEpoch(), info.size()};
-}
-
 void InvoiceManager::bumpRefreshTrigger()
 {
     ++m_refreshTrigger;
@@ -158,12 +150,11 @@ void InvoiceManager::loadInvoices()
             for (size_t i = begin; i < end; ++i) {
                 Loaded& entry = loaded[i];
                 const QString path = *folder + u'/' + entry.name;
-                const auto bytes = SyncFiles::readSettled(path, &entry.error);
+                const auto bytes = SyncFiles::readSettled(path, &entry.error, &entry.stamp);
                 if (!bytes)
                     continue;
                 try {
                     entry.invoice = InvoiceJson::decode(*bytes);
-                    entry.stamp = stampOf(path);
                 } catch (const JsonDecodeError& error) {
                     entry.error = error.message();
                 }

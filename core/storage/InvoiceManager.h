@@ -3,6 +3,7 @@
 #include "model/Invoice.h"
 #include "storage/FileWatcherManager.h"
 #include "storage/ProfileManager.h"
+#include "storage/SyncFiles.h"
 
 #include <QDateTime>
 #include <QHash>
@@ -121,13 +122,8 @@ Q_SIGNALS:
     void invoiceCancelled(const QUuid& cancelledInvoiceId, const QUuid& cancellationId);
 
 private:
-    struct Stamp
-    {
-        qint64 modified = 0;
-        qint64 size = -1;
-        friend bool operator==(const Stamp&, const Stamp&) = default;
-    };
-    static Stamp stampOf(const QString& path);
+    using Stamp = SyncFiles::Stamp;
+    static Stamp stampOf(const QString& path) { return SyncFiles::stampOf(path); }
 
     static void copyContent(const Invoice& source, Invoice& target);
     Invoice& storeNew(Invoice invoice);

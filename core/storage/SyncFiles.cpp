@@ -8,6 +8,8 @@
 #include <QRegularExpression>
 #include <QThread>
 
+#include <sys/stat.h>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace SyncFiles {
@@ -73,17 +75,25 @@ QString makeConflictName(const QString& fileName, const QString& tag)
     return info.completeBaseName() + u".ledra-conflict-"_s + stamp + u'-' + cleanTag + suffix;
 }
 
-std::optional<QByteArray> readSettled(const QString& path, QString* error)
+Stamp stampOf(const QString& path)
 {
-    auto stamp = [&] {
-        const QFileInfo info(path);
-        return std::pair(info.lastModified().toMSecsSinceEpoch(), info.size());
-    };
+    struct stat info
+    {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return {};
+    return {qint64(info.st_mtim.tv_sec) * 1000 + info.st_mtim.tv_nsec / 1000000, qint64(info.st_size)};
+}
+
+std::optional<QByteArray> readSettled(const QString& path, QString* error, Stamp* stamp)
+{
     std::optional<QByteArray> bytes;
     for (int attempt = 0; attempt < 4; ++attempt) {
-        const auto before = stamp();
+        const Stamp before = stampOf(path);
         bytes = Files::read(path, error);
-        if (!bytes || stamp() == before)
+        const Stamp after = stampOf(path);
+        if (stamp)
+            *stamp = after;
+        if (!bytes || after == before)
             return bytes;
         QThread::msleep(20);
     }

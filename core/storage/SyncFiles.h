@@ -37,8 +37,19 @@ QStringList conflictCopies(const QString& folder, const QString& fileName);
 // in Syncthing's pattern, so every reader sees it as one.
 QString makeConflictName(const QString& fileName, const QString& tag);
 
+// When a file was last changed (milliseconds since the epoch) and its size; a missing file has
+// size -1. One stat call, no time zone conversion: loading a folder takes thousands of these.
+struct Stamp
+{
+    qint64 modified = 0;
+    qint64 size = -1;
+    friend bool operator==(const Stamp&, const Stamp&) = default;
+};
+Stamp stampOf(const QString& path);
+
 // Reads a whole file that another program may be writing: when its size or time of change
 // differs before and after reading, it is read again (a few times, then the last read is taken).
-std::optional<QByteArray> readSettled(const QString& path, QString* error = nullptr);
+// `stamp` receives the file's stamp as read.
+std::optional<QByteArray> readSettled(const QString& path, QString* error = nullptr, Stamp* stamp = nullptr);
 
 } // namespace SyncFiles
