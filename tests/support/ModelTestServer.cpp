@@ -184,20 +184,25 @@ void ModelTestServer::respond(QTcpSocket* socket, const Response& response)
     head += "Content-Type: " + response.contentType + "\r\n";
     head += "Connection: close\r\n\r\n";
     socket->write(head);
-    // The pieces go out one by one, as a model generates them, far enough apart that the client
-    // reads them one at a time even on a busy machine.
-    QPointer<QTcpSocket> guarded(socket);
-    int delay = 0;
-    for (const QByteArray& chunk : response.chunks) {
-        delay += 25;
-        QTimer::singleShot(delay, socket, [guarded, chunk] {
-            if (guarded)
-                guarded->write(chunk);
-        });
-    }
-    if (!response.stall)
-        QTimer::singleShot(delay + 5, socket, [guarded] {
-            if (guarded)
-                guarded->disconnectFromHost();
-        });
+    // The pieces go out one by one, as a model generates them, each a while after the previous
+    // one has left (not at fixed times, which a late event loop would fire all at once), so
+    // that the client reads them one at a time even on a busy machine.
+    sendChunks(QPointer<QTcpSocket>(socket), response.chunks, 0, response.stall);
+}
+
+void ModelTestServer::sendChunks(QPointer<QTcpSocket> socket, const QList<QByteArray>& chunks, qsizetype next,
+                                 bool stall)
+{
+    QTimer::singleShot(25, socket, [socket, chunks, next, stall] {
+        if (!socket)
+            return;
+        if (next == chunks.size()) {
+            if (!stall)
+                socket->disconnectFromHost();
+            return;
+        }
+        socket->write(chunks[next]);
+        socket->flush();
+        sendChunks(socket, chunks, next + 1, stall);
+    });
 }

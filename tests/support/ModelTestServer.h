@@ -5,6 +5,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 #include <QTcpServer>
 
@@ -65,6 +66,8 @@ public:
 private:
     void read(QTcpSocket* socket);
     void respond(QTcpSocket* socket, const Response& response);
+    static void sendChunks(QPointer<QTcpSocket> socket, const QList<QByteArray>& chunks, qsizetype next,
+                           bool stall);
     QByteArray chatPath() const;
 
     Kind m_kind;
