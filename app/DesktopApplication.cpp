@@ -8,6 +8,7 @@
 #include "Icons.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
+#include "PlainTextLabels.h"
 #include "PluginsDialog.h"
 #include "PreferencesDialog.h"
 #include "PreviewWidget.h"
@@ -55,6 +56,7 @@ void setUpApplication()
     QApplication::setApplicationVersion(QStringLiteral(LEDRA_VERSION));
     QApplication::setDesktopFileName(u"com.varnhelm.Ledra"_s);
     QApplication::setWindowIcon(Icons::application());
+    PlainTextLabels::install(*qApp);
     if (qEnvironmentVariableIsEmpty("LEDRA_VERBOSE"))
         QLoggingCategory::setFilterRules(u"ledra.*.info=false"_s);
 }

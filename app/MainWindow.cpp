@@ -1270,12 +1270,17 @@ void MainWindow::switchProfile(const QUuid& id)
 
 void MainWindow::showAbout()
 {
-    QMessageBox::about(
-        this, ui(u"About Ledra"),
-        ui(u"<h3>Ledra %1</h3><p>Invoices, quotes and e-invoices (XRechnung, ZUGFeRD) for freelancers "
-           u"and small businesses.</p><p>Your data stays on this computer, in %2.</p>")
+    // The one message box that is meant to be HTML; labels are plain text unless they say so.
+    QMessageBox about(
+        QMessageBox::NoIcon, ui(u"About Ledra"),
+        ui(u"<h3>Ledra %1</h3><p>Invoices, quotes and e-invoices (XRechnung, ZUGFeRD) for "
+           u"freelancers and small businesses.</p><p>Your data stays on this computer, in %2.</p>")
             .arg(QApplication::applicationVersion(),
-                 QDir::toNativeSeparators(m_workspace.profiles().dataFolder()).toHtmlEscaped()));
+                 QDir::toNativeSeparators(m_workspace.profiles().dataFolder()).toHtmlEscaped()),
+        QMessageBox::Ok, this);
+    about.setTextFormat(Qt::RichText);
+    about.setIconPixmap(QApplication::windowIcon().pixmap(64));
+    about.exec();
 }
 
 void MainWindow::offerOnboarding()

@@ -1,3 +1,4 @@
+#include "PlainTextLabels.h"
 #include "render/RenderEnvironment.h"
 
 #include <QApplication>
@@ -12,6 +13,7 @@ int main(int argc, char* argv[])
     RenderEnvironment::prepare();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Ledra"));
+    PlainTextLabels::install(app);
     ::testing::InitGoogleTest(&argc, argv);
     return RUN_ALL_TESTS();
 }

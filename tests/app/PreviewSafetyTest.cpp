@@ -4,8 +4,12 @@
 #include "render/InvoiceDocument.h"
 #include "storage/InvoiceManager.h"
 
+#include <QApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
+#include <QMessageBox>
+#include <QToolTip>
 #include <QWebEnginePage>
 #include <QWebEngineScript>
 #include <QWebEngineView>
@@ -61,4 +65,47 @@ TEST_F(PreviewSafetyTest, HostileTextAndStyleInThePreviewRunNothing)
     EXPECT_EQ(seen[u"injected"_s].toInt(), 0);
     EXPECT_FALSE(seen[u"ran"_s].toBool());
     EXPECT_TRUE(seen[u"shown"_s].toBool()) << "the tag shows as text";
+}
+
+// Text that only looks like HTML stays text wherever the window shows it: in labels, message
+// boxes and tooltips (a customer's name from a received e-invoice, a file name, a model's name).
+// Labels that ask for rich text, such as the status bar's link, keep it.
+TEST_F(PreviewSafetyTest, LabelsMessageBoxesAndTooltipsShowMarkupAsText)
+{
+    const QString hostile =
+        u"Becker <img src=\"/etc/ledra-probe.png\" width=900><a href=\"file:///\">pay here</a>"_s;
+
+    QLabel label(hostile);
+    label.show();
+    EXPECT_EQ(label.textFormat(), Qt::PlainText);
+
+    QLabel rich;
+    rich.setTextFormat(Qt::RichText);
+    rich.setText(u"<b>bold</b>"_s);
+    rich.show();
+    EXPECT_EQ(rich.textFormat(), Qt::RichText);
+
+    QMessageBox box(QMessageBox::Warning, u"Import"_s, hostile, QMessageBox::Ok);
+    box.show();
+    QApplication::processEvents();
+    int shownAsText = 0;
+    for (const QLabel* inBox : box.findChildren<QLabel*>())
+        if (inBox->text() == hostile && inBox->textFormat() == Qt::PlainText)
+            ++shownAsText;
+    EXPECT_EQ(shownAsText, 1);
+    box.close();
+
+    QToolTip::showText(QPoint(100, 100), hostile);
+    QApplication::processEvents();
+    const QList<QLabel*> tips = [] {
+        QList<QLabel*> found;
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            if (widget->inherits("QTipLabel") && widget->isVisible())
+                found << static_cast<QLabel*>(widget);
+        return found;
+    }();
+    ASSERT_EQ(tips.size(), 1);
+    EXPECT_EQ(tips.first()->text(), hostile);
+    EXPECT_EQ(tips.first()->textFormat(), Qt::PlainText);
+    QToolTip::hideText();
 }
