@@ -147,7 +147,8 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     bool documentCurrency = false;
     for (const Entry& entry : entries) {
         if (entry.role != Role::none || entry.place || isStreet(entry.text))
-            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty())
+            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty() &&
+                moneyIn(lines[entry.line].plain).isEmpty())
                 skipped.insert(entry.line);
     }
     for (const TextLine& line : lines)

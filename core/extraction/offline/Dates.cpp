@@ -45,6 +45,18 @@ int yearOf(const QString& text)
     return text.size() == 2 ? 2000 + year : year;
 }
 
+// The Monday of an ISO week: week 1 holds the year's first Thursday.
+QDate mondayOfWeek(int year, int week)
+{
+    const QDate fourth(year, 1, 4);
+    if (!fourth.isValid() || week < 1 || week > 53)
+        return {};
+    const QDate monday = fourth.addDays(1 - fourth.dayOfWeek()).addDays(7 * (week - 1));
+    int weekYear = 0;
+    monday.weekNumber(&weekYear);
+    return weekYear == year ? monday : QDate();
+}
+
 } // namespace
 
 QList<DateFound> datesIn(const QString& line)
@@ -83,6 +95,11 @@ QList<DateFound> datesIn(const QString& line)
                              anyCase);
     static const Re slashed(uR"((?<![\d/])(\d{1,2})/(\d{1,2})/(\d{4})(?![\d/]))"_s, anyCase);
     static const Re monthYear(u"\\b"_s + month + u"\\s+(\\d{4})\\b"_s, anyCase);
+    static const Re weeks(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\b)"_s, anyCase);
+    static const Re weekRange(
+        uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*(\d{1,2})(?:\s*(?:-|–|bis|to)\s*)"
+        uR"((?:KW\s*|CW\s*)?(\d{1,2}))?(?:\s*[/.,]\s*|\s+)(\d{4})(?!\d))"_s,
+        anyCase);
 
     QString rest = line;
     QList<Span> taken;
@@ -91,8 +108,9 @@ QList<DateFound> datesIn(const QString& line)
         // "12. und 19. März" are two days; only "zwischen … und …" spans the time between.
         static const Re listed(uR"(\s(?:and|und)\s)"_s, anyCase);
         static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
+        // Two days in a row are one stretch of work, though: "on 3 and 4 March".
         if (end.isValid() && listed.match(m.captured()).hasMatch() &&
-            !between.match(line.left(span.from)).hasMatch())
+            !between.match(line.left(span.from)).hasMatch() && start.addDays(1) != end)
             return;
         if (!start.isValid() || (end.isValid() && end < start) ||
             std::any_of(taken.cbegin(), taken.cend(), [&](const Span& s) { return overlaps(s, span); }))
@@ -174,6 +192,15 @@ QList<DateFound> datesIn(const QString& line)
         else if (b > 12 && a <= 12)
             add(m, QDate(m.captured(3).toInt(), a, b), {});
     });
+    // "KW 12/2026", "calendar week 12, 2026": Monday to Sunday of that week. Without its year
+    // a week number names no dates.
+    scan(weeks.match(line).hasMatch(), weekRange, [&](const Match& m) {
+        const QDate first = mondayOfWeek(m.captured(3).toInt(), m.captured(1).toInt());
+        const QDate last = mondayOfWeek(m.captured(3).toInt(),
+                                        m.captured(2).isEmpty() ? m.captured(1).toInt() : m.captured(2).toInt());
+        if (first.isValid() && last.isValid())
+            add(m, first, last.addDays(6));
+    });
     scan(months, monthYear, [&](const Match& m) {
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
@@ -211,16 +238,29 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(durchgeführt|vor\s+Ort|Beratung|Coaching|Shooting|Fotoshooting|Dreh|Veranstaltung|Messe|)"
         uR"(Konferenz|Vortrag|Moderation|Event|Installation|Wartung|stattgefunden|fand|findet|)"
         uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
-        uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held)\b)"_s,
+        uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held|logged|)"
+        uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung)\b)"_s,
         anyCase);
     static const Re negative(
         uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
         uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
         uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
-        uR"(geboren|Liefertermin|nächste|next|geplant|planned|bis\s+zum|\bby\b|until|before|)"
-        uR"(\bvor\s+dem|\bab\s+dem|\bab\b|starting|erhalten|received)"_s,
+        uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received)"_s,
         anyCase);
+    // Words that set a limit or a start only when they stand right before the date: "ab dem
+    // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
+    // another clause.
+    static const Re limit(uR"((?:bis\s+zum|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
+                          uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
+                          anyCase);
+    // A month counts as the period only where it says when the work was done or what is billed:
+    // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
+    static const Re monthLead(uR"((?:\b(?:im|in|for|für|during|während|over|Monat|month\s+of|)"
+                              uR"(Monats?)\s+(?:(?:den|the)\s+)?|^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*)$)"_s,
+                              anyCase);
+    static const Re billed(uR"(rechn|invoice|\bbill|abrechn|verrechn|berechn|angefallen|logged|spent)"_s,
+                           anyCase);
     static const Re labelOnly(uR"(:\s*$)"_s, sameCase);
     static const Re sentLine(uR"(^(?:Datum|Date|Gesendet|Sent)\s*:)"_s, anyCase);
 
@@ -233,6 +273,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     std::optional<Candidate> labelled;
     QList<Candidate> ranges;
     QList<Candidate> singles;
+    QList<Candidate> monthsWorked;
     for (int i = 0; i < lines.size(); ++i) {
         const QString& line = lines[i].plain;
         const QList<DateFound>& dates = lines[i].dates;
@@ -245,7 +286,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         for (const DateFound& date : dates) {
             const QString before = line.left(date.span.from);
             const QString window = before.right(40);
-            if (negative.match(window).hasMatch())
+            if (negative.match(window).hasMatch() || limit.match(window).hasMatch())
                 continue;
             const Candidate candidate{date.start, date.end, date.wholeMonth};
             if (strong.match(before).hasMatch() || previousLabel) {
@@ -253,8 +294,12 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
                     labelled = candidate;
                 continue;
             }
-            if (date.wholeMonth)
+            if (date.wholeMonth) {
+                if (monthLead.match(before).hasMatch() &&
+                    (work.match(line).hasMatch() || itemLines.contains(i) || billed.match(line).hasMatch()))
+                    monthsWorked.append(candidate);
                 continue;
+            }
             if (!work.match(line).hasMatch() && !itemLines.contains(i))
                 continue;
             (date.end.isValid() ? ranges : singles).append(candidate);
@@ -273,6 +318,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         chosen = onlyOne(ranges);
     if (!chosen && ranges.isEmpty())
         chosen = onlyOne(singles);
+    if (!chosen && ranges.isEmpty() && singles.isEmpty())
+        chosen = onlyOne(monthsWorked);
     if (!chosen)
         return {};
     const QString format = u"yyyy-MM-dd"_s;

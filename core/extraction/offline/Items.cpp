@@ -399,7 +399,9 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         const bool columned = raw.contains(u'\t') || raw.contains(u'|') || raw.contains(u"  "_s) ||
                               raw.count(u';') >= 2 || raw.count(u',') >= 2;
         const bool byWords = !columned && raw.count(u' ') >= 3;
-        if (const auto columns = columned || byWords ? tableHeader(raw, &headerCurrency) : std::nullopt) {
+        // A header names its columns; a line with a price in it is a row or a sentence.
+        const bool header = (columned || byWords) && pricesIn(plain, true).isEmpty();
+        if (const auto columns = header ? tableHeader(raw, &headerCurrency) : std::nullopt) {
             const bool aligned =
                 !raw.contains(u'\t') && !raw.contains(u'|') && !raw.contains(u';') && !raw.contains(u',');
             int j = i + 1;

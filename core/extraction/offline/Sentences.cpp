@@ -325,7 +325,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
 {
     const QString line = withoutBullet(source.plain);
     if (line.size() > 600 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }) ||
-        isNoiseLine(line) || isDiscountLine(line) || totalLinePattern().match(line).hasMatch())
+        isDiscountLine(line) || totalLinePattern().match(line).hasMatch())
         return {};
     const QList<Span> dates = dateSpans(source.dates, source.plain.size() - line.size());
     const Vat vat = vatIn(line);
@@ -335,6 +335,12 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     QString lead; // a sentence that ends in a colon names what the next one prices
     for (const Span& sentence : sentencesOf(text)) {
         const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+        // A sentence with the bank details or an address for the invoice mail prices nothing,
+        // though the one before it may: "… for the Q1 sessions? Their AP email is …".
+        if (isNoiseLine(part)) {
+            lead.clear();
+            continue;
+        }
         const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
