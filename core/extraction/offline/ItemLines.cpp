@@ -175,8 +175,16 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         const Match m = things.next();
         const Span span{m.capturedStart(), m.capturedEnd()};
         const auto value = parseNumber(m.captured(u"m"_s));
-        if (clear(span) && value && *value > 0)
-            return Quantity{*value, std::nullopt, span};
+        if (!clear(span) || !value || *value <= 0)
+            continue;
+        // "3.000 Wörter" counts words; in "250 printed catalogues" the words name the thing.
+        static const Re countNoun(uR"(\s(?:Wörter|Worte|words|Seiten|pages|Zeilen|lines|Normseiten|)"
+                                  uR"(Minuten|minutes|mins?|km|Kilometer|kilometres|kilometers|miles|Fotos|)"
+                                  uR"(photos|Bilder|images|Stück|Stk|pcs)\.?$)"_s,
+                                  anyCase);
+        if (!countNoun.match(m.captured()).hasMatch())
+            return Quantity{*value, std::nullopt, {m.capturedStart(u"m"_s), m.capturedEnd(u"m"_s)}};
+        return Quantity{*value, std::nullopt, span};
     }
     return std::nullopt;
 }

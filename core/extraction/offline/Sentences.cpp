@@ -1,5 +1,6 @@
 #include "extraction/offline/Sentences.h"
 
+#include "extraction/offline/Addresses.h"
 #include "extraction/offline/Text.h"
 
 #include <QHash>
@@ -45,7 +46,8 @@ bool endsPhrase(const QString& token)
         u"will wird werden would could can kann kannst können möchten möchte ersuchen ersuche um "
         u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
         u"august september october november december januar februar märz mai juni juli oktober "
-        u"dezember"_s);
+        u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
+        u"lasted totalled totaled covered"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -67,6 +69,7 @@ const Re& trailingConnector()
     static const Re pattern(
         uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
+        uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
         uR"(further|additional|another|in|im))+$)"_s,
         anyCase);
@@ -100,8 +103,15 @@ QString phraseFromStart(const QString& text)
     if (comma >= 0)
         phrase.truncate(comma);
     QStringList kept;
-    for (const QString& token : phrase.split(u' ', Qt::SkipEmptyParts)) {
+    const QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
+    for (qsizetype k = 0; k < tokens.size(); ++k) {
+        const QString& token = tokens[k];
         if (endsPhrase(token))
+            break;
+        // "the Q1 sessions to Bright Path Consulting LLC": the rest is who gets the invoice.
+        static const QSet<QString> towards = wordSet(u"to an at bei für for"_s);
+        if (k > 0 && towards.contains(token.toLower()) && k + 1 < tokens.size() && tokens[k + 1][0].isUpper() &&
+            hasLegalForm(tokens.mid(k + 1).join(u' ')))
             break;
         kept.append(token);
     }
@@ -144,7 +154,7 @@ bool usable(const QString& description)
 }
 
 // "three social media crops at £45 each": a count in words, only beside a price for each one.
-std::optional<double> countInWords(QString& description)
+std::optional<double> countInWords(QString& description, std::optional<ExtractedUnit>* unit = nullptr)
 {
     static const QHash<QString, double> numbers = {
         {u"one"_s, 1},     {u"two"_s, 2},    {u"three"_s, 3}, {u"four"_s, 4}, {u"five"_s, 5},
@@ -160,7 +170,45 @@ std::optional<double> countInWords(QString& description)
     if (found == numbers.constEnd())
         return std::nullopt;
     description = description.mid(space + 1);
+    // "three days of copywriting": the unit comes with the count.
+    static const Re unitWord(uR"(^(\p{L}+)\s+(?:of\s+|für\s+)?(?=\S))"_s, anyCase);
+    if (const Match m = unitWord.match(description); m.hasMatch() && unit) {
+        const std::optional<ExtractedUnit> named = unitFromWord(m.captured(1));
+        if (named && *named != ExtractedUnit::lumpSum) {
+            *unit = named;
+            description = description.mid(m.capturedEnd());
+        }
+    }
     return *found;
+}
+
+// "flat fee", "Pauschale": how the work is priced, not what it is.
+bool isLumpSumLabel(const QString& text)
+{
+    static const Re label(uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
+                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
+                          anyCase);
+    return label.match(text.trimmed()).hasMatch();
+}
+
+// The work named where a lump sum is priced: "the test report as a flat fee of 300 EUR", or the
+// thing asked to be billed, "Please invoice the logo design we agreed on, flat fee $600".
+QString namedBeforeLumpSum(const QString& clause)
+{
+    static const Re label(uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
+                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}]))"_s,
+                          anyCase);
+    static const Re billingVerb(uR"(\b(?:invoice|bill|charge)\s+(?:us\s+(?:for\s+)?)?)"_s, anyCase);
+    const Match m = label.match(clause);
+    if (!m.hasMatch())
+        return {};
+    const QString before = clause.left(m.capturedStart());
+    QString named = phraseToEnd(before);
+    if (!named.isEmpty() && !isLumpSumLabel(named))
+        return named;
+    if (const Match verb = billingVerb.match(before); verb.hasMatch())
+        named = phraseFromStart(before.mid(verb.capturedEnd()));
+    return isLumpSumLabel(named) ? QString() : named;
 }
 
 struct ClauseText
@@ -200,6 +248,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
         uR"(überwiesen|bezahlt|paid|refund|Erstattung)\b)"_s,
         anyCase);
+    static const Re eachWord(uR"(^\s*(?:each|apiece|je\s+Stück|pro\s+Stück)(?![\p{L}]))"_s, anyCase);
     if (elsewhere.match(clause).hasMatch())
         return std::nullopt;
     const QList<PricedMoney> prices = pricesIn(clause, context.documentCurrency);
@@ -267,9 +316,27 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         lumpSum.match(clause).hasMatch())
         draft.item.unit = ExtractedUnit::lumpSum;
-    if (!quantity && price.role == PriceRole::perUnit)
-        if (const auto count = countInWords(description))
+    if (!quantity && price.role == PriceRole::perUnit) {
+        std::optional<ExtractedUnit> unit;
+        if (const auto count = countInWords(description, &unit)) {
             draft.item.quantity = count;
+            if (unit && !draft.item.unit)
+                draft.item.unit = unit;
+        }
+    }
+    // "die drei Workshops … insgesamt 2.850 €": a count and what they cost together, which need
+    // not be a price for each.
+    bool countedTotal = false;
+    if (!quantity && price.role == PriceRole::lineTotal) {
+        std::optional<ExtractedUnit> unit;
+        if (const auto count = countInWords(description, &unit); count && *count > 1) {
+            draft.item.quantity = count;
+            draft.item.unit = unit;
+            countedTotal = true;
+        }
+    }
+    if (isLumpSumLabel(description))
+        description = namedBeforeLumpSum(clause);
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)
@@ -278,10 +345,38 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     // ("3 Stunden Beratung à 110 €"), not a price said in passing.
     const bool timed = draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
                        draft.item.unit == ExtractedUnit::week;
-    if (!billing && !(quantity && timed && price.role == PriceRole::perUnit))
+    // "250 printed catalogues at 4.20 EUR each" orders as plainly as an invoice asks.
+    const bool eachOne = quantity && !quantity->unit && price.role == PriceRole::perUnit &&
+                         eachWord.match(clause.mid(price.money.span.to)).hasMatch();
+    if (!billing && !(quantity && timed && price.role == PriceRole::perUnit) && !eachOne)
         return std::nullopt;
-    settlePrice(draft, prices);
+    if (!countedTotal)
+        settlePrice(draft, prices);
     return draft;
+}
+
+// "3 hrs design review + 2 hrs QA at $95/hr": two amounts of time at one rate, split into a
+// clause each, both with the rate. Only where both sides count the same unit.
+std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, bool documentCurrency)
+{
+    static const Re joint(uR"(\s+(?:\+|and|und|plus|sowie|&)\s+)"_s, anyCase);
+    const QList<PricedMoney> prices = pricesIn(clause, documentCurrency);
+    if (prices.size() != 1 || prices.first().role != PriceRole::perUnit)
+        return std::nullopt;
+    const QString tail = clause.mid(prices.first().span.from);
+    const QString head = clause.left(prices.first().span.from);
+    auto it = joint.globalMatch(head);
+    while (it.hasNext()) {
+        const Match m = it.next();
+        const QString first = head.left(m.capturedStart());
+        const QString second = head.mid(m.capturedEnd());
+        const std::optional<Quantity> a = quantityIn(first, {}, false);
+        const std::optional<Quantity> b = quantityIn(second, {}, false);
+        if (!a || !b || !a->unit || a->unit != b->unit || !second.left(b->span.from).trimmed().isEmpty())
+            continue;
+        return std::pair{first + u' ' + tail, second + u' ' + tail};
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -357,6 +452,16 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                 continue;
             }
             const QString clause = part.mid(from, to - from);
+            if (const auto both = sharedRate(clause, context.documentCurrency)) {
+                auto one = itemFromClause(both->first, k == 0 ? lead : QString(), lineIndex, context, billing);
+                auto two = itemFromClause(both->second, QString(), lineIndex, context, billing);
+                if (one && two) {
+                    drafts.append(*one);
+                    drafts.append(*two);
+                    from = next;
+                    continue;
+                }
+            }
             if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing))
                 drafts.append(*draft);
             from = next;
