@@ -41,7 +41,7 @@ const QHash<QString, std::pair<Role, int>>& labels()
             u"event location|meeting point"_s);
         add(Role::name, 0,
             u"name|ansprechpartner|ansprechpartnerin|kontakt|contact|contact person|kontaktperson|z hd|zhd|"
-            u"zu händen|attn|attention|vorname nachname|full name|ihr name|your name"_s);
+            u"zu händen|z h|zh|attn|attention|vorname nachname|full name|ihr name|your name"_s);
         add(Role::company, 0,
             u"firma|unternehmen|company|firmenname|company name|organisation|organization|business|"
             u"business name"_s);
@@ -289,7 +289,8 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
             taken = false;
         }
         if (!taken) {
-            if (isClosing(t) || isContactLine(t) || isProse(t))
+            // "Rue du Lac 10" reads like words of a sentence ("du") but is a street.
+            if (isClosing(t) || isContactLine(t) || (isProse(t) && (haveStreet || !isStreet(t))))
                 break;
             if (!haveStreet && !r.addressLineTwo && isLineTwo(t)) {
                 r.addressLineTwo = t;
