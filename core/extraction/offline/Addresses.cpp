@@ -152,6 +152,11 @@ std::optional<Place> placeOf(QString text)
         longest = std::max(longest, run);
         letterThenDigit = letterThenDigit || (i > 0 && text[i].isDigit() && text[i - 1].isUpper());
     }
+    // "111 43 Stockholm": Swedish, Czech, Slovak and Greek postcodes in two groups.
+    static const Re grouped(u"^(\\d{3}\\s\\d{2})\\s+("_s + cityPattern() + u")$"_s, sameCase);
+    if (longest == 3 && text.size() > 7 && text[3] == u' ')
+        if (const Match m = grouped.match(text); m.hasMatch())
+            return Place{m.captured(1), m.captured(2), {}, {}};
     if (longest < 4 && !letterThenDigit)
         return std::nullopt;
     // "… 14050 Berlin." at the end of a sentence; "St." keeps its point.
@@ -286,7 +291,8 @@ std::optional<QString> personName(QString text)
     static const Re attention(uR"(^(?:z\.\s?Hd?\.?|zu\s+Händen|Attn\.?:?|Attention:?|FAO:?)\s*(?:von\s+)?)"_s,
                               anyCase);
     static const Re salutation(uR"(^(?:Herrn?|Frau|Mr\.?|Mrs\.?|Ms\.?|Miss|Mx\.?)\s+)"_s, sameCase);
-    static const Re title(uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.)$)"_s,
+    static const Re title(uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Mag\.a|MMag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.|)"
+                          uR"(DI|DDr\.|Dr\.in|DI\(FH\))$)"_s,
                           sameCase);
     static const Re word(uR"(^(?:\p{Lu}[\p{Ll}'’]+(?:-\p{Lu}[\p{Ll}'’]+)*|Mc\p{Lu}\p{Ll}+|Mac\p{Lu}\p{Ll}+|)"
                          uR"(O['’]\p{Lu}\p{Ll}+|\p{Lu}\.)$)"_s,
@@ -359,7 +365,8 @@ bool soundsLikeBusiness(const QString& text)
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
-        uR"(genossenschaft|gesellschaft|handlung))"_s,
+        uR"(genossenschaft|gesellschaft|handlung|collective|cooperative|bakery|brewery|brewing|)"
+        uR"(roastery|bäckerei|konditorei|gärtnerei|brauerei))"_s,
         anyCase);
     static const Re words(
         uR"(\b(?:Studio|Studios|Atelier|Design|Media|Medien|Digital|Group|Partner|Partners|Hotel|)"

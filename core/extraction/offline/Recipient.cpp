@@ -284,7 +284,10 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
             setOnce(r.state, t);
             break;
         case Role::email:
-            break;
+        case Role::postcode:
+        case Role::city:
+        case Role::postcodeCity:
+            break; // the fields of a form, read above
         default:
             taken = false;
         }
@@ -414,8 +417,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     std::optional<QString> signerCompany;
     // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
     static const Re signedLine(
-        uR"(^(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|Cheers|Thanks|)"
-        uR"(Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+(.+)$)"_s,
+        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|)"
+        uR"(Cheers|Thanks|Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+([^.!?]+)$)"_s,
         anyCase);
     int signedAt = -1;
     for (int i = closing + 1; i < entries.size(); ++i)
