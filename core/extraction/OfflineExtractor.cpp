@@ -79,7 +79,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
             value,
         anyCase);
     static const Re purchaseOrder(
-        uR"(\b(PO-\d[A-Za-z0-9\-_/]*)|\b(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
+        uR"((?<![\w-])(PO-\d[A-Za-z0-9\-_/]*)|(?<![\w-])(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
         uR"(-?Nr\.?))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
             value,
         sameCase);

@@ -407,14 +407,15 @@ bool isClosing(const QString& text)
 {
     static const Re pattern(
         uR"(^(?:(?:mit\s+)?(?:freundlichen|freundliche|viele|vielen|beste|besten|liebe|lieben|)"
-        uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue)(?:ß|)"
-        uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue)(?:ß|ss)(?:e|)"
+        uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue|u)(?:ß|)"
+        uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue|u)(?:ß|ss)(?:e|)"
         uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
         uR"(best\s+wishes|all\s+the\s+best|cheers|thanks|thank\s+you|many\s+thanks|thanks\s+again|)"
         uR"(thanks\s+a\s+lot|thanks\s+so\s+much|sincerely|yours\s+sincerely|yours\s+faithfully|)"
-        uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue)(?:ß|ss)e)?|)"
+        uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue|u)(?:ß|ss)e)?|)"
         uR"(herzlichen\s+dank|(?:bien\s+)?cordialement|bien\s+à\s+vous|)"
-        uR"(merci(?:\s+et\s+bonne\s+journée)?)\s*[,.!]*$)"_s,
+        uR"(merci(?:\s+et\s+bonne\s+journée)?|pfiat\s+di|servus|tschüss?|ciao|bis\s+bald|take\s+care|)"
+        uR"(talk\s+soon|speak\s+soon)\s*[,.!]*$)"_s,
         anyCase);
     // Sign-offs are short and start with one of a few words, or greet ("Sportliche Grüße").
     static const QSet<QString> openers = [] {
@@ -423,7 +424,7 @@ bool isClosing(const QString& text)
              u"mit freundlichen freundliche viele vielen beste besten liebe lieben herzliche "
              u"herzlichen schöne schönen sonnige kollegiale kollegialen mfg lg vg bg best kind "
              u"warm warmest regards all cheers thanks thank thx ta many sincerely yours dank danke "
-             u"bien cordialement merci"_s.split(u' '))
+             u"bien cordialement merci pfiat servus tschüss tschüs ciao bis take talk speak"_s.split(u' '))
             words.insert(word);
         return words;
     }();

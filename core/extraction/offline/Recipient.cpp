@@ -79,8 +79,27 @@ QStringList commaParts(const QString& text)
 {
     static const Re stateAndZip(uR"(^(?:[A-Z]{2}\s+\d{5}(?:-\d{4})?|[A-Z]{2}\s+[A-Z]\d[A-Z]\s?\d[A-Z]\d)$)"_s,
                                 sameCase);
-    QStringList parts;
+    // An address written into a sentence: "… for travel. Address is 815 Pine Street, Seattle,
+    // WA 98101. Thanks!" The sentences around it are pieces of their own.
+    static const Re sentenceEnd(uR"((?:(?<=\p{Ll}{4})|(?<=\d))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
+    static const Re leadIn(uR"(^(?:(?:our|the|my|unsere?|die|meine)\s+)?(?:(?:billing|postal|invoice|)"
+                           uR"(mailing)\s+)?(?:address|Adresse|Anschrift)\s*(?:is|ist|lautet|:)\s*)"_s,
+                           anyCase);
+    QStringList pieces;
     for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
+        qsizetype from = 0;
+        for (auto it = sentenceEnd.globalMatch(piece); it.hasNext();) {
+            const Match m = it.next();
+            pieces.append(piece.mid(from, m.capturedStart() - from));
+            from = m.capturedEnd();
+        }
+        QString rest = piece.mid(from);
+        if (const Match m = leadIn.match(rest.trimmed()); m.hasMatch())
+            rest = rest.trimmed().mid(m.capturedLength());
+        pieces.append(rest);
+    }
+    QStringList parts;
+    for (const QString& piece : std::as_const(pieces)) {
         const QString trimmed = piece.trimmed();
         if (trimmed.isEmpty())
             continue;
@@ -532,6 +551,15 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             sameCase);
         static const Re attention(uR"((?:attention|attn\.?|z\.\s?Hd\.?)\s+(.+?)(?=[.,;]|$))"_s, anyCase);
         for (const Entry& e : entries) {
+            // "… send the invoice to Brightwater Labs LLC: USD 2,500.00 for …": the business the
+            // sentence asks the invoice to go to, the words after it being the items.
+            if (e.opens && e.score == billingLabel) {
+                const QString asked = e.text.section(u':', 0, 0).trimmed();
+                if (asked.size() < e.text.size() && hasLegalForm(asked) && asked.count(u' ') <= 5) {
+                    r.businessName = asked;
+                    break;
+                }
+            }
             if (e.role != Role::none || !asks.match(e.text).hasMatch())
                 continue;
             const Match m = named.match(e.text);
