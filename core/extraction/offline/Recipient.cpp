@@ -455,6 +455,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             ++j;
         bool first = true;
         for (int steps = 0; j < entries.size() && steps < 6 && !entries[j].isBlank(); ++j, ++steps) {
+            if (entries[j].opens)
+                break; // "für die Rechnung: …" below the name is another's address
             QString t = entries[j].text;
             // "CTO, Trailhead Apps LLC": the office before the business.
             if (const qsizetype comma = t.indexOf(u", "_s);
@@ -478,15 +480,18 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     // signature names the same business.
     const bool writersAddress =
         chosen &&
-        (chosen->score == 0 || chosen->score == ownAddressLabel || (closing >= 0 && chosen->top > closing) ||
+        (chosen->score == 0 || chosen->score == ownAddressLabel ||
+         (closing >= 0 && chosen->top > closing && chosen->score != billingLabel) ||
          (signerCompany && chosen->recipient.businessName == signerCompany));
     if (!chosen || writersAddress) {
         if (signer)
             setOnce(r.name, *signer);
         if (signerCompany)
             setOnce(r.businessName, *signerCompany);
-    } else if (chosen->score == billingLabel && signer && !signerCompany) {
-        // Whoever asks for the invoice to go to an address without a person speaks for it.
+    } else if (chosen->score == billingLabel && signer && !signerCompany && chosen->top < closing) {
+        // Whoever asks for the invoice to go to an address without a person speaks for it; a
+        // billing address added below the signature ("(für die Rechnung: …)") is passed on by
+        // someone else.
         setOnce(r.name, *signer);
     }
 
