@@ -90,9 +90,9 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+)|\s+)"_s +
             value + u")"_s,
         anyCase);
-    static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID)\s*[:#]?\s*)"_s + value +
+    static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID|code|-Code)\s*[:#]?\s*)"_s + value +
                                 uR"(|^(?:Projekt|Project|Projektname|Project\s+name)\s*:\s*(?<text>.+)$|)"
-                                uR"(\bProject\s*(?:number|no\.?|#|ID)\s*[:#]?\s*)"_s +
+                                uR"(\bProject\s*(?:number|no\.?|#|ID|code)\s*[:#]?\s*)"_s +
                                 value,
                             anyCase);
 

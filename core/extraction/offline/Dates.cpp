@@ -94,6 +94,9 @@ QList<DateFound> datesIn(const QString& line)
     static const Re monthDay(u"\\b"_s + month + u"\\s+(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
                              anyCase);
     static const Re slashed(uR"((?<![\d/])(\d{1,2})/(\d{1,2})/(\d{4})(?![\d/]))"_s, anyCase);
+    static const Re slashedRange(u"(?<![\\d/])(\\d{1,2})/(\\d{1,2})/(\\d{4})"_s + to +
+                                     u"(\\d{1,2})/(\\d{1,2})/(\\d{4})(?![\\d/])"_s,
+                                 anyCase);
     static const Re monthYear(u"\\b"_s + month + u"\\s+(\\d{4})\\b"_s, anyCase);
     static const Re weeks(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\b)"_s, anyCase);
     static const Re weekRange(
@@ -182,6 +185,21 @@ QList<DateFound> datesIn(const QString& line)
     scan(months, monthDay, [&](const Match& m) {
         add(m, QDate(yearOf(m.captured(3)), monthNumber(m.captured(1)), m.captured(2).toInt()), {});
     });
+    // "from 03/16/2026 to 03/18/2026": whichever date shows the order of day and month shows
+    // it for both.
+    scan(line.contains(u'/') && connected, slashedRange, [&](const Match& m) {
+        const int a1 = m.captured(1).toInt();
+        const int b1 = m.captured(2).toInt();
+        const int a2 = m.captured(4).toInt();
+        const int b2 = m.captured(5).toInt();
+        const bool dayFirst = a1 > 12 || a2 > 12;
+        const bool monthFirst = b1 > 12 || b2 > 12;
+        if (dayFirst == monthFirst)
+            return;
+        const int y1 = m.captured(3).toInt();
+        const int y2 = m.captured(6).toInt();
+        add(m, dayFirst ? QDate(y1, b1, a1) : QDate(y1, a1, b1), dayFirst ? QDate(y2, b2, a2) : QDate(y2, a2, b2));
+    });
     scan(line.contains(u'/'), slashed, [&](const Match& m) {
         // 03/04/2026 is March in one country and April in another: only read it when the
         // numbers leave no choice.
@@ -239,7 +257,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Konferenz|Vortrag|Moderation|Event|Installation|Wartung|stattgefunden|fand|findet|)"
         uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
         uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held|logged|)"
-        uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung)\b)"_s,
+        uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
+        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b)"_s,
         anyCase);
     static const Re negative(
         uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
