@@ -140,6 +140,26 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     const QList<Entry> entries = entriesOf(lines);
 
     invoice.recipient = findRecipient(entries);
+    // A reply that left out the address may quote it from the writer's own earlier message.
+    if (!invoice.recipient || !invoice.recipient->postcode) {
+        const QList<TextLine> earlier = ownQuotedLines(text);
+        if (std::any_of(earlier.cbegin(), earlier.cend(), [](const TextLine& line) { return !line.plain.isEmpty(); }))
+            if (const auto quoted = findRecipient(entriesOf(earlier)); quoted && quoted->postcode && quoted->city) {
+                ExtractedRecipient merged = invoice.recipient.value_or(ExtractedRecipient{});
+                const bool sameBusiness =
+                    !merged.businessName || !quoted->businessName || merged.businessName == quoted->businessName;
+                if (sameBusiness) {
+                    for (auto field : {&ExtractedRecipient::name, &ExtractedRecipient::businessName,
+                                       &ExtractedRecipient::email, &ExtractedRecipient::addressLineOne,
+                                       &ExtractedRecipient::addressLineTwo, &ExtractedRecipient::postcode,
+                                       &ExtractedRecipient::city, &ExtractedRecipient::state,
+                                       &ExtractedRecipient::countryCode})
+                        if (!(merged.*field))
+                            merged.*field = (*quoted).*field;
+                    invoice.recipient = merged;
+                }
+            }
+    }
 
     // Address lines and mail headers hold numbers but never items.
     QSet<int> skipped;

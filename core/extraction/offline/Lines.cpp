@@ -114,4 +114,26 @@ QList<TextLine> quotedLines(const QString& input)
     return lines;
 }
 
+QList<TextLine> ownQuotedLines(const QString& input)
+{
+    QList<TextLine> lines;
+    for (const QString& rawLine : QString(input).replace(u'\r', u'\n').split(u'\n')) {
+        QString raw = rawLine.trimmed();
+        int depth = 0;
+        while (raw.startsWith(u'>')) {
+            raw = raw.mid(1).trimmed();
+            ++depth;
+        }
+        if (depth == 0 || depth % 2 != 0) {
+            // Keep the blocks apart: another writer's lines end a signature.
+            if (!lines.isEmpty() && !lines.last().plain.isEmpty())
+                lines.append(TextLine{});
+            continue;
+        }
+        const QString plain = raw.simplified();
+        lines.append({raw, plain, datesIn(plain)});
+    }
+    return lines;
+}
+
 } // namespace OfflineExtraction
