@@ -191,7 +191,7 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
 
 PricedMoney priceRole(const QString& text, const Money& money)
 {
-    static const Re perUnitBefore(uR"((?:^|[\s\d.])(?:à|á|@|je|zu\s+je|zu|at|each|per|pro|[x×])\s*$)"_s,
+    static const Re perUnitBefore(uR"((?:^|[\s\d.(])(?:à|á|@|je|zu\s+je|zu|at|each|per|pro|[x×])\s*$)"_s,
                                   anyCase);
     static const Re germanA(uR"((?:\d|Std\.?|Stunden?|h|Tage?|x)\s+a\s*$)"_s, anyCase);
     static const Re perUnitAfter(

@@ -551,7 +551,7 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     if (!r.businessName) {
         static const Re asks(uR"(invoice|Rechnung|\bbill)"_s, anyCase);
         static const Re named(
-            uR"((?:^|\s)(?:to|an|for|für)\s+(?:die\s+|der\s+|the\s+)?((?:\p{Lu}[\p{L}\d&.'’\-]*,?\s+){1,5}?)"
+            uR"((?:^|\s)(?:to|an|for|für|invoice|bill)\s+(?:die\s+|der\s+|the\s+)?((?:\p{Lu}[\p{L}\d&.'’\-]*,?\s+){1,5}?)"
             uR"((?:GmbH|AG|KG|OHG|UG|e\.\s?V\.|LLC|LLP|Ltd\.?|Inc\.?|Co\.|B\.V\.|SARL|SE|PLC|plc))(?=$|[\s,.;:)!?]))"_s,
             sameCase);
         static const Re attention(uR"((?:attention|attn\.?|z\.\s?Hd\.?)\s+(.+?)(?=[.,;]|$))"_s, anyCase);

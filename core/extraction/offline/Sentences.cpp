@@ -269,6 +269,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (quantity) {
         draft.item.quantity = quantity->value;
         draft.item.unit = quantity->unit;
+        draft.times = quantity->times; // "2 x Website audit 450.00 EUR": the price is for each
     }
     if (!draft.item.unit && price.unit)
         draft.item.unit = price.unit;
@@ -296,6 +297,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         const QString before = clause.left(head);
         if (const Match m = forInside.match(before); m.hasMatch())
             description = phraseFromStart(before.mid(m.capturedEnd()));
+    }
+    if (description.isEmpty() && !quantity) {
+        // "plus EUR 240 travel": a few words right after the price, ending the clause.
+        const QString after = trimmedPhrase(clause.mid(priceSpan.to));
+        if (!after.isEmpty() && after.count(u' ') < 3)
+            description = phraseFromStart(after);
     }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
         description =
