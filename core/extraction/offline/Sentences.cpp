@@ -79,6 +79,9 @@ const Re& trailingConnector()
 QString trimmedPhrase(QString text)
 {
     static const Re edges(uR"(^[\s,;:.!?\-–—=/@*+]+|[\s,;:.!?\-–—=/@*+]+$)"_s, sameCase);
+    // What is left of "(12.–13. März 2026)" once the date is read.
+    static const Re emptyParentheses(uR"(\(\s*\))"_s, sameCase);
+    text.replace(emptyParentheses, QString());
     for (int round = 0; round < 4; ++round) {
         const QString before = text;
         text = text.simplified();
