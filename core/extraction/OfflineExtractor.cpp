@@ -143,11 +143,13 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     // A reply that left out the address may quote it from the writer's own earlier message.
     if (!invoice.recipient || !invoice.recipient->postcode) {
         const QList<TextLine> earlier = ownQuotedLines(text);
-        if (std::any_of(earlier.cbegin(), earlier.cend(), [](const TextLine& line) { return !line.plain.isEmpty(); }))
-            if (const auto quoted = findRecipient(entriesOf(earlier)); quoted && quoted->postcode && quoted->city) {
+        if (std::any_of(earlier.cbegin(), earlier.cend(),
+                        [](const TextLine& line) { return !line.plain.isEmpty(); }))
+            if (const auto quoted = findRecipient(entriesOf(earlier));
+                quoted && quoted->postcode && quoted->city) {
                 ExtractedRecipient merged = invoice.recipient.value_or(ExtractedRecipient{});
-                const bool sameBusiness =
-                    !merged.businessName || !quoted->businessName || merged.businessName == quoted->businessName;
+                const bool sameBusiness = !merged.businessName || !quoted->businessName ||
+                                          merged.businessName == quoted->businessName;
                 if (sameBusiness) {
                     for (auto field : {&ExtractedRecipient::name, &ExtractedRecipient::businessName,
                                        &ExtractedRecipient::email, &ExtractedRecipient::addressLineOne,

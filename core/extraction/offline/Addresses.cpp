@@ -231,9 +231,10 @@ bool isStreet(const QString& text)
         uR"((?:[\p{L}.'’\- ]|\d{1,3}(?:st|nd|rd|th)\b){1,50}$)"_s,
         sameCase);
     // "Globe Road": British streets often go without a number.
-    static const Re unnumbered(uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:Street|Road|Avenue|Lane|Drive|Place|Square|)"
-                               uR"(Terrace|Close|Crescent|Gardens|Mews|Row|Walk|Way|Hill|Green|Parade)$)"_s,
-                               sameCase);
+    static const Re unnumbered(
+        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:Street|Road|Avenue|Lane|Drive|Place|Square|)"
+        uR"(Terrace|Close|Crescent|Gardens|Mews|Row|Walk|Way|Hill|Green|Parade)$)"_s,
+        sameCase);
     if (text.size() <= 40 && unnumbered.match(text).hasMatch())
         return true;
     if (text.size() > 60 || !std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); }))
@@ -291,9 +292,10 @@ std::optional<QString> personName(QString text)
     static const Re attention(uR"(^(?:z\.\s?Hd?\.?|zu\s+Händen|Attn\.?:?|Attention:?|FAO:?)\s*(?:von\s+)?)"_s,
                               anyCase);
     static const Re salutation(uR"(^(?:Herrn?|Frau|Mr\.?|Mrs\.?|Ms\.?|Miss|Mx\.?)\s+)"_s, sameCase);
-    static const Re title(uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Mag\.a|MMag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.|)"
-                          uR"(DI|DDr\.|Dr\.in|DI\(FH\))$)"_s,
-                          sameCase);
+    static const Re title(
+        uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Mag\.a|MMag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.|)"
+        uR"(DI|DDr\.|Dr\.in|DI\(FH\))$)"_s,
+        sameCase);
     static const Re word(uR"(^(?:\p{Lu}[\p{Ll}'’]+(?:-\p{Lu}[\p{Ll}'’]+)*|Mc\p{Lu}\p{Ll}+|Mac\p{Lu}\p{Ll}+|)"
                          uR"(O['’]\p{Lu}\p{Ll}+|\p{Lu}\.)$)"_s,
                          sameCase);

@@ -106,15 +106,25 @@ QList<DateFound> datesIn(const QString& line)
 
     QString rest = line;
     QList<Span> taken;
-    auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false) {
+    auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false,
+                   bool sharedMonth = false) {
         const Span span{m.capturedStart(), m.capturedEnd()};
         // "12. und 19. März" are two days; only "zwischen … und …" spans the time between.
         static const Re listed(uR"(\s(?:and|und)\s)"_s, anyCase);
         static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
-        // Two days in a row are one stretch of work, though: "on 3 and 4 March".
+        // Two days in a row of one month are one stretch of work, though: "on 3 and 4 March".
         if (end.isValid() && listed.match(m.captured()).hasMatch() &&
-            !between.match(line.left(span.from)).hasMatch() && start.addDays(1) != end)
+            !between.match(line.left(span.from)).hasMatch() && !(sharedMonth && start.addDays(1) == end)) {
+            // Both days stay read, so that neither passes for the only one.
+            if (start.isValid() && end > start &&
+                std::none_of(taken.cbegin(), taken.cend(),
+                             [&](const Span& s) { return overlaps(s, span); })) {
+                taken.append(span);
+                found.append({start, {}, span, false});
+                found.append({end, {}, span, false});
+            }
             return;
+        }
         if (!start.isValid() || (end.isValid() && end < start) ||
             std::any_of(taken.cbegin(), taken.cend(), [&](const Span& s) { return overlaps(s, span); }))
             return;
@@ -165,13 +175,14 @@ QList<DateFound> datesIn(const QString& line)
     scan(months && connected, dayToDayMonth, [&](const Match& m) {
         const int monthValue = monthNumber(m.captured(3));
         const QDate end(yearOf(m.captured(4)), monthValue, m.captured(2).toInt());
-        add(m, QDate(end.year(), monthValue, m.captured(1).toInt()), end);
+        add(m, QDate(end.year(), monthValue, m.captured(1).toInt()), end, false, true);
     });
     scan(months && connected, monthDayRange, [&](const Match& m) {
         const int endMonth =
             m.captured(4).isEmpty() ? monthNumber(m.captured(1)) : monthNumber(m.captured(4));
         const QDate end(yearOf(m.captured(6)), endMonth, m.captured(5).toInt());
-        add(m, startBefore(m.captured(2).toInt(), monthNumber(m.captured(1)), m.captured(3), end), end);
+        add(m, startBefore(m.captured(2).toInt(), monthNumber(m.captured(1)), m.captured(3), end), end, false,
+            m.captured(4).isEmpty());
     });
     scan(dash, iso, [&](const Match& m) {
         add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()), {});
@@ -198,7 +209,8 @@ QList<DateFound> datesIn(const QString& line)
             return;
         const int y1 = m.captured(3).toInt();
         const int y2 = m.captured(6).toInt();
-        add(m, dayFirst ? QDate(y1, b1, a1) : QDate(y1, a1, b1), dayFirst ? QDate(y2, b2, a2) : QDate(y2, a2, b2));
+        add(m, dayFirst ? QDate(y1, b1, a1) : QDate(y1, a1, b1),
+            dayFirst ? QDate(y2, b2, a2) : QDate(y2, a2, b2));
     });
     scan(line.contains(u'/'), slashed, [&](const Match& m) {
         // 03/04/2026 is March in one country and April in another: only read it when the
@@ -214,8 +226,8 @@ QList<DateFound> datesIn(const QString& line)
     // a week number names no dates.
     scan(weeks.match(line).hasMatch(), weekRange, [&](const Match& m) {
         const QDate first = mondayOfWeek(m.captured(3).toInt(), m.captured(1).toInt());
-        const QDate last = mondayOfWeek(m.captured(3).toInt(),
-                                        m.captured(2).isEmpty() ? m.captured(1).toInt() : m.captured(2).toInt());
+        const QDate last = mondayOfWeek(
+            m.captured(3).toInt(), m.captured(2).isEmpty() ? m.captured(1).toInt() : m.captured(2).toInt());
         if (first.isValid() && last.isValid())
             add(m, first, last.addDays(6));
     });
@@ -265,7 +277,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
         uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
-        uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received)"_s,
+        uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received|\bplan(?:en|e|t|s)?\b|)"
+        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming)"_s,
         anyCase);
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
@@ -275,9 +288,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
                           anyCase);
     // A month counts as the period only where it says when the work was done or what is billed:
     // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
-    static const Re monthLead(uR"((?:\b(?:im|in|for|für|during|während|over|Monat|month\s+of|)"
-                              uR"(Monats?)\s+(?:(?:den|the)\s+)?|^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*)$)"_s,
-                              anyCase);
+    static const Re monthLead(
+        uR"((?:\b(?:im|in|for|für|during|während|over|Monat|month\s+of|)"
+        uR"(Monats?)\s+(?:(?:den|the)\s+)?|^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*)$)"_s,
+        anyCase);
     static const Re billed(uR"(rechn|invoice|\bbill|abrechn|verrechn|berechn|angefallen|logged|spent)"_s,
                            anyCase);
     static const Re labelOnly(uR"(:\s*$)"_s, sameCase);

@@ -78,7 +78,8 @@ QList<TextLine> prepareLines(const QString& input)
                 break;
         }
         if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch())) {
-            const bool digits = std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); });
+            const bool digits =
+                std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); });
             passing = (content ? passing : true) && !digits && plain.size() < 120 && lines.size() < 4 &&
                       (passing || passesOn.match(plain).hasMatch());
             content = true;

@@ -479,10 +479,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     // who signs belongs to it; under "Rechnungsadresse:" or "Kunde:" it is only when the
     // signature names the same business.
     const bool writersAddress =
-        chosen &&
-        (chosen->score == 0 || chosen->score == ownAddressLabel ||
-         (closing >= 0 && chosen->top > closing && chosen->score != billingLabel) ||
-         (signerCompany && chosen->recipient.businessName == signerCompany));
+        chosen && (chosen->score == 0 || chosen->score == ownAddressLabel ||
+                   (closing >= 0 && chosen->top > closing && chosen->score != billingLabel) ||
+                   (signerCompany && chosen->recipient.businessName == signerCompany));
     if (!chosen || writersAddress) {
         if (signer)
             setOnce(r.name, *signer);

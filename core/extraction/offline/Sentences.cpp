@@ -113,8 +113,8 @@ QString phraseFromStart(const QString& text)
             break;
         // "the Q1 sessions to Bright Path Consulting LLC": the rest is who gets the invoice.
         static const QSet<QString> towards = wordSet(u"to an at bei für for"_s);
-        if (k > 0 && towards.contains(token.toLower()) && k + 1 < tokens.size() && tokens[k + 1][0].isUpper() &&
-            hasLegalForm(tokens.mid(k + 1).join(u' ')))
+        if (k > 0 && towards.contains(token.toLower()) && k + 1 < tokens.size() &&
+            tokens[k + 1][0].isUpper() && hasLegalForm(tokens.mid(k + 1).join(u' ')))
             break;
         kept.append(token);
     }
@@ -188,9 +188,10 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
 // "flat fee", "Pauschale": how the work is priced, not what it is.
 bool isLumpSumLabel(const QString& text)
 {
-    static const Re label(uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
-                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
-                          anyCase);
+    static const Re label(
+        uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
+        anyCase);
     return label.match(text.trimmed()).hasMatch();
 }
 
@@ -463,7 +464,8 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             }
             const QString clause = part.mid(from, to - from);
             if (const auto both = sharedRate(clause, context.documentCurrency)) {
-                auto one = itemFromClause(both->first, k == 0 ? lead : QString(), lineIndex, context, billing);
+                auto one =
+                    itemFromClause(both->first, k == 0 ? lead : QString(), lineIndex, context, billing);
                 auto two = itemFromClause(both->second, QString(), lineIndex, context, billing);
                 if (one && two) {
                     drafts.append(*one);
