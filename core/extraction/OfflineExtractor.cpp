@@ -8,6 +8,7 @@
 #include "extraction/offline/Sentences.h"
 #include "extraction/offline/Text.h"
 
+#include <QHash>
 #include <QRegularExpression>
 #include <QSet>
 
@@ -167,11 +168,18 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     QSet<int> skipped;
     static const Re anyCurrency(uR"(€|£|\$|(?<![\p{L}])(?:EUR|USD|GBP|CHF|Euro)(?![\p{L}]))"_s, sameCase);
     bool documentCurrency = false;
+    // A line that names an amount as well is read for items all the same ("… 79100 Freiburg. Es
+    // geht um 1 Tag Montage für 640 €."); each line is searched once.
+    QHash<int, bool> pricedLines;
     for (const Entry& entry : entries) {
         if (entry.role != Role::none || entry.place || isStreet(entry.text))
-            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty() &&
-                moneyIn(lines[entry.line].plain).isEmpty())
-                skipped.insert(entry.line);
+            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty()) {
+                auto priced = pricedLines.find(entry.line);
+                if (priced == pricedLines.end())
+                    priced = pricedLines.insert(entry.line, !moneyIn(lines[entry.line].plain).isEmpty());
+                if (!*priced)
+                    skipped.insert(entry.line);
+            }
     }
     for (const TextLine& line : lines)
         documentCurrency = documentCurrency || anyCurrency.match(line.plain).hasMatch();

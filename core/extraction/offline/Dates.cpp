@@ -114,7 +114,8 @@ QList<DateFound> datesIn(const QString& line)
         static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
         // Two days in a row of one month are one stretch of work, though: "on 3 and 4 March".
         if (end.isValid() && listed.match(m.captured()).hasMatch() &&
-            !between.match(line.left(span.from)).hasMatch() && !(sharedMonth && start.addDays(1) == end)) {
+            !between.match(line.left(span.from).right(30)).hasMatch() &&
+            !(sharedMonth && start.addDays(1) == end)) {
             // Both days stay read, so that neither passes for the only one.
             if (start.isValid() && end > start &&
                 std::none_of(taken.cbegin(), taken.cend(),
@@ -288,10 +289,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
                           anyCase);
     // A month counts as the period only where it says when the work was done or what is billed:
     // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
-    static const Re monthLead(
-        uR"((?:\b(?:im|in|for|für|during|während|over|Monat|month\s+of|)"
-        uR"(Monats?)\s+(?:(?:den|the)\s+)?|^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*)$)"_s,
-        anyCase);
+    static const Re monthLead(uR"(\b(?:im|in|for|für|during|während|over|Monat|month\s+of|Monats?)\s+)"
+                              uR"((?:(?:den|the)\s+)?$)"_s,
+                              anyCase);
+    static const Re subject(uR"(^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*$)"_s, anyCase);
     static const Re billed(uR"(rechn|invoice|\bbill|abrechn|verrechn|berechn|angefallen|logged|spent)"_s,
                            anyCase);
     static const Re labelOnly(uR"(:\s*$)"_s, sameCase);
@@ -322,13 +323,15 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             if (negative.match(window).hasMatch() || limit.match(window).hasMatch())
                 continue;
             const Candidate candidate{date.start, date.end, date.wholeMonth};
-            if (strong.match(before).hasMatch() || previousLabel) {
+            // The label stands at most a sentence or so before its date.
+            if (strong.match(before.right(160)).hasMatch() || previousLabel) {
                 if (!labelled)
                     labelled = candidate;
                 continue;
             }
             if (date.wholeMonth) {
-                if (monthLead.match(before).hasMatch() &&
+                if ((monthLead.match(window).hasMatch() ||
+                     (before.size() < 200 && subject.match(before).hasMatch())) &&
                     (work.match(line).hasMatch() || itemLines.contains(i) || billed.match(line).hasMatch()))
                     monthsWorked.append(candidate);
                 continue;

@@ -399,8 +399,11 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         const bool columned = raw.contains(u'\t') || raw.contains(u'|') || raw.contains(u"  "_s) ||
                               raw.count(u';') >= 2 || raw.count(u',') >= 2;
         const bool byWords = !columned && raw.count(u' ') >= 3;
-        // A header names its columns; a line with a price in it is a row or a sentence.
-        const bool header = (columned || byWords) && pricesIn(plain, true).isEmpty();
+        // A header names its columns; a line with an amount of money in it is a row or a sentence.
+        const QList<Money> amounts = columned || byWords ? moneyIn(plain) : QList<Money>();
+        const bool header =
+            (columned || byWords) && std::none_of(amounts.cbegin(), amounts.cend(),
+                                                  [](const Money& m) { return !m.currency.isEmpty(); });
         if (const auto columns = header ? tableHeader(raw, &headerCurrency) : std::nullopt) {
             const bool aligned =
                 !raw.contains(u'\t') && !raw.contains(u'|') && !raw.contains(u';') && !raw.contains(u',');

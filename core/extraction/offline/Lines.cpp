@@ -119,12 +119,12 @@ QList<TextLine> ownQuotedLines(const QString& input)
 {
     QList<TextLine> lines;
     for (const QString& rawLine : QString(input).replace(u'\r', u'\n').split(u'\n')) {
-        QString raw = rawLine.trimmed();
+        const QString line = rawLine.trimmed();
+        qsizetype at = 0;
         int depth = 0;
-        while (raw.startsWith(u'>')) {
-            raw = raw.mid(1).trimmed();
-            ++depth;
-        }
+        for (; at < line.size() && (line[at] == u'>' || line[at].isSpace()); ++at)
+            depth += line[at] == u'>';
+        const QString raw = line.mid(at);
         if (depth == 0 || depth % 2 != 0) {
             // Keep the blocks apart: another writer's lines end a signature.
             if (!lines.isEmpty() && !lines.last().plain.isEmpty())
