@@ -311,6 +311,14 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
         description =
             phraseFromStart(clause.mid(quantity->span.to)); // "1.250 € pro Tag, also 3 Tage Coaching"
+    if (description.isEmpty() && quantity && !quantity->unit) {
+        // "2 Übersetzungen à 180 EUR": nothing else names the work but the word counted.
+        static const Re counted(uR"(^[\d.,']+\s+(\p{L}[\p{L}\-]{2,})\s*$)"_s, sameCase);
+        if (const Match m = counted.match(
+                clause.mid(quantity->span.from, quantity->span.to - quantity->span.from).trimmed());
+            m.hasMatch() && m.captured(1)[0].isUpper())
+            description = m.captured(1);
+    }
     if (description.isEmpty() && !lead.isEmpty()) {
         // "Please raise a PO for the CAD drafting: 20 hours at £38 per hour"
         QString named = lead;
