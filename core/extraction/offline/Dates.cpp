@@ -84,6 +84,9 @@ QList<DateFound> datesIn(const QString& line)
                                       u"(?:\\s*,?\\s*(\\d{4}))?"_s + to + u"(?:"_s + month +
                                       u"\\s+)?(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
                                   anyCase);
+    // "01.–31.03.2026": the days of one month.
+    static const Re dayRange(
+        u"(?<![\\d.])(\\d{1,2})\\."_s + to + u"(\\d{1,2})\\.(\\d{1,2})\\.(\\d{4}|\\d{2})(?!\\d)"_s, anyCase);
     static const Re isoRange(
         u"(?<![\\d-])(\\d{4})-(\\d{2})-(\\d{2})"_s + to + u"(\\d{4})-(\\d{2})-(\\d{2})(?!\\d)"_s, anyCase);
     static const Re iso(uR"((?<![\d-])(\d{4})-(\d{1,2})-(\d{1,2})(?![\d-]))"_s, anyCase);
@@ -168,6 +171,10 @@ QList<DateFound> datesIn(const QString& line)
     scan(dot && connected, numericRange, [&](const Match& m) {
         const QDate end(yearOf(m.captured(6)), m.captured(5).toInt(), m.captured(4).toInt());
         add(m, startBefore(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3), end), end);
+    });
+    scan(dot && connected, dayRange, [&](const Match& m) {
+        const QDate end(yearOf(m.captured(4)), m.captured(3).toInt(), m.captured(2).toInt());
+        add(m, QDate(end.year(), end.month(), m.captured(1).toInt()), end, false, true);
     });
     scan(months && connected, dayMonthToDayMonth, [&](const Match& m) {
         const QDate end(yearOf(m.captured(6)), monthNumber(m.captured(5)), m.captured(4).toInt());
