@@ -243,6 +243,14 @@ QList<DateFound> datesIn(const QString& line)
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
     });
+    // "am 03.03. und am 04.03.2026": a day without its year beside one with it is in that year,
+    // and makes two dates where one alone would be taken for the only one.
+    if (!found.isEmpty() && dot) {
+        static const Re yearless(uR"((?<![\d.])(\d{1,2})\.(\d{1,2})\.(?![\d]|\s?\d))"_s, sameCase);
+        const int year = found.first().start.year();
+        scan(true, yearless,
+             [&](const Match& m) { add(m, QDate(year, m.captured(2).toInt(), m.captured(1).toInt()), {}); });
+    }
     std::sort(found.begin(), found.end(),
               [](const DateFound& a, const DateFound& b) { return a.span.from < b.span.from; });
     return found;

@@ -47,7 +47,7 @@ bool endsPhrase(const QString& token)
         u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
         u"august september october november december januar februar märz mai juni juli oktober "
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
-        u"lasted totalled totaled covered"_s);
+        u"lasted totalled totaled covered folgende following"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -71,7 +71,7 @@ const Re& trailingConnector()
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another|in|im))+$)"_s,
+        uR"(further|additional|another|in|im|an))+$)"_s,
         anyCase);
     return pattern;
 }

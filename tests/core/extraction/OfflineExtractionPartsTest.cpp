@@ -283,6 +283,19 @@ TEST(OfflineExtractionSentences, TheFormsItemsAreWrittenInWithinASentence)
                   .description,
               u"travel"_s);
 
+    EXPECT_EQ(itemsOf(u"Bitte eine Rechnung über 2 Übersetzungen à 180 EUR."_s).value(0).description,
+              u"Übersetzungen"_s);
+    EXPECT_EQ(itemsOf(u"Honorar: 1.800 € netto für den Vortrag am 12.05.2026"_s).value(0).description,
+              u"Vortrag"_s);
+    EXPECT_EQ(itemsOf(u"Bitte die Rechnung über 3.450,00 € für den Relaunch an folgende Adresse:"_s)
+                  .value(0)
+                  .description,
+              u"Relaunch"_s);
+    // The day a period starts with is no price ("01.–" reads like "120,–").
+    for (const ExtractedItem& item :
+         itemsOf(u"Die Wartung im Zeitraum 01.–31.03.2026 in Rechnung: 6 Std. à 75 €."_s))
+        EXPECT_NE(item.unitPrice, 1);
+
     // The sentence with the mail address for the invoice does not hide the item before it.
     EXPECT_EQ(itemsOf(u"Can you send an invoice for $4,800 for the Q1 strategy sessions? Their AP email is "
                       "invoices@brightpathco.com."_s)

@@ -357,6 +357,9 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         {u"Please invoice the training from 03/16/2026 to 03/18/2026."_s, u"2026-03-16"_s, u"2026-03-18"_s},
         {u"Please invoice the training from 16/03/2026 to 18/03/2026."_s, u"2026-03-16"_s, u"2026-03-18"_s},
         {u"Please invoice the training from 03/04/2026 to 03/05/2026."_s, {}, {}},
+        {u"Die Wartung im Zeitraum 01.–31.03.2026 bitte abrechnen."_s, u"2026-03-01"_s, u"2026-03-31"_s},
+        // A day without its year beside one with it: two days, neither the only one.
+        {u"7,5 Std. Fehlersuche am 03.03. und 2 Std. Doku am 04.03.2026"_s, {}, {}},
     };
     for (const auto& [text, start, end] : cases) {
         const ExtractedInvoice invoice = OfflineExtractor::extract(text);
