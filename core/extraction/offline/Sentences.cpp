@@ -47,7 +47,8 @@ bool endsPhrase(const QString& token)
         u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
         u"august september october november december januar februar märz mai juni juli oktober "
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
-        u"lasted totalled totaled covered folgende following"_s);
+        u"lasted totalled totaled covered folgende following gestern heute morgen yesterday today "
+        u"tomorrow"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -147,7 +148,7 @@ bool usable(const QString& description)
 {
     static const QSet<QString> connectors =
         wordSet(u"für fuer for of von mit with zu at je à the die der das den dem des a an und and weitere "
-                u"further additional another plus sowie also"_s);
+                u"further additional another plus sowie also in im as als"_s);
     const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
     if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
         return false;
@@ -244,8 +245,48 @@ qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsi
     return from;
 }
 
+// The work a sentence without a price names for the one beside it: "Thanks for the logo
+// redesign. Please invoice EUR 1,200." or "Please invoice 1,500 USD. It covers the website audit."
+QString workNamedIn(const QString& sentence, bool before)
+{
+    static const Re forWork(uR"((?:^|\s)(?:for|für|fuer)\s+(?=\S))"_s, anyCase);
+    static const Re covers(uR"(^\s*(?:It|This|That|Das|Es|Dies|Sie)\s+(?:covers|is\s+for|was\s+for|betrifft|)"
+                           uR"(ist\s+für|war\s+für|deckt)\s+)"_s,
+                           anyCase);
+    static const Re praise(
+        uR"(^(?:(?:great|tolle[nmrs]?|schöne[nmrs]?|super|lovely|wonderful|excellent|gute[nmrs]?|)"
+        uR"(quick|schnelle[nmrs]?|wunderbare[nmrs]?|fantastic|amazing|prompt)\s+)+)"_s,
+        anyCase);
+    static const QSet<QString> vague = wordSet(
+        u"reply replies message mail email e-mail answer call help time feedback info information update "
+        u"patience work job nachricht antwort rückmeldung anruf hilfe geduld arbeit mühe infos "
+        u"zusammenarbeit "
+        u"collaboration cooperation offer angebot quote invoice rechnung visit besuch"_s);
+    QString named;
+    if (before) {
+        Match last;
+        for (auto it = forWork.globalMatch(sentence); it.hasNext();)
+            last = it.next();
+        if (!last.hasMatch())
+            return {};
+        named = sentence.mid(last.capturedEnd());
+    } else {
+        const Match m = covers.match(sentence);
+        if (!m.hasMatch())
+            return {};
+        named = sentence.mid(m.capturedEnd());
+    }
+    named = trimmedPhrase(named);
+    named.remove(praise);
+    named = phraseFromStart(named);
+    for (const QString& word : named.toLower().split(u' ', Qt::SkipEmptyParts))
+        if (vague.contains(word))
+            return {};
+    return usable(named) ? named : QString();
+}
+
 std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& lead, int lineIndex,
-                                        const ItemContext& context, bool billing)
+                                        const ItemContext& context, bool billing, const QString& aside = {})
 {
     static const Re elsewhere(
         uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
@@ -304,8 +345,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     }
     if (description.isEmpty() && !quantity) {
         // "plus EUR 240 travel": a few words right after the price, ending the clause.
+        static const Re asking(
+            uR"(Rechnung|invoice|\bbill|abrechn|verrechn|berechn|agreed|vereinbart|besprochen|)"
+            uR"(discussed|please|bitte)"_s,
+            anyCase);
         const QString after = trimmedPhrase(clause.mid(priceSpan.to));
-        if (!after.isEmpty() && after.count(u' ') < 3)
+        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch())
             description = phraseFromStart(after);
     }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
@@ -329,6 +374,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             named = lead.mid(last.capturedEnd());
         description = phraseToEnd(named);
     }
+    if (description.isEmpty())
+        description = aside;
     static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
                             uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
                             anyCase);
@@ -446,20 +493,32 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     const QString text = masked(line, notPrices(line, vat, dates));
 
     QList<ItemDraft> drafts;
-    QString lead; // a sentence that ends in a colon names what the next one prices
-    for (const Span& sentence : sentencesOf(text)) {
+    QString lead;       // a sentence that ends in a colon names what the next one prices
+    QString workBefore; // the work a sentence without prices thanked for or asked about
+    const QList<Span> spans = sentencesOf(text);
+    for (qsizetype s = 0; s < spans.size(); ++s) {
+        const Span& sentence = spans[s];
         const QString part = text.mid(sentence.from, sentence.to - sentence.from);
         // A sentence with the bank details or an address for the invoice mail prices nothing,
         // though the one before it may: "… for the Q1 sessions? Their AP email is …".
         if (isNoiseLine(part)) {
             lead.clear();
+            workBefore.clear();
             continue;
         }
         const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
+            workBefore = workNamedIn(part, true);
             continue;
         }
+        // Only one priced clause can take the work named beside it.
+        QString workAfter;
+        if (s + 1 < spans.size())
+            workAfter = workNamedIn(text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from), false);
+        const QString aside =
+            prices.size() == 1 ? (workBefore.isEmpty() ? workAfter : workBefore) : QString();
+        workBefore.clear();
         qsizetype from = 0;
         for (qsizetype k = 0; k < prices.size(); ++k) {
             qsizetype next = part.size();
@@ -482,7 +541,8 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                     continue;
                 }
             }
-            if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing))
+            if (auto draft =
+                    itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing, aside))
                 drafts.append(*draft);
             from = next;
         }
