@@ -322,6 +322,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     // What was done: between the quantity and the price ("4 days of consulting at"), after the
     // price ("$2,000 for the prototype"), or before both ("the illustration … is £750").
     static const Re forPhrase(uR"(^\s*(?:netto\s+|net\s+)?(?:for|für)\s+)"_s, anyCase);
+    static const Re forBefore(uR"((?:^|\s)(?:für|fuer)(?:\s+weitere)?\s*$)"_s, anyCase);
+    static const Re article(uR"(\s(?:die|den|das|dem)\s+(?=\p{Lu}))"_s, sameCase);
     static const Re forInside(uR"((?:^|\s)(?:for|für)\s+(?=\S))"_s, anyCase);
     const Span priceSpan = price.span;
     QString description;
@@ -342,6 +344,25 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         const QString before = clause.left(head);
         if (const Match m = forInside.match(before); m.hasMatch())
             description = phraseFromStart(before.mid(m.capturedEnd()));
+    }
+    if ((description.isEmpty() || !usable(description)) && !quantity &&
+        forBefore.match(clause.left(price.money.span.from)).hasMatch()) {
+        description.clear();
+        // "für 480,00 € netto haben Sie uns die Broschüre gesetzt": the nouns after the article,
+        // up to the verb that ends the clause.
+        if (const Match m = article.match(clause, priceSpan.to); m.hasMatch()) {
+            QStringList nouns;
+            for (const QString& token : clause.mid(m.capturedEnd()).split(u' ', Qt::SkipEmptyParts)) {
+                if (!token[0].isUpper() && !(nouns.size() > 0 && (token == u"der" || token == u"des")))
+                    break;
+                nouns.append(token);
+            }
+            while (!nouns.isEmpty() && !nouns.last()[0].isUpper())
+                nouns.removeLast();
+            if (!nouns.isEmpty() && nouns.size() <= 5 &&
+                clause.mid(m.capturedEnd()).count(u' ') >= nouns.size())
+                description = trimmedPhrase(nouns.join(u' '));
+        }
     }
     if (description.isEmpty() && !quantity) {
         // "plus EUR 240 travel": a few words right after the price, ending the clause.

@@ -296,6 +296,25 @@ TEST(OfflineExtractionSentences, TheFormsItemsAreWrittenInWithinASentence)
          itemsOf(u"Die Wartung im Zeitraum 01.–31.03.2026 in Rechnung: 6 Std. à 75 €."_s))
         EXPECT_NE(item.unitPrice, 1);
 
+    // The work named in the sentence beside the price; thanks for a reply name no work.
+    EXPECT_EQ(
+        itemsOf(u"Thanks for the logo redesign. Please invoice EUR 1,200 as agreed."_s).value(0).description,
+        u"logo redesign"_s);
+    EXPECT_EQ(itemsOf(u"Please invoice 1,500 USD. It covers the website audit we discussed."_s)
+                  .value(0)
+                  .description,
+              u"website audit"_s);
+    EXPECT_EQ(
+        itemsOf(u"danke für das tolle Fotoshooting gestern! Wir haben 4 Stunden vereinbart, zu je 120 €. "
+                "Schick mir bitte die Rechnung."_s)
+            .value(0)
+            .description,
+        u"Fotoshooting"_s);
+    EXPECT_FALSE(itemsOf(u"Thanks for your quick reply. Please invoice 3 hours at 90 EUR."_s)
+                     .value(0)
+                     .description.has_value());
+    EXPECT_FALSE(itemsOf(u"Bitte stell uns 850 € in Rechnung."_s).value(0).description.has_value());
+
     // The sentence with the mail address for the invoice does not hide the item before it.
     EXPECT_EQ(itemsOf(u"Can you send an invoice for $4,800 for the Q1 strategy sessions? Their AP email is "
                       "invoices@brightpathco.com."_s)
