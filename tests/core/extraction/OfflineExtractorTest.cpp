@@ -94,7 +94,7 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
         cases, [](const QString& text) { return ExtractionSchema::toJson(OfflineExtractor::extract(text)); });
     const ExtractionCorpus::Tally all = score.overall();
     EXPECT_GE(all.precision(), 0.99);
-    EXPECT_GE(all.recall(), 0.96);
+    EXPECT_GE(all.recall(), 0.97);
     // A wrong amount on a draft costs more than a missing one.
     EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 1.0);
 }
