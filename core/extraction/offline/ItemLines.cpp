@@ -95,7 +95,8 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re edges(uR"(^[\s:;,\-–—=|/@*(+]+|[\s:;,\-–—=|/@*(+]+$)"_s, sameCase);
     static const Re danglingWord(
         uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on)$)"_s, anyCase);
-    static const Re leadingWord(uR"(^(?:à|á|x|×|@)(?:\s|$))"_s, anyCase);
+    static const Re leadingWord(
+        uR"(^(?:à|á|x|×|@|(?:of|for|für)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s, anyCase);
     QString text = masked(line, spans);
     text.replace(fillers, u" "_s);
     text.replace(symbols, u" "_s);

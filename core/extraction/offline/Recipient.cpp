@@ -550,8 +550,11 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     if (!r.businessName) {
         static const Re asks(uR"(invoice|Rechnung|\bbill)"_s, anyCase);
         static const Re named(
-            uR"((?:^|\s)(?:to|an|for|für|invoice|bill)\s+(?:die\s+|der\s+|the\s+)?((?:\p{Lu}[\p{L}\d&.'’\-]*,?\s+){1,5}?)"
-            uR"((?:GmbH|AG|KG|OHG|UG|e\.\s?V\.|LLC|LLP|Ltd\.?|Inc\.?|Co\.|B\.V\.|SARL|SE|PLC|plc))(?=$|[\s,.;:)!?]))"_s,
+            uR"((?:^|\s)(?:to|an|for|für|invoice|bill|auf)\s+(?:die\s+|der\s+|the\s+)?(?:Firma\s+)?)"
+            uR"(((?:(?:\p{Lu}[\p{L}\d&.'’\-]*|&),?\s+){1,5}?)"
+            uR"((?:GmbH(?:\s+&\s+Co\.\s?KG)?|AG|KG|OHG|UG|e\.\s?V\.|e\.\s?K\.|e\.\s?U\.|OG|GbR|PartG(?:\s+mbB)?|)"
+            uR"(mbB|LLC|LLP|PLLC|Ltd\.?|Limited|Inc\.?|Corp\.?|Co\.|B\.V\.|N\.V\.|SARL|Sàrl|SAS|S\.A\.|SE|)"
+            uR"(PLC|plc|AB|Partner|Sons|Söhne))(?=$|[\s,.;:)!?]))"_s,
             sameCase);
         static const Re attention(uR"((?:attention|attn\.?|z\.\s?Hd\.?)\s+(.+?)(?=[.,;]|$))"_s, anyCase);
         for (const Entry& e : entries) {
@@ -569,7 +572,23 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             const Match m = named.match(e.text);
             if (!m.hasMatch())
                 continue;
-            r.businessName = (m.captured(1) + m.captured(2)).trimmed();
+            // The shortest name that ends in a legal form may go on with another: "Smith & Sons
+            // Ltd", "Roth & Partner mbB".
+            static const Re further(uR"(^\s+(Ltd\.?|Limited|mbB|GmbH|KG|LLC|LLP|Inc\.?|PLC|plc|AG))"
+                                    uR"((?=$|[\s,.;:)!?]))"_s,
+                                    sameCase);
+            QString business = (m.captured(1) + m.captured(2)).trimmed();
+            for (qsizetype at = m.capturedEnd(), round = 0; round < 2; ++round) {
+                const Match more = further.match(e.text.mid(at, 16));
+                if (!more.hasMatch())
+                    break;
+                business += u' ' + more.captured(1);
+                at += more.capturedLength();
+            }
+            // "Partner", "Sons" end a name only after "&".
+            if (!hasLegalForm(business))
+                continue;
+            r.businessName = business;
             if (const Match a = attention.match(e.text.mid(m.capturedEnd())); a.hasMatch() && !r.name)
                 if (const auto name = personName(a.captured(1)))
                     r.name = name;

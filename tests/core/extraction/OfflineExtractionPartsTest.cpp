@@ -283,6 +283,7 @@ TEST(OfflineExtractionSentences, TheFormsItemsAreWrittenInWithinASentence)
                   .description,
               u"travel"_s);
 
+    EXPECT_EQ(itemsOf(u"6 hours of IT support at $110/hr"_s).value(0).description, u"IT support"_s);
     EXPECT_EQ(itemsOf(u"Bitte eine Rechnung über 2 Übersetzungen à 180 EUR."_s).value(0).description,
               u"Übersetzungen"_s);
     EXPECT_EQ(itemsOf(u"Honorar: 1.800 € netto für den Vortrag am 12.05.2026"_s).value(0).description,
@@ -381,6 +382,28 @@ TEST(OfflineExtractionRecipient, SignaturesAndTheBusinessAskedFor)
             .recipient.value_or(ExtractedRecipient{})
             .businessName,
         u"Fabrikam Inc."_s);
+    // Names with "&", several legal forms or "Firma" before them, after the words that send the invoice.
+    const struct
+    {
+        QString text;
+        QString business;
+    } sent[] = {
+        {u"Please make the invoice out to Smith & Sons Ltd for 3 days of joinery at £220 per day."_s,
+         u"Smith & Sons Ltd"_s},
+        {u"Rechnung für 2 Tage Schulung à 800 € bitte an die Kanzlei Roth & Partner mbB."_s,
+         u"Kanzlei Roth & Partner mbB"_s},
+        {u"Die Rechnung geht an die Firma Müller Bau GmbH, 4 Std. Beratung à 95 €."_s, u"Müller Bau GmbH"_s},
+        {u"bitte schreib die Rechnung für das Fotoshooting (650 €) auf die Agentur Blaupause GmbH."_s,
+         u"Agentur Blaupause GmbH"_s},
+    };
+    for (const auto& [text, business] : sent)
+        EXPECT_EQ(OfflineExtractor::extract(text).recipient.value_or(ExtractedRecipient{}).businessName,
+                  business)
+            << qPrintable(text);
+    EXPECT_FALSE(OfflineExtractor::extract(u"Please invoice 3 hours to Tom and Partner at 90 EUR."_s)
+                     .recipient.value_or(ExtractedRecipient{})
+                     .businessName.has_value());
+
     // A billing address added below the signature is passed on, not the signer's.
     const ExtractedInvoice passedOn = OfflineExtractor::extract(
         u"anbei meine Stunden: 9.5 Stunden Penetrationstest à 140.00 EUR.\n\nGruß\nFabian Scholz\n"
