@@ -345,9 +345,11 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
                 continue;
             }
             if (date.wholeMonth) {
-                if ((monthLead.match(window).hasMatch() ||
-                     (before.size() < 200 && subject.match(before).hasMatch())) &&
-                    (work.match(line).hasMatch() || itemLines.contains(i) || billed.match(line).hasMatch()))
+                // "im März 2026 findet unser Sommerfest statt" names an event, not work billed.
+                const bool subjectLine = before.size() < 200 && subject.match(before).hasMatch();
+                if ((monthLead.match(window).hasMatch() &&
+                     (itemLines.contains(i) || billed.match(line).hasMatch())) ||
+                    (subjectLine && work.match(line).hasMatch()))
                     monthsWorked.append(candidate);
                 continue;
             }

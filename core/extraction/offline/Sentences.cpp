@@ -285,8 +285,20 @@ QString workNamedIn(const QString& sentence, bool before)
     return usable(named) ? named : QString();
 }
 
+// "We'd like …", "Wir bestellen …": a sentence that orders things.
+bool orders(const QString& sentence)
+{
+    static const Re ordering(
+        uR"(\b(?:we'?d\s+like|we\s+would\s+like|we\s+need|we'?ll\s+take|we\s+want|)"
+        uR"(please\s+(?:send|supply|deliver)|order|bestell\w*|hätten\s+gerne?|möchten|benötigen|)"
+        uR"(brauchen|liefern\s+Sie)\b)"_s,
+        anyCase);
+    return ordering.match(sentence).hasMatch();
+}
+
 std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& lead, int lineIndex,
-                                        const ItemContext& context, bool billing, const QString& aside = {})
+                                        const ItemContext& context, bool billing, const QString& aside = {},
+                                        bool ordered = false)
 {
     static const Re elsewhere(
         uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
@@ -434,7 +446,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
                        draft.item.unit == ExtractedUnit::week;
     // "250 printed catalogues at 4.20 EUR each" orders as plainly as an invoice asks.
     const bool eachOne = quantity && !quantity->unit && price.role == PriceRole::perUnit &&
-                         eachWord.match(clause.mid(price.money.span.to)).hasMatch();
+                         eachWord.match(clause.mid(price.money.span.to)).hasMatch() && ordered;
     if (!billing && !(quantity && timed && price.role == PriceRole::perUnit) && !eachOne)
         return std::nullopt;
     if (!countedTotal)
@@ -533,6 +545,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             workBefore = workNamedIn(part, true);
             continue;
         }
+        const bool ordered = orders(part);
         // Only one priced clause can take the work named beside it.
         QString workAfter;
         if (s + 1 < spans.size())
@@ -562,8 +575,8 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                     continue;
                 }
             }
-            if (auto draft =
-                    itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing, aside))
+            if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing,
+                                            aside, ordered))
                 drafts.append(*draft);
             from = next;
         }
