@@ -59,7 +59,82 @@ QDate mondayOfWeek(int year, int week)
 
 } // namespace
 
-QList<DateFound> datesIn(const QString& line)
+namespace {
+
+QList<DateFound> datesWritten(const QString& line);
+
+} // namespace
+
+QList<DateFound> datesIn(const QString& line, int defaultYear)
+{
+    if (defaultYear <= 0 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
+        return datesWritten(line);
+    // The year is written into the line where a date lacks it, and the spans are moved back.
+    static const Re dayFirst(u"\\d\\.?\\s*(?:of\\s+)?"_s + monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
+                             anyCase);
+    static const Re monthFirst(
+        u"\\b(?:January|February|March|April|May|June|July|August|September|October|"_s
+        u"November|December|Jan|Feb|Mar|Apr|Jun|Jul|Aug|Sept|Sep|Oct|Nov|Dec)\\b\\.?"_s +
+            u"\\s+\\d{1,2}(?:st|nd|rd|th)?(?:\\s*(?:[-–]|to|bis)\\s*\\d{1,2}(?:st|nd|rd|th)?)?"_s +
+            u"(?![\\d.:\\-–]|\\s*,?\\s*\\d{4}|\\s*(?:days?|hours?|hrs?|weeks?|h)\\b)"_s,
+        sameCase);
+    static const Re bareMonth(u"\\b(?:im|in|for|für|during)\\s+(?:(?:den|the)\\s+)?(?:Monat\\s+)?"_s +
+                                  monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
+                              anyCase);
+    static const Re week(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*\d{1,2}(?:\s*(?:-|–|bis|to)\s*)"
+                         uR"((?:KW\s*|CW\s*)?\d{1,2})?(?!\s*[/.,]?\s*\d))"_s,
+                         anyCase);
+    // Most lines name neither a month nor a week.
+    static const Re hint(
+        uR"(jan|feb|mär|mae|mrz|mar|apr|mai|may|jun|jul|aug|sep|okt|oct|nov|dez|dec|KW|CW|week)"_s,
+        Re::CaseInsensitiveOption);
+    if (!hint.match(line).hasMatch())
+        return datesWritten(line);
+    QList<qsizetype> at; // where the year goes, in the line as written
+    for (const Re* pattern : {&dayFirst, &monthFirst, &bareMonth, &week})
+        for (auto it = pattern->globalMatch(line); it.hasNext();)
+            at.append(it.next().capturedEnd());
+    if (at.isEmpty())
+        return datesWritten(line);
+    std::sort(at.begin(), at.end());
+    at.erase(std::unique(at.begin(), at.end()), at.end());
+    const QString year = u' ' + QString::number(defaultYear);
+    QString written;
+    qsizetype from = 0;
+    for (qsizetype point : at) {
+        written += line.mid(from, point - from) + year;
+        from = point;
+    }
+    written += line.mid(from);
+    // Where each year starts in the written line, to find a position's place in the line as written.
+    QList<qsizetype> starts;
+    for (qsizetype k = 0; k < at.size(); ++k)
+        starts.append(at[k] + k * year.size());
+    auto back = [&](qsizetype position) {
+        const auto after = std::lower_bound(starts.cbegin(), starts.cend(), position);
+        const qsizetype k = after - starts.cbegin(); // years wholly before the position, or one it is in
+        if (k > 0 && position < starts[k - 1] + year.size())
+            return at[k - 1];
+        return position - k * year.size();
+    };
+    QList<DateFound> found = datesWritten(written);
+    for (DateFound& date : found)
+        date.span = {back(date.span.from), back(date.span.to)};
+    return found;
+}
+
+int yearStated(const QList<TextLine>& lines)
+{
+    for (const TextLine& line : lines)
+        for (const DateFound& date : line.dates)
+            if (date.start.isValid())
+                return date.start.year();
+    return 0;
+}
+
+namespace {
+
+QList<DateFound> datesWritten(const QString& line)
 {
     QList<DateFound> found;
     if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
@@ -112,6 +187,9 @@ QList<DateFound> datesIn(const QString& line)
     auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false,
                    bool sharedMonth = false) {
         const Span span{m.capturedStart(), m.capturedEnd()};
+        // No line a person writes holds more dates than this; the overlap test below stays cheap.
+        if (found.size() >= 100)
+            return;
         // "12. und 19. März" are two days; only "zwischen … und …" spans the time between.
         static const Re listed(uR"(\s(?:and|und)\s)"_s, anyCase);
         static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
@@ -256,6 +334,8 @@ QList<DateFound> datesIn(const QString& line)
     return found;
 }
 
+} // namespace
+
 QList<Span> dateSpans(const QList<DateFound>& dates, qsizetype offset)
 {
     QList<Span> spans;
@@ -294,7 +374,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
         uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received|\bplan(?:en|e|t|s)?\b|)"
-        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming)"_s,
+        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming|\bsent\b|geschickt|verschickt)"_s,
         anyCase);
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
@@ -333,7 +413,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
                                    labelOnly.match(lines[i - 1].plain).hasMatch();
         for (const DateFound& date : dates) {
-            const QString before = line.left(date.span.from);
+            // What stands before the date, as far back as a label may stand; the whole of it only
+            // near the start of the line.
+            const qsizetype reach = std::max<qsizetype>(0, date.span.from - 200);
+            const QString before = line.mid(reach, date.span.from - reach);
             const QString window = before.right(40);
             if (negative.match(window).hasMatch() || limit.match(window).hasMatch())
                 continue;
@@ -346,7 +429,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             }
             if (date.wholeMonth) {
                 // "im März 2026 findet unser Sommerfest statt" names an event, not work billed.
-                const bool subjectLine = before.size() < 200 && subject.match(before).hasMatch();
+                const bool subjectLine = reach == 0 && subject.match(before).hasMatch();
                 if ((monthLead.match(window).hasMatch() &&
                      (itemLines.contains(i) || billed.match(line).hasMatch())) ||
                     (subjectLine && work.match(line).hasMatch()))

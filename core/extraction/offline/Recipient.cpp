@@ -88,14 +88,17 @@ QStringList commaParts(const QString& text)
     QStringList pieces;
     for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
         qsizetype from = 0;
-        for (auto it = sentenceEnd.globalMatch(piece); it.hasNext();) {
+        const bool ends = piece.contains(u'.') || piece.contains(u'!') || piece.contains(u'?');
+        for (auto it = ends ? sentenceEnd.globalMatch(piece) : QRegularExpressionMatchIterator();
+             it.isValid() && it.hasNext();) {
             const Match m = it.next();
             pieces.append(piece.mid(from, m.capturedStart() - from));
             from = m.capturedEnd();
         }
         QString rest = piece.mid(from);
-        if (const Match m = leadIn.match(rest.trimmed()); m.hasMatch())
-            rest = rest.trimmed().mid(m.capturedLength());
+        if (rest.contains(u"dress"_s, Qt::CaseInsensitive) || rest.contains(u"nschrift"_s))
+            if (const Match m = leadIn.match(rest.trimmed()); m.hasMatch())
+                rest = rest.trimmed().mid(m.capturedLength());
         pieces.append(rest);
     }
     QStringList parts;

@@ -296,8 +296,15 @@ bool orders(const QString& sentence)
     return ordering.match(sentence).hasMatch();
 }
 
+// The sentences around the one with the price, read for the work only where it names none.
+struct Beside
+{
+    QString before;
+    QString after;
+};
+
 std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& lead, int lineIndex,
-                                        const ItemContext& context, bool billing, const QString& aside = {},
+                                        const ItemContext& context, bool billing, const Beside& aside = {},
                                         bool ordered = false)
 {
     static const Re elsewhere(
@@ -407,8 +414,10 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             named = lead.mid(last.capturedEnd());
         description = phraseToEnd(named);
     }
-    if (description.isEmpty())
-        description = aside;
+    if (description.isEmpty() && !aside.before.isEmpty())
+        description = workNamedIn(aside.before, true);
+    if (description.isEmpty() && !aside.after.isEmpty())
+        description = workNamedIn(aside.after, false);
     static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
                             uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
                             anyCase);
@@ -459,6 +468,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
 std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, bool documentCurrency)
 {
     static const Re joint(uR"(\s+(?:\+|and|und|plus|sowie|&)\s+)"_s, anyCase);
+    if (!joint.match(clause).hasMatch())
+        return std::nullopt;
     const QList<PricedMoney> prices = pricesIn(clause, documentCurrency);
     if (prices.size() != 1 || prices.first().role != PriceRole::perUnit)
         return std::nullopt;
@@ -542,16 +553,17 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
         const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
-            workBefore = workNamedIn(part, true);
+            workBefore = part;
             continue;
         }
         const bool ordered = orders(part);
         // Only one priced clause can take the work named beside it.
-        QString workAfter;
-        if (s + 1 < spans.size())
-            workAfter = workNamedIn(text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from), false);
-        const QString aside =
-            prices.size() == 1 ? (workBefore.isEmpty() ? workAfter : workBefore) : QString();
+        Beside aside;
+        if (prices.size() == 1) {
+            aside.before = workBefore;
+            if (s + 1 < spans.size())
+                aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
+        }
         workBefore.clear();
         qsizetype from = 0;
         for (qsizetype k = 0; k < prices.size(); ++k) {
