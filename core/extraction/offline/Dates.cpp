@@ -82,7 +82,7 @@ QList<DateFound> datesIn(const QString& line, int defaultYear)
                                   monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
                               anyCase);
     static const Re week(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*\d{1,2}(?:\s*(?:-|–|bis|to)\s*)"
-                         uR"((?:KW\s*|CW\s*)?\d{1,2})?(?!\s*[/.,]?\s*\d))"_s,
+                         uR"((?:KW\s*|CW\s*)?\d{1,2})?(?![\d\-–]|\s*(?:bis|to)\b|\s*[/.,]?\s*\d))"_s,
                          anyCase);
     // Most lines name neither a month nor a week.
     static const Re hint(

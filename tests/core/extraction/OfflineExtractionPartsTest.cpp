@@ -205,6 +205,19 @@ TEST(OfflineExtractionDates, CalendarWeeksAndRangesByTheirForm)
     EXPECT_EQ(week.first().end, QDate(2026, 1, 4));
     EXPECT_EQ(datesIn(u"calendar week 53, 2026"_s).value(0).start, QDate(2026, 12, 28));
     EXPECT_TRUE(datesIn(u"KW 54/2026"_s).isEmpty());
+    // A year from elsewhere goes where a date lacks one; the span stays on the line as written.
+    const QString yearless = u"vom 3. bis 7. März, dann KW 12 und am 2. April"_s;
+    const QList<DateFound> inYear = datesIn(yearless, 2026);
+    ASSERT_EQ(inYear.size(), 3);
+    EXPECT_EQ(inYear[0].start, QDate(2026, 3, 3));
+    EXPECT_EQ(inYear[0].end, QDate(2026, 3, 7));
+    EXPECT_EQ(yearless.mid(inYear[0].span.from, inYear[0].span.to - inYear[0].span.from),
+              u"3. bis 7. März"_s);
+    EXPECT_EQ(inYear[1].start, QDate(2026, 3, 16));
+    EXPECT_EQ(yearless.mid(inYear[2].span.from, inYear[2].span.to - inYear[2].span.from), u"2. April"_s);
+    EXPECT_TRUE(datesIn(yearless).isEmpty());
+    EXPECT_TRUE(datesIn(u"May 3 days of work"_s, 2026).isEmpty()); // a count, not a day
+
     // "3 and 4 March" shares its month; "12.03.2026 und 13.03.2026" are two dates.
     EXPECT_EQ(datesIn(u"on 3 and 4 March 2026"_s).value(0).end, QDate(2026, 3, 4));
     EXPECT_EQ(datesIn(u"12.03.2026 und 13.03.2026"_s).size(), 2);

@@ -358,6 +358,20 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         {u"Please invoice the training from 16/03/2026 to 18/03/2026."_s, u"2026-03-16"_s, u"2026-03-18"_s},
         {u"Please invoice the training from 03/04/2026 to 03/05/2026."_s, {}, {}},
         {u"Die Wartung im Zeitraum 01.–31.03.2026 bitte abrechnen."_s, u"2026-03-01"_s, u"2026-03-31"_s},
+        // A date without its year is in the year the text states elsewhere, and in none without.
+        {u"Sent: 12 March 2026\nBitte 5 Tage Programmierung zu je 720 € abrechnen, die Arbeiten liefen vom "
+         u"3. "
+         u"bis 7. März."_s,
+         u"2026-03-03"_s, u"2026-03-07"_s},
+        {u"Date: March 12, 2026\nPlease invoice the on-site training, March 3–7, 5 days at $900 per day."_s,
+         u"2026-03-03"_s, u"2026-03-07"_s},
+        {u"Datum: 20.03.2026\nEinsatz in KW 11, bitte 3 Tage Support à 500 € abrechnen."_s, u"2026-03-09"_s,
+         u"2026-03-15"_s},
+        {u"Gesendet: 2. März 2026\nim Februar sind 20 Stunden Entwicklung angefallen."_s, u"2026-02-01"_s,
+         u"2026-02-28"_s},
+        {u"In May 3 days of consulting at 900 EUR per day, please invoice. Thanks, sent 1 June 2026"_s,
+         u"2026-05-01"_s, u"2026-05-31"_s},
+        {u"Bitte 2 Tage Workshop à 900 € abrechnen (vom 3. bis 4. März)."_s, {}, {}},
         // A day without its year beside one with it: two days, neither the only one.
         {u"7,5 Std. Fehlersuche am 03.03. und 2 Std. Doku am 04.03.2026"_s, {}, {}},
     };
