@@ -235,9 +235,10 @@ bool isStreet(const QString& text)
         uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:Street|Road|Avenue|Lane|Drive|Place|Square|)"
         uR"(Terrace|Close|Crescent|Gardens|Mews|Row|Walk|Way|Hill|Green|Parade)$)"_s,
         sameCase);
-    if (text.size() <= 40 && unnumbered.match(text).hasMatch())
-        return true;
-    if (text.size() > 60 || !std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); }))
+    const bool digits = std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); });
+    if (!digits)
+        return text.size() <= 40 && text.contains(u' ') && unnumbered.match(text).hasMatch();
+    if (text.size() > 60)
         return false;
     return (continental.match(text).hasMatch() || numberFirst.match(text).hasMatch()) && !isLineTwo(text);
 }

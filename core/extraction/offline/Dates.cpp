@@ -63,13 +63,13 @@ namespace {
 
 QList<DateFound> datesWritten(const QString& line);
 
-} // namespace
-
-QList<DateFound> datesIn(const QString& line, int defaultYear)
+// Where a year belongs in the line: after a day and month, a month's day, a month or a week
+// written without one.
+QList<qsizetype> yearPoints(const QString& line)
 {
-    if (defaultYear <= 0 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
-        return datesWritten(line);
-    // The year is written into the line where a date lacks it, and the spans are moved back.
+    QList<qsizetype> at;
+    if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
+        return at;
     static const Re dayFirst(u"\\d\\.?\\s*(?:of\\s+)?"_s + monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
                              anyCase);
     static const Re monthFirst(
@@ -85,19 +85,31 @@ QList<DateFound> datesIn(const QString& line, int defaultYear)
                          uR"((?:KW\s*|CW\s*)?\d{1,2})?(?![\d\-–]|\s*(?:bis|to)\b|\s*[/.,]?\s*\d))"_s,
                          anyCase);
     // Most lines name neither a month nor a week.
-    static const Re hint(
-        uR"(jan|feb|mär|mae|mrz|mar|apr|mai|may|jun|jul|aug|sep|okt|oct|nov|dez|dec|KW|CW|week)"_s,
-        Re::CaseInsensitiveOption);
+    static const Re hint(u"\\b(?:KW|CW|calendar\\s+week|Kalenderwoche)\\b|\\b"_s + monthPattern(), anyCase);
     if (!hint.match(line).hasMatch())
-        return datesWritten(line);
-    QList<qsizetype> at; // where the year goes, in the line as written
+        return at;
     for (const Re* pattern : {&dayFirst, &monthFirst, &bareMonth, &week})
         for (auto it = pattern->globalMatch(line); it.hasNext();)
             at.append(it.next().capturedEnd());
-    if (at.isEmpty())
-        return datesWritten(line);
     std::sort(at.begin(), at.end());
     at.erase(std::unique(at.begin(), at.end()), at.end());
+    return at;
+}
+
+} // namespace
+
+QList<DateFound> datesIn(const QString& line, int defaultYear)
+{
+    return defaultYear > 0 ? datesWithYear(line, defaultYear).value_or(datesWritten(line))
+                           : datesWritten(line);
+}
+
+std::optional<QList<DateFound>> datesWithYear(const QString& line, int defaultYear)
+{
+    // The year is written into the line where a date lacks it, and the spans are moved back.
+    const QList<qsizetype> at = yearPoints(line);
+    if (at.isEmpty())
+        return std::nullopt;
     const QString year = u' ' + QString::number(defaultYear);
     QString written;
     qsizetype from = 0;
@@ -176,7 +188,6 @@ QList<DateFound> datesWritten(const QString& line)
                                      u"(\\d{1,2})/(\\d{1,2})/(\\d{4})(?![\\d/])"_s,
                                  anyCase);
     static const Re monthYear(u"\\b"_s + month + u"\\s+(\\d{4})\\b"_s, anyCase);
-    static const Re weeks(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\b)"_s, anyCase);
     static const Re weekRange(
         uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*(\d{1,2})(?:\s*(?:-|–|bis|to)\s*)"
         uR"((?:KW\s*|CW\s*)?(\d{1,2}))?(?:\s*[/.,]\s*|\s+)(\d{4})(?!\d))"_s,
@@ -310,7 +321,10 @@ QList<DateFound> datesWritten(const QString& line)
     });
     // "KW 12/2026", "calendar week 12, 2026": Monday to Sunday of that week. Without its year
     // a week number names no dates.
-    scan(weeks.match(line).hasMatch(), weekRange, [&](const Match& m) {
+    const bool weekWord = line.contains(u"KW"_s) || line.contains(u"CW"_s) ||
+                          line.contains(u"week"_s, Qt::CaseInsensitive) ||
+                          line.contains(u"woche"_s, Qt::CaseInsensitive);
+    scan(weekWord, weekRange, [&](const Match& m) {
         const QDate first = mondayOfWeek(m.captured(3).toInt(), m.captured(1).toInt());
         const QDate last = mondayOfWeek(
             m.captured(3).toInt(), m.captured(2).isEmpty() ? m.captured(1).toInt() : m.captured(2).toInt());

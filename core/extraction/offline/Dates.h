@@ -27,6 +27,9 @@ struct DateFound
 // "March 3–7", "KW 12", "im Februar") are read in that year.
 QList<DateFound> datesIn(const QString& line, int defaultYear = 0);
 
+// The same, but nothing when the line has no date without its year.
+std::optional<QList<DateFound>> datesWithYear(const QString& line, int defaultYear);
+
 // The year of the first date in the lines that states one, 0 when none does.
 int yearStated(const QList<TextLine>& lines);
 

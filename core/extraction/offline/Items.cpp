@@ -400,11 +400,15 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                               raw.count(u';') >= 2 || raw.count(u',') >= 2;
         const bool byWords = !columned && raw.count(u' ') >= 3;
         // A header names its columns; a line with an amount of money in it is a row or a sentence.
-        const QList<Money> amounts = columned || byWords ? moneyIn(plain) : QList<Money>();
-        const bool header =
-            (columned || byWords) && std::none_of(amounts.cbegin(), amounts.cend(),
-                                                  [](const Money& m) { return !m.currency.isEmpty(); });
-        if (const auto columns = header ? tableHeader(raw, &headerCurrency) : std::nullopt) {
+        std::optional<QList<HeaderColumn>> columns =
+            columned || byWords ? tableHeader(raw, &headerCurrency) : std::nullopt;
+        if (columns) {
+            const QList<Money> amounts = moneyIn(plain);
+            if (std::any_of(amounts.cbegin(), amounts.cend(),
+                            [](const Money& m) { return !m.currency.isEmpty(); }))
+                columns.reset();
+        }
+        if (columns) {
             const bool aligned =
                 !raw.contains(u'\t') && !raw.contains(u'|') && !raw.contains(u';') && !raw.contains(u',');
             int j = i + 1;

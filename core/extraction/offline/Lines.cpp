@@ -84,17 +84,13 @@ QList<TextLine> prepareLines(const QString& input)
                       (passing || passesOn.match(plain).hasMatch());
             content = true;
         }
-        lines.append({raw, plain, {}});
+        lines.append({raw, plain, datesIn(plain)});
     }
-    // Dates without their year take the one the text states first; the lines up to that one are
-    // read again once it is known.
-    int year = 0;
-    for (qsizetype k = 0; k < lines.size(); ++k) {
-        lines[k].dates = datesIn(lines[k].plain, year);
-        if (year == 0 && (year = yearStated({lines[k]})) != 0)
-            for (qsizetype j = 0; j <= k; ++j)
-                lines[j].dates = datesIn(lines[j].plain, year);
-    }
+    // Dates without their year take the one the text states first.
+    if (const int year = yearStated(lines))
+        for (TextLine& line : lines)
+            if (auto dates = datesWithYear(line.plain, year))
+                line.dates = std::move(*dates);
     return lines;
 }
 
@@ -141,17 +137,13 @@ QList<TextLine> ownQuotedLines(const QString& input)
             continue;
         }
         const QString plain = raw.simplified();
-        lines.append({raw, plain, {}});
+        lines.append({raw, plain, datesIn(plain)});
     }
-    // Dates without their year take the one the text states first; the lines up to that one are
-    // read again once it is known.
-    int year = 0;
-    for (qsizetype k = 0; k < lines.size(); ++k) {
-        lines[k].dates = datesIn(lines[k].plain, year);
-        if (year == 0 && (year = yearStated({lines[k]})) != 0)
-            for (qsizetype j = 0; j <= k; ++j)
-                lines[j].dates = datesIn(lines[j].plain, year);
-    }
+    // Dates without their year take the one the text states first.
+    if (const int year = yearStated(lines))
+        for (TextLine& line : lines)
+            if (auto dates = datesWithYear(line.plain, year))
+                line.dates = std::move(*dates);
     return lines;
 }
 

@@ -85,10 +85,18 @@ QStringList commaParts(const QString& text)
     static const Re leadIn(uR"(^(?:(?:our|the|my|unsere?|die|meine)\s+)?(?:(?:billing|postal|invoice|)"
                            uR"(mailing)\s+)?(?:address|Adresse|Anschrift)\s*(?:is|ist|lautet|:)\s*)"_s,
                            anyCase);
+    // Only a text with a postcode's digits (or a British one's letter and digit) holds an address.
+    int run = 0;
+    bool addressLike = false;
+    for (qsizetype i = 0; i < text.size() && !addressLike; ++i) {
+        run = text[i].isDigit() ? run + 1 : 0;
+        addressLike = run >= 3 || (i > 0 && text[i].isDigit() && text[i - 1].isUpper());
+    }
     QStringList pieces;
     for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
         qsizetype from = 0;
-        const bool ends = piece.contains(u'.') || piece.contains(u'!') || piece.contains(u'?');
+        const bool ends =
+            addressLike && (piece.contains(u'.') || piece.contains(u'!') || piece.contains(u'?'));
         for (auto it = ends ? sentenceEnd.globalMatch(piece) : QRegularExpressionMatchIterator();
              it.isValid() && it.hasNext();) {
             const Match m = it.next();

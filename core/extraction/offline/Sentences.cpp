@@ -540,12 +540,13 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     QString lead;       // a sentence that ends in a colon names what the next one prices
     QString workBefore; // the work a sentence without prices thanked for or asked about
     const QList<Span> spans = sentencesOf(text);
+    const bool noisy = isNoiseLine(line); // then some sentence of it is
     for (qsizetype s = 0; s < spans.size(); ++s) {
         const Span& sentence = spans[s];
         const QString part = text.mid(sentence.from, sentence.to - sentence.from);
         // A sentence with the bank details or an address for the invoice mail prices nothing,
         // though the one before it may: "… for the Q1 sessions? Their AP email is …".
-        if (isNoiseLine(part)) {
+        if (noisy && isNoiseLine(part)) {
             lead.clear();
             workBefore.clear();
             continue;
