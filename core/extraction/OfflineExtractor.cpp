@@ -88,7 +88,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         uR"(\b(?:Ihr(?:e)?\s+Zeichen|Unser(?:e)?\s+Zeichen|Ihre\s+Referenz|Unsere\s+Referenz|)"
         uR"(Referenz(?:nummer)?|Ref\.?|Your\s+ref(?:erence)?\.?|Our\s+ref(?:erence)?\.?|)"
         uR"(Reference(?:\s+(?:number|no\.?))?|Vorgangsnummer|Vorgangs-Nr\.?|Kostenstelle|)"
-        uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+?)(?=\.\s|;|$)|\s+)"_s +
+        uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+?)(?=\.\s|;|$)|\s+(?:(?:is|lautet|ist)\s+)?)"_s +
             value + u")"_s,
         anyCase);
     static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID|code|-Code)\s*[:#]?\s*)"_s + value +

@@ -404,6 +404,8 @@ TEST(OfflineExtractor, ReferencesByTheirLabels)
         {u"Your ref: ORD-7781. Please invoice the review."_s, u"ORD-7781"_s},
         {u"Reference: NB-PO-5521"_s, u"NB-PO-5521"_s},
         {u"Please mention the project code QF-DATA-12."_s, u"QF-DATA-12"_s},
+        {u"Please invoice the design work; our reference is MKT-2291."_s, u"MKT-2291"_s},
+        {u"Unsere Referenz ist die Website von Müller."_s, {}},
         {u"Bestellung vom 01.03.2026"_s, {}},
         {u"PO Box 1234"_s, {}},
         {u"Das Projekt ist abgeschlossen."_s, {}},
