@@ -388,7 +388,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
         uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received|\bplan(?:en|e|t|s)?\b|)"
-        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming|\bsent\b|geschickt|verschickt)"_s,
+        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming|\bsent\b|geschickt|verschickt|)"
+        uR"(\bsoll(?:en|te)?\b|\bshall\b|\bgoing\s+to\b|\bto\s+be\b)"_s,
         anyCase);
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is

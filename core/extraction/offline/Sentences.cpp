@@ -47,7 +47,8 @@ bool endsPhrase(const QString& token)
         u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
         u"august september october november december januar februar märz mai juni juli oktober "
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
-        u"lasted totalled totaled covered folgende following gestern heute morgen yesterday today "
+        u"lasted totalled totaled covered folgende following hiermit hereby gestern heute morgen yesterday "
+        u"today "
         u"tomorrow"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
@@ -71,6 +72,8 @@ const Re& trailingConnector()
         uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
+        uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
         uR"(further|additional|another|in|im|an))+$)"_s,
         anyCase);
@@ -445,6 +448,14 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     }
     if (isLumpSumLabel(description))
         description = namedBeforeLumpSum(clause);
+    // "10 extra hours of copywriting": the unit counted is no part of the work's name.
+    static const Re countedUnit(
+        uR"(^(?:(?:extra|additional|more|further|weitere|zusätzliche)\s+)?(?:hours?|days?|)"
+        uR"(weeks?|Stunden|Tage|Wochen)\s+(?:of\s+|an\s+)?(?=\S))"_s,
+        anyCase);
+    if (draft.item.unit && draft.item.quantity)
+        if (const Match m = countedUnit.match(description); m.hasMatch())
+            description = description.mid(m.capturedLength());
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)

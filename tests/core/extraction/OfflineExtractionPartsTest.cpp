@@ -297,6 +297,14 @@ TEST(OfflineExtractionSentences, TheFormsItemsAreWrittenInWithinASentence)
               u"travel"_s);
 
     EXPECT_EQ(itemsOf(u"6 hours of IT support at $110/hr"_s).value(0).description, u"IT support"_s);
+    EXPECT_EQ(itemsOf(u"We will also need 10 extra hours of copywriting at £60 per hour, please invoice."_s)
+                  .value(0)
+                  .description,
+              u"copywriting"_s);
+    EXPECT_EQ(itemsOf(u"Wir beauftragen hiermit den Webshop zum Festpreis von 4.800 € netto."_s)
+                  .value(0)
+                  .description,
+              u"Webshop"_s);
     EXPECT_EQ(itemsOf(u"Bitte eine Rechnung über 2 Übersetzungen à 180 EUR."_s).value(0).description,
               u"Übersetzungen"_s);
     EXPECT_EQ(itemsOf(u"Honorar: 1.800 € netto für den Vortrag am 12.05.2026"_s).value(0).description,

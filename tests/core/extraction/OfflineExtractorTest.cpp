@@ -372,6 +372,11 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         {u"In May 3 days of consulting at 900 EUR per day, please invoice. Thanks, sent 1 June 2026"_s,
          u"2026-05-01"_s, u"2026-05-31"_s},
         {u"Bitte 2 Tage Workshop à 900 € abrechnen (vom 3. bis 4. März)."_s, {}, {}},
+        // Work still to come has no service date yet.
+        {u"Angebot vom 02.03.2026: Überarbeitung zum Festpreis von 4.800 €. Die Umsetzung soll im April "
+         u"erfolgen."_s,
+         {},
+         {}},
         // A day without its year beside one with it: two days, neither the only one.
         {u"7,5 Std. Fehlersuche am 03.03. und 2 Std. Doku am 04.03.2026"_s, {}, {}},
     };
