@@ -8,6 +8,7 @@
 #include "extraction/offline/Sentences.h"
 #include "extraction/offline/Text.h"
 
+#include <QHash>
 #include <QRegularExpression>
 #include <QSet>
 
@@ -79,7 +80,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
             value,
         anyCase);
     static const Re purchaseOrder(
-        uR"(\b(PO-\d[A-Za-z0-9\-_/]*)|\b(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
+        uR"((?<![\w-])(PO-\d[A-Za-z0-9\-_/]*)|(?<![\w-])(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
         uR"(-?Nr\.?))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
             value,
         sameCase);
@@ -87,12 +88,12 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         uR"(\b(?:Ihr(?:e)?\s+Zeichen|Unser(?:e)?\s+Zeichen|Ihre\s+Referenz|Unsere\s+Referenz|)"
         uR"(Referenz(?:nummer)?|Ref\.?|Your\s+ref(?:erence)?\.?|Our\s+ref(?:erence)?\.?|)"
         uR"(Reference(?:\s+(?:number|no\.?))?|Vorgangsnummer|Vorgangs-Nr\.?|Kostenstelle|)"
-        uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+)|\s+)"_s +
+        uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+?)(?=\.\s|;|$)|\s+(?:(?:is|lautet|ist)\s+)?)"_s +
             value + u")"_s,
         anyCase);
-    static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID)\s*[:#]?\s*)"_s + value +
+    static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID|code|-Code)\s*[:#]?\s*)"_s + value +
                                 uR"(|^(?:Projekt|Project|Projektname|Project\s+name)\s*:\s*(?<text>.+)$|)"
-                                uR"(\bProject\s*(?:number|no\.?|#|ID)\s*[:#]?\s*)"_s +
+                                uR"(\bProject\s*(?:number|no\.?|#|ID|code)\s*[:#]?\s*)"_s +
                                 value,
                             anyCase);
 
@@ -140,15 +141,45 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     const QList<Entry> entries = entriesOf(lines);
 
     invoice.recipient = findRecipient(entries);
+    // A reply that left out the address may quote it from the writer's own earlier message.
+    if (!invoice.recipient || !invoice.recipient->postcode) {
+        const QList<TextLine> earlier = ownQuotedLines(text);
+        if (std::any_of(earlier.cbegin(), earlier.cend(),
+                        [](const TextLine& line) { return !line.plain.isEmpty(); }))
+            if (const auto quoted = findRecipient(entriesOf(earlier));
+                quoted && quoted->postcode && quoted->city) {
+                ExtractedRecipient merged = invoice.recipient.value_or(ExtractedRecipient{});
+                const bool sameBusiness = !merged.businessName || !quoted->businessName ||
+                                          merged.businessName == quoted->businessName;
+                if (sameBusiness) {
+                    for (auto field : {&ExtractedRecipient::name, &ExtractedRecipient::businessName,
+                                       &ExtractedRecipient::email, &ExtractedRecipient::addressLineOne,
+                                       &ExtractedRecipient::addressLineTwo, &ExtractedRecipient::postcode,
+                                       &ExtractedRecipient::city, &ExtractedRecipient::state,
+                                       &ExtractedRecipient::countryCode})
+                        if (!(merged.*field))
+                            merged.*field = (*quoted).*field;
+                    invoice.recipient = merged;
+                }
+            }
+    }
 
     // Address lines and mail headers hold numbers but never items.
     QSet<int> skipped;
     static const Re anyCurrency(uR"(€|£|\$|(?<![\p{L}])(?:EUR|USD|GBP|CHF|Euro)(?![\p{L}]))"_s, sameCase);
     bool documentCurrency = false;
+    // A line that names an amount as well is read for items all the same ("… 79100 Freiburg. Es
+    // geht um 1 Tag Montage für 640 €."); each line is searched once.
+    QHash<int, bool> pricedLines;
     for (const Entry& entry : entries) {
         if (entry.role != Role::none || entry.place || isStreet(entry.text))
-            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty())
-                skipped.insert(entry.line);
+            if (entry.line >= 0 && !entry.text.isEmpty() && moneyIn(entry.text).isEmpty()) {
+                auto priced = pricedLines.find(entry.line);
+                if (priced == pricedLines.end())
+                    priced = pricedLines.insert(entry.line, !moneyIn(lines[entry.line].plain).isEmpty());
+                if (!*priced)
+                    skipped.insert(entry.line);
+            }
     }
     for (const TextLine& line : lines)
         documentCurrency = documentCurrency || anyCurrency.match(line.plain).hasMatch();

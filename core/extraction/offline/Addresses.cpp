@@ -152,6 +152,11 @@ std::optional<Place> placeOf(QString text)
         longest = std::max(longest, run);
         letterThenDigit = letterThenDigit || (i > 0 && text[i].isDigit() && text[i - 1].isUpper());
     }
+    // "111 43 Stockholm": Swedish, Czech, Slovak and Greek postcodes in two groups.
+    static const Re grouped(u"^(\\d{3}\\s\\d{2})\\s+("_s + cityPattern() + u")$"_s, sameCase);
+    if (longest == 3 && text.size() > 7 && text[3] == u' ')
+        if (const Match m = grouped.match(text); m.hasMatch())
+            return Place{m.captured(1), m.captured(2), {}, {}};
     if (longest < 4 && !letterThenDigit)
         return std::nullopt;
     // "… 14050 Berlin." at the end of a sentence; "St." keeps its point.
@@ -225,7 +230,15 @@ bool isStreet(const QString& text)
         uR"(^\d{1,5}[A-Za-z]?(?:[-–]\d{1,5}[A-Za-z]?)?,?\s+(?:\p{L}|\d{1,3}(?:st|nd|rd|th)\b))"
         uR"((?:[\p{L}.'’\- ]|\d{1,3}(?:st|nd|rd|th)\b){1,50}$)"_s,
         sameCase);
-    if (text.size() > 60 || !std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); }))
+    // "Globe Road": British streets often go without a number.
+    static const Re unnumbered(
+        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:Street|Road|Avenue|Lane|Drive|Place|Square|)"
+        uR"(Terrace|Close|Crescent|Gardens|Mews|Row|Walk|Way|Hill|Green|Parade)$)"_s,
+        sameCase);
+    const bool digits = std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isDigit(); });
+    if (!digits)
+        return text.size() <= 40 && text.contains(u' ') && unnumbered.match(text).hasMatch();
+    if (text.size() > 60)
         return false;
     return (continental.match(text).hasMatch() || numberFirst.match(text).hasMatch()) && !isLineTwo(text);
 }
@@ -277,11 +290,13 @@ const Re& officePattern()
 
 std::optional<QString> personName(QString text)
 {
-    static const Re attention(uR"(^(?:z\.\s?Hd\.?|zu\s+Händen|Attn\.?:?|Attention:?|FAO:?)\s*(?:von\s+)?)"_s,
+    static const Re attention(uR"(^(?:z\.\s?Hd?\.?|zu\s+Händen|Attn\.?:?|Attention:?|FAO:?)\s*(?:von\s+)?)"_s,
                               anyCase);
     static const Re salutation(uR"(^(?:Herrn?|Frau|Mr\.?|Mrs\.?|Ms\.?|Miss|Mx\.?)\s+)"_s, sameCase);
-    static const Re title(uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.)$)"_s,
-                          sameCase);
+    static const Re title(
+        uR"(^(?:Dr\.|Prof\.|Dipl\.-\p{L}+\.?|Mag\.|Mag\.a|MMag\.|Ing\.|Dr\.-Ing\.|Dr\.\s?med\.|)"
+        uR"(DI|DDr\.|Dr\.in|DI\(FH\))$)"_s,
+        sameCase);
     static const Re word(uR"(^(?:\p{Lu}[\p{Ll}'’]+(?:-\p{Lu}[\p{Ll}'’]+)*|Mc\p{Lu}\p{Ll}+|Mac\p{Lu}\p{Ll}+|)"
                          uR"(O['’]\p{Lu}\p{Ll}+|\p{Lu}\.)$)"_s,
                          sameCase);
@@ -353,7 +368,8 @@ bool soundsLikeBusiness(const QString& text)
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
-        uR"(genossenschaft|gesellschaft|handlung))"_s,
+        uR"(genossenschaft|gesellschaft|handlung|collective|cooperative|bakery|brewery|brewing|)"
+        uR"(roastery|bäckerei|konditorei|gärtnerei|brauerei))"_s,
         anyCase);
     static const Re words(
         uR"(\b(?:Studio|Studios|Atelier|Design|Media|Medien|Digital|Group|Partner|Partners|Hotel|)"
@@ -394,14 +410,15 @@ bool isClosing(const QString& text)
 {
     static const Re pattern(
         uR"(^(?:(?:mit\s+)?(?:freundlichen|freundliche|viele|vielen|beste|besten|liebe|lieben|)"
-        uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue)(?:ß|)"
-        uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue)(?:ß|ss)(?:e|)"
+        uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue|u)(?:ß|)"
+        uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue|u)(?:ß|ss)(?:e|)"
         uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
         uR"(best\s+wishes|all\s+the\s+best|cheers|thanks|thank\s+you|many\s+thanks|thanks\s+again|)"
         uR"(thanks\s+a\s+lot|thanks\s+so\s+much|sincerely|yours\s+sincerely|yours\s+faithfully|)"
-        uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue)(?:ß|ss)e)?|)"
+        uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue|u)(?:ß|ss)e)?|)"
         uR"(herzlichen\s+dank|(?:bien\s+)?cordialement|bien\s+à\s+vous|)"
-        uR"(merci(?:\s+et\s+bonne\s+journée)?)\s*[,.!]*$)"_s,
+        uR"(merci(?:\s+et\s+bonne\s+journée)?|pfiat\s+di|servus|tschüss?|ciao|bis\s+bald|take\s+care|)"
+        uR"(talk\s+soon|speak\s+soon)\s*[,.!]*$)"_s,
         anyCase);
     // Sign-offs are short and start with one of a few words, or greet ("Sportliche Grüße").
     static const QSet<QString> openers = [] {
@@ -410,7 +427,7 @@ bool isClosing(const QString& text)
              u"mit freundlichen freundliche viele vielen beste besten liebe lieben herzliche "
              u"herzlichen schöne schönen sonnige kollegiale kollegialen mfg lg vg bg best kind "
              u"warm warmest regards all cheers thanks thank thx ta many sincerely yours dank danke "
-             u"bien cordialement merci"_s.split(u' '))
+             u"bien cordialement merci pfiat servus tschüss tschüs ciao bis take talk speak"_s.split(u' '))
             words.insert(word);
         return words;
     }();

@@ -45,9 +45,108 @@ int yearOf(const QString& text)
     return text.size() == 2 ? 2000 + year : year;
 }
 
+// The Monday of an ISO week: week 1 holds the year's first Thursday.
+QDate mondayOfWeek(int year, int week)
+{
+    const QDate fourth(year, 1, 4);
+    if (!fourth.isValid() || week < 1 || week > 53)
+        return {};
+    const QDate monday = fourth.addDays(1 - fourth.dayOfWeek()).addDays(7 * (week - 1));
+    int weekYear = 0;
+    monday.weekNumber(&weekYear);
+    return weekYear == year ? monday : QDate();
+}
+
 } // namespace
 
-QList<DateFound> datesIn(const QString& line)
+namespace {
+
+QList<DateFound> datesWritten(const QString& line);
+
+// Where a year belongs in the line: after a day and month, a month's day, a month or a week
+// written without one.
+QList<qsizetype> yearPoints(const QString& line)
+{
+    QList<qsizetype> at;
+    if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
+        return at;
+    static const Re dayFirst(u"\\d\\.?\\s*(?:of\\s+)?"_s + monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
+                             anyCase);
+    static const Re monthFirst(
+        u"\\b(?:January|February|March|April|May|June|July|August|September|October|"_s
+        u"November|December|Jan|Feb|Mar|Apr|Jun|Jul|Aug|Sept|Sep|Oct|Nov|Dec)\\b\\.?"_s +
+            u"\\s+\\d{1,2}(?:st|nd|rd|th)?(?:\\s*(?:[-–]|to|bis)\\s*\\d{1,2}(?:st|nd|rd|th)?)?"_s +
+            u"(?![\\d.:\\-–]|\\s*,?\\s*\\d{4}|\\s*(?:days?|hours?|hrs?|weeks?|h)\\b)"_s,
+        sameCase);
+    static const Re bareMonth(u"\\b(?:im|in|for|für|during)\\s+(?:(?:den|the)\\s+)?(?:Monat\\s+)?"_s +
+                                  monthPattern() + u"(?!\\s*[,/]?\\s*\\d{4})"_s,
+                              anyCase);
+    static const Re week(uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*\d{1,2}(?:\s*(?:-|–|bis|to)\s*)"
+                         uR"((?:KW\s*|CW\s*)?\d{1,2})?(?![\d\-–]|\s*(?:bis|to)\b|\s*[/.,]?\s*\d))"_s,
+                         anyCase);
+    // Most lines name neither a month nor a week.
+    static const Re hint(u"\\b(?:KW|CW|calendar\\s+week|Kalenderwoche)\\b|\\b"_s + monthPattern(), anyCase);
+    if (!hint.match(line).hasMatch())
+        return at;
+    for (const Re* pattern : {&dayFirst, &monthFirst, &bareMonth, &week})
+        for (auto it = pattern->globalMatch(line); it.hasNext();)
+            at.append(it.next().capturedEnd());
+    std::sort(at.begin(), at.end());
+    at.erase(std::unique(at.begin(), at.end()), at.end());
+    return at;
+}
+
+} // namespace
+
+QList<DateFound> datesIn(const QString& line, int defaultYear)
+{
+    return defaultYear > 0 ? datesWithYear(line, defaultYear).value_or(datesWritten(line))
+                           : datesWritten(line);
+}
+
+std::optional<QList<DateFound>> datesWithYear(const QString& line, int defaultYear)
+{
+    // The year is written into the line where a date lacks it, and the spans are moved back.
+    const QList<qsizetype> at = yearPoints(line);
+    if (at.isEmpty())
+        return std::nullopt;
+    const QString year = u' ' + QString::number(defaultYear);
+    QString written;
+    qsizetype from = 0;
+    for (qsizetype point : at) {
+        written += line.mid(from, point - from) + year;
+        from = point;
+    }
+    written += line.mid(from);
+    // Where each year starts in the written line, to find a position's place in the line as written.
+    QList<qsizetype> starts;
+    for (qsizetype k = 0; k < at.size(); ++k)
+        starts.append(at[k] + k * year.size());
+    auto back = [&](qsizetype position) {
+        const auto after = std::lower_bound(starts.cbegin(), starts.cend(), position);
+        const qsizetype k = after - starts.cbegin(); // years wholly before the position, or one it is in
+        if (k > 0 && position < starts[k - 1] + year.size())
+            return at[k - 1];
+        return position - k * year.size();
+    };
+    QList<DateFound> found = datesWritten(written);
+    for (DateFound& date : found)
+        date.span = {back(date.span.from), back(date.span.to)};
+    return found;
+}
+
+int yearStated(const QList<TextLine>& lines)
+{
+    for (const TextLine& line : lines)
+        for (const DateFound& date : line.dates)
+            if (date.start.isValid())
+                return date.start.year();
+    return 0;
+}
+
+namespace {
+
+QList<DateFound> datesWritten(const QString& line)
 {
     QList<DateFound> found;
     if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
@@ -72,6 +171,9 @@ QList<DateFound> datesIn(const QString& line)
                                       u"(?:\\s*,?\\s*(\\d{4}))?"_s + to + u"(?:"_s + month +
                                       u"\\s+)?(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
                                   anyCase);
+    // "01.–31.03.2026": the days of one month.
+    static const Re dayRange(
+        u"(?<![\\d.])(\\d{1,2})\\."_s + to + u"(\\d{1,2})\\.(\\d{1,2})\\.(\\d{4}|\\d{2})(?!\\d)"_s, anyCase);
     static const Re isoRange(
         u"(?<![\\d-])(\\d{4})-(\\d{2})-(\\d{2})"_s + to + u"(\\d{4})-(\\d{2})-(\\d{2})(?!\\d)"_s, anyCase);
     static const Re iso(uR"((?<![\d-])(\d{4})-(\d{1,2})-(\d{1,2})(?![\d-]))"_s, anyCase);
@@ -82,18 +184,40 @@ QList<DateFound> datesIn(const QString& line)
     static const Re monthDay(u"\\b"_s + month + u"\\s+(\\d{1,2})"_s + ordinal + u"\\s*,?\\s*(\\d{4})"_s,
                              anyCase);
     static const Re slashed(uR"((?<![\d/])(\d{1,2})/(\d{1,2})/(\d{4})(?![\d/]))"_s, anyCase);
+    static const Re slashedRange(u"(?<![\\d/])(\\d{1,2})/(\\d{1,2})/(\\d{4})"_s + to +
+                                     u"(\\d{1,2})/(\\d{1,2})/(\\d{4})(?![\\d/])"_s,
+                                 anyCase);
     static const Re monthYear(u"\\b"_s + month + u"\\s+(\\d{4})\\b"_s, anyCase);
+    static const Re weekRange(
+        uR"(\b(?:KW|Kalenderwoche|calendar\s+week|CW)\s*(\d{1,2})(?:\s*(?:-|–|bis|to)\s*)"
+        uR"((?:KW\s*|CW\s*)?(\d{1,2}))?(?:\s*[/.,]\s*|\s+)(\d{4})(?!\d))"_s,
+        anyCase);
 
     QString rest = line;
     QList<Span> taken;
-    auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false) {
+    auto add = [&](const Match& m, QDate start, QDate end, bool wholeMonth = false,
+                   bool sharedMonth = false) {
         const Span span{m.capturedStart(), m.capturedEnd()};
+        // No line a person writes holds more dates than this; the overlap test below stays cheap.
+        if (found.size() >= 100)
+            return;
         // "12. und 19. März" are two days; only "zwischen … und …" spans the time between.
         static const Re listed(uR"(\s(?:and|und)\s)"_s, anyCase);
         static const Re between(uR"((?:between|zwischen)\s+(?:dem\s+|the\s+)?$)"_s, anyCase);
+        // Two days in a row of one month are one stretch of work, though: "on 3 and 4 March".
         if (end.isValid() && listed.match(m.captured()).hasMatch() &&
-            !between.match(line.left(span.from)).hasMatch())
+            !between.match(line.left(span.from).right(30)).hasMatch() &&
+            !(sharedMonth && start.addDays(1) == end)) {
+            // Both days stay read, so that neither passes for the only one.
+            if (start.isValid() && end > start &&
+                std::none_of(taken.cbegin(), taken.cend(),
+                             [&](const Span& s) { return overlaps(s, span); })) {
+                taken.append(span);
+                found.append({start, {}, span, false});
+                found.append({end, {}, span, false});
+            }
             return;
+        }
         if (!start.isValid() || (end.isValid() && end < start) ||
             std::any_of(taken.cbegin(), taken.cend(), [&](const Span& s) { return overlaps(s, span); }))
             return;
@@ -137,6 +261,10 @@ QList<DateFound> datesIn(const QString& line)
         const QDate end(yearOf(m.captured(6)), m.captured(5).toInt(), m.captured(4).toInt());
         add(m, startBefore(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3), end), end);
     });
+    scan(dot && connected, dayRange, [&](const Match& m) {
+        const QDate end(yearOf(m.captured(4)), m.captured(3).toInt(), m.captured(2).toInt());
+        add(m, QDate(end.year(), end.month(), m.captured(1).toInt()), end, false, true);
+    });
     scan(months && connected, dayMonthToDayMonth, [&](const Match& m) {
         const QDate end(yearOf(m.captured(6)), monthNumber(m.captured(5)), m.captured(4).toInt());
         add(m, startBefore(m.captured(1).toInt(), monthNumber(m.captured(2)), m.captured(3), end), end);
@@ -144,13 +272,14 @@ QList<DateFound> datesIn(const QString& line)
     scan(months && connected, dayToDayMonth, [&](const Match& m) {
         const int monthValue = monthNumber(m.captured(3));
         const QDate end(yearOf(m.captured(4)), monthValue, m.captured(2).toInt());
-        add(m, QDate(end.year(), monthValue, m.captured(1).toInt()), end);
+        add(m, QDate(end.year(), monthValue, m.captured(1).toInt()), end, false, true);
     });
     scan(months && connected, monthDayRange, [&](const Match& m) {
         const int endMonth =
             m.captured(4).isEmpty() ? monthNumber(m.captured(1)) : monthNumber(m.captured(4));
         const QDate end(yearOf(m.captured(6)), endMonth, m.captured(5).toInt());
-        add(m, startBefore(m.captured(2).toInt(), monthNumber(m.captured(1)), m.captured(3), end), end);
+        add(m, startBefore(m.captured(2).toInt(), monthNumber(m.captured(1)), m.captured(3), end), end, false,
+            m.captured(4).isEmpty());
     });
     scan(dash, iso, [&](const Match& m) {
         add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()), {});
@@ -164,6 +293,22 @@ QList<DateFound> datesIn(const QString& line)
     scan(months, monthDay, [&](const Match& m) {
         add(m, QDate(yearOf(m.captured(3)), monthNumber(m.captured(1)), m.captured(2).toInt()), {});
     });
+    // "from 03/16/2026 to 03/18/2026": whichever date shows the order of day and month shows
+    // it for both.
+    scan(line.contains(u'/') && connected, slashedRange, [&](const Match& m) {
+        const int a1 = m.captured(1).toInt();
+        const int b1 = m.captured(2).toInt();
+        const int a2 = m.captured(4).toInt();
+        const int b2 = m.captured(5).toInt();
+        const bool dayFirst = a1 > 12 || a2 > 12;
+        const bool monthFirst = b1 > 12 || b2 > 12;
+        if (dayFirst == monthFirst)
+            return;
+        const int y1 = m.captured(3).toInt();
+        const int y2 = m.captured(6).toInt();
+        add(m, dayFirst ? QDate(y1, b1, a1) : QDate(y1, a1, b1),
+            dayFirst ? QDate(y2, b2, a2) : QDate(y2, a2, b2));
+    });
     scan(line.contains(u'/'), slashed, [&](const Match& m) {
         // 03/04/2026 is March in one country and April in another: only read it when the
         // numbers leave no choice.
@@ -174,14 +319,36 @@ QList<DateFound> datesIn(const QString& line)
         else if (b > 12 && a <= 12)
             add(m, QDate(m.captured(3).toInt(), a, b), {});
     });
+    // "KW 12/2026", "calendar week 12, 2026": Monday to Sunday of that week. Without its year
+    // a week number names no dates.
+    const bool weekWord = line.contains(u"KW"_s) || line.contains(u"CW"_s) ||
+                          line.contains(u"week"_s, Qt::CaseInsensitive) ||
+                          line.contains(u"woche"_s, Qt::CaseInsensitive);
+    scan(weekWord, weekRange, [&](const Match& m) {
+        const QDate first = mondayOfWeek(m.captured(3).toInt(), m.captured(1).toInt());
+        const QDate last = mondayOfWeek(
+            m.captured(3).toInt(), m.captured(2).isEmpty() ? m.captured(1).toInt() : m.captured(2).toInt());
+        if (first.isValid() && last.isValid())
+            add(m, first, last.addDays(6));
+    });
     scan(months, monthYear, [&](const Match& m) {
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
     });
+    // "am 03.03. und am 04.03.2026": a day without its year beside one with it is in that year,
+    // and makes two dates where one alone would be taken for the only one.
+    if (!found.isEmpty() && dot) {
+        static const Re yearless(uR"((?<![\d.])(\d{1,2})\.(\d{1,2})\.(?![\d]|\s?\d))"_s, sameCase);
+        const int year = found.first().start.year();
+        scan(true, yearless,
+             [&](const Match& m) { add(m, QDate(year, m.captured(2).toInt(), m.captured(1).toInt()), {}); });
+    }
     std::sort(found.begin(), found.end(),
               [](const DateFound& a, const DateFound& b) { return a.span.from < b.span.from; });
     return found;
 }
+
+} // namespace
 
 QList<Span> dateSpans(const QList<DateFound>& dates, qsizetype offset)
 {
@@ -211,16 +378,33 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(durchgeführt|vor\s+Ort|Beratung|Coaching|Shooting|Fotoshooting|Dreh|Veranstaltung|Messe|)"
         uR"(Konferenz|Vortrag|Moderation|Event|Installation|Wartung|stattgefunden|fand|findet|)"
         uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
-        uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held)\b)"_s,
+        uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held|logged|)"
+        uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
+        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b)"_s,
         anyCase);
     static const Re negative(
         uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
         uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
         uR"(überwiesen|payment|payable|paid|\bdue\b|spätestens|Frist|deadline|Urlaub|vacation|)"
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
-        uR"(geboren|Liefertermin|nächste|next|geplant|planned|bis\s+zum|\bby\b|until|before|)"
-        uR"(\bvor\s+dem|\bab\s+dem|\bab\b|starting|erhalten|received)"_s,
+        uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received|\bplan(?:en|e|t|s)?\b|)"
+        uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming|\bsent\b|geschickt|verschickt|)"
+        uR"(\bsoll(?:en|te)?\b|\bshall\b|\bgoing\s+to\b|\bto\s+be\b)"_s,
         anyCase);
+    // Words that set a limit or a start only when they stand right before the date: "ab dem
+    // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
+    // another clause.
+    static const Re limit(uR"((?:bis\s+zum|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
+                          uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
+                          anyCase);
+    // A month counts as the period only where it says when the work was done or what is billed:
+    // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
+    static const Re monthLead(uR"(\b(?:im|in|for|für|during|während|over|Monat|month\s+of|Monats?)\s+)"
+                              uR"((?:(?:den|the)\s+)?$)"_s,
+                              anyCase);
+    static const Re subject(uR"(^(?:Re|AW|Betreff|Subject)\s*:.*[,–-]\s*$)"_s, anyCase);
+    static const Re billed(uR"(rechn|invoice|\bbill|abrechn|verrechn|berechn|angefallen|logged|spent)"_s,
+                           anyCase);
     static const Re labelOnly(uR"(:\s*$)"_s, sameCase);
     static const Re sentLine(uR"(^(?:Datum|Date|Gesendet|Sent)\s*:)"_s, anyCase);
 
@@ -233,6 +417,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     std::optional<Candidate> labelled;
     QList<Candidate> ranges;
     QList<Candidate> singles;
+    QList<Candidate> monthsWorked;
     for (int i = 0; i < lines.size(); ++i) {
         const QString& line = lines[i].plain;
         const QList<DateFound>& dates = lines[i].dates;
@@ -243,18 +428,29 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
                                    labelOnly.match(lines[i - 1].plain).hasMatch();
         for (const DateFound& date : dates) {
-            const QString before = line.left(date.span.from);
+            // What stands before the date, as far back as a label may stand; the whole of it only
+            // near the start of the line.
+            const qsizetype reach = std::max<qsizetype>(0, date.span.from - 200);
+            const QString before = line.mid(reach, date.span.from - reach);
             const QString window = before.right(40);
-            if (negative.match(window).hasMatch())
+            if (negative.match(window).hasMatch() || limit.match(window).hasMatch())
                 continue;
             const Candidate candidate{date.start, date.end, date.wholeMonth};
-            if (strong.match(before).hasMatch() || previousLabel) {
+            // The label stands at most a sentence or so before its date.
+            if (strong.match(before.right(160)).hasMatch() || previousLabel) {
                 if (!labelled)
                     labelled = candidate;
                 continue;
             }
-            if (date.wholeMonth)
+            if (date.wholeMonth) {
+                // "im März 2026 findet unser Sommerfest statt" names an event, not work billed.
+                const bool subjectLine = reach == 0 && subject.match(before).hasMatch();
+                if ((monthLead.match(window).hasMatch() &&
+                     (itemLines.contains(i) || billed.match(line).hasMatch())) ||
+                    (subjectLine && work.match(line).hasMatch()))
+                    monthsWorked.append(candidate);
                 continue;
+            }
             if (!work.match(line).hasMatch() && !itemLines.contains(i))
                 continue;
             (date.end.isValid() ? ranges : singles).append(candidate);
@@ -273,6 +469,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         chosen = onlyOne(ranges);
     if (!chosen && ranges.isEmpty())
         chosen = onlyOne(singles);
+    if (!chosen && ranges.isEmpty() && singles.isEmpty())
+        chosen = onlyOne(monthsWorked);
     if (!chosen)
         return {};
     const QString format = u"yyyy-MM-dd"_s;

@@ -23,7 +23,15 @@ struct DateFound
     bool wholeMonth = false; // "März 2026": only read where a service period is named
 };
 
-QList<DateFound> datesIn(const QString& line);
+// With a year from elsewhere in the text, dates written without one ("vom 3. bis 7. März",
+// "March 3–7", "KW 12", "im Februar") are read in that year.
+QList<DateFound> datesIn(const QString& line, int defaultYear = 0);
+
+// The same, but nothing when the line has no date without its year.
+std::optional<QList<DateFound>> datesWithYear(const QString& line, int defaultYear);
+
+// The year of the first date in the lines that states one, 0 when none does.
+int yearStated(const QList<TextLine>& lines);
 
 // The spans of the dates in a line, for the text from offset on.
 QList<Span> dateSpans(const QList<DateFound>& dates, qsizetype offset = 0);

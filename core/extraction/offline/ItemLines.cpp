@@ -93,9 +93,10 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re symbols(uR"([€$£])"_s, sameCase);
     static const Re emptyParentheses(uR"(\(\s*[,;]?\s*\))"_s, sameCase);
     static const Re edges(uR"(^[\s:;,\-–—=|/@*(+]+|[\s:;,\-–—=|/@*(+]+$)"_s, sameCase);
-    static const Re danglingWord(uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von)$)"_s,
-                                 anyCase);
-    static const Re leadingWord(uR"(^(?:à|á|x|×|@)(?:\s|$))"_s, anyCase);
+    static const Re danglingWord(
+        uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on)$)"_s, anyCase);
+    static const Re leadingWord(
+        uR"(^(?:à|á|x|×|@|(?:of|for|für)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s, anyCase);
     QString text = masked(line, spans);
     text.replace(fillers, u" "_s);
     text.replace(symbols, u" "_s);
@@ -111,6 +112,12 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
         if (text == before)
             break;
     }
+    // "Honorar: 1.800 € netto für den Vortrag": the label prices, the words after it name the work.
+    static const Re labelled(
+        uR"(^([\p{L} ]{2,30}):\s+(?:(?:für|fuer|for)\s+(?:(?:den|die|das|the)\s+)?)?(\S.*)$)"_s, anyCase);
+    if (const Match m = text.contains(u':') ? labelled.match(text) : Match();
+        m.hasMatch() && isLabelOnlyDescription(m.captured(1).trimmed()))
+        text = m.captured(2);
     if (text.count(u'(') != text.count(u')'))
         text.remove(u'(').remove(u')');
     text = text.simplified();
@@ -118,6 +125,21 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
         return {};
     return text;
 }
+
+namespace {
+
+// Words that only say what a count counts: "3.000 Wörter", "120 km".
+const Re& countNoun()
+{
+    static const Re pattern(
+        uR"(\s(?:Wörter|Worte|words|Seiten|pages|Zeilen|lines|Normseiten|Minuten|minutes|)"
+        uR"(mins?|km|Kilometer|kilometres|kilometers|miles|Fotos|photos|Bilder|images|Stück|)"
+        uR"(Stk|pcs)\.?$)"_s,
+        anyCase);
+    return pattern;
+}
+
+} // namespace
 
 std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& money, bool pricedPerUnit)
 {
@@ -165,8 +187,9 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
             if (number.isEmpty())
                 number = m.captured(group);
         const auto value = parseNumber(number);
-        if (clear(span) && value && *value > 0)
-            return Quantity{*value, std::nullopt, span};
+        if (!clear(span) || !value || *value <= 0)
+            continue;
+        return Quantity{*value, std::nullopt, span};
     }
     if (!pricedPerUnit)
         return std::nullopt;
@@ -175,15 +198,19 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         const Match m = things.next();
         const Span span{m.capturedStart(), m.capturedEnd()};
         const auto value = parseNumber(m.captured(u"m"_s));
-        if (clear(span) && value && *value > 0)
-            return Quantity{*value, std::nullopt, span};
+        if (!clear(span) || !value || *value <= 0)
+            continue;
+        // "3.000 Wörter" counts words; in "250 printed catalogues" the words name the thing.
+        if (!countNoun().match(m.captured()).hasMatch())
+            return Quantity{*value, std::nullopt, {m.capturedStart(u"m"_s), m.capturedEnd(u"m"_s)}};
+        return Quantity{*value, std::nullopt, span};
     }
     return std::nullopt;
 }
 
 PricedMoney priceRole(const QString& text, const Money& money)
 {
-    static const Re perUnitBefore(uR"((?:^|[\s\d.])(?:à|á|@|je|zu\s+je|zu|at|each|per|pro|[x×])\s*$)"_s,
+    static const Re perUnitBefore(uR"((?:^|[\s\d.(])(?:à|á|@|je|zu\s+je|zu|at|each|per|pro|[x×])\s*$)"_s,
                                   anyCase);
     static const Re germanA(uR"((?:\d|Std\.?|Stunden?|h|Tage?|x)\s+a\s*$)"_s, anyCase);
     static const Re perUnitAfter(

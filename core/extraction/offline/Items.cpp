@@ -399,7 +399,16 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         const bool columned = raw.contains(u'\t') || raw.contains(u'|') || raw.contains(u"  "_s) ||
                               raw.count(u';') >= 2 || raw.count(u',') >= 2;
         const bool byWords = !columned && raw.count(u' ') >= 3;
-        if (const auto columns = columned || byWords ? tableHeader(raw, &headerCurrency) : std::nullopt) {
+        // A header names its columns; a line with an amount of money in it is a row or a sentence.
+        std::optional<QList<HeaderColumn>> columns =
+            columned || byWords ? tableHeader(raw, &headerCurrency) : std::nullopt;
+        if (columns) {
+            const QList<Money> amounts = moneyIn(plain);
+            if (std::any_of(amounts.cbegin(), amounts.cend(),
+                            [](const Money& m) { return !m.currency.isEmpty(); }))
+                columns.reset();
+        }
+        if (columns) {
             const bool aligned =
                 !raw.contains(u'\t') && !raw.contains(u'|') && !raw.contains(u';') && !raw.contains(u',');
             int j = i + 1;

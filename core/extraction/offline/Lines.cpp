@@ -41,9 +41,14 @@ QList<TextLine> prepareLines(const QString& input)
     static const Re fromHeader(uR"(^(?:Von|From)\s*:)"_s, anyCase);
     static const Re sentHeader(uR"(^(?:Gesendet|Sent|Datum|Date)\s*:)"_s, anyCase);
 
+    // "FYI, see below": a note that passes on the message under it, which is the one to read.
+    static const Re passesOn(uR"(\b(?:FYI|see\s+below|below|siehe\s+unten|unten|zur\s+Info|z\.\s?K\.|)"
+                             uR"(forwarding|leite\s+.{0,20}weiter|weitergeleitet)\b)"_s,
+                             anyCase);
     const QStringList rawLines = text.split(u'\n');
     QList<TextLine> lines;
     bool content = false; // whether the writer's own words came before
+    bool passing = false; // whether they only pass on what follows
     for (qsizetype i = 0; i < rawLines.size(); ++i) {
         const QString raw = rawLines[i].trimmed();
         if (raw.startsWith(u'>'))
@@ -52,8 +57,12 @@ QList<TextLine> prepareLines(const QString& input)
         // A marker above everything else heads a message pasted whole, not a quoted one.
         if ((plain.startsWith(u"Am "_s) || plain.startsWith(u"On "_s) || plain.startsWith(u'-')) &&
             replyMarker.match(plain).hasMatch()) {
-            if (content)
+            if (content && !passing)
                 break;
+            if (passing) {
+                lines.clear();
+                content = passing = false;
+            }
             continue;
         }
         if (forwardMarker.match(plain).hasMatch()) {
@@ -68,10 +77,20 @@ QList<TextLine> prepareLines(const QString& input)
             if (quoted)
                 break;
         }
-        if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch()))
+        if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch())) {
+            const bool digits =
+                std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); });
+            passing = (content ? passing : true) && !digits && plain.size() < 120 && lines.size() < 4 &&
+                      (passing || passesOn.match(plain).hasMatch());
             content = true;
+        }
         lines.append({raw, plain, datesIn(plain)});
     }
+    // Dates without their year take the one the text states first.
+    if (const int year = yearStated(lines))
+        for (TextLine& line : lines)
+            if (auto dates = datesWithYear(line.plain, year))
+                line.dates = std::move(*dates);
     return lines;
 }
 
@@ -98,6 +117,33 @@ QList<TextLine> quotedLines(const QString& input)
             lines.append({raw, plain, datesIn(plain)});
         }
     }
+    return lines;
+}
+
+QList<TextLine> ownQuotedLines(const QString& input)
+{
+    QList<TextLine> lines;
+    for (const QString& rawLine : QString(input).replace(u'\r', u'\n').split(u'\n')) {
+        const QString line = rawLine.trimmed();
+        qsizetype at = 0;
+        int depth = 0;
+        for (; at < line.size() && (line[at] == u'>' || line[at].isSpace()); ++at)
+            depth += line[at] == u'>';
+        const QString raw = line.mid(at);
+        if (depth == 0 || depth % 2 != 0) {
+            // Keep the blocks apart: another writer's lines end a signature.
+            if (!lines.isEmpty() && !lines.last().plain.isEmpty())
+                lines.append(TextLine{});
+            continue;
+        }
+        const QString plain = raw.simplified();
+        lines.append({raw, plain, datesIn(plain)});
+    }
+    // Dates without their year take the one the text states first.
+    if (const int year = yearStated(lines))
+        for (TextLine& line : lines)
+            if (auto dates = datesWithYear(line.plain, year))
+                line.dates = std::move(*dates);
     return lines;
 }
 

@@ -25,4 +25,8 @@ QList<TextLine> prepareLines(const QString& input);
 // so abrechnen." above the offer it agrees to).
 QList<TextLine> quotedLines(const QString& input);
 
+// The lines quoted twice (">> "), four times and so on: in a reply to a reply they are the
+// writer's own earlier words, where a signature left out of the reply may stand.
+QList<TextLine> ownQuotedLines(const QString& input);
+
 } // namespace OfflineExtraction

@@ -86,7 +86,7 @@ const Re& moneyPattern()
         uR"(\d+(?:[.,]\d{1,2})?)(?![\d%])(?<dash>[.,]\s?[-–—]{1,2})?)"
         uR"((?:\s?(?<post>€|EUR\b|Euro\b|EURO\b|USD\b|US\$|\$|£|GBP\b|CHF\b|SFr\.|Fr\.|Franken\b|)"
         uR"(pounds?\b|Pfund\b|dollars?\b|Dollar\b|US-Dollar\b|francs?\b|)"
-        uR"([A-Z]{3}\b))?)"_s,
+        uR"([A-Z]{3}\b|(?<sub>pence\b|p\b|Cent\b|cents?\b|ct\b|Rappen\b|Rp\.)))?)"_s,
         sameCase);
     return pattern;
 }
@@ -101,15 +101,26 @@ QList<Money> moneyIn(const QString& text)
     auto it = moneyPattern().globalMatch(text);
     while (it.hasNext()) {
         const Match m = it.next();
-        const auto value = parseNumber(m.captured(u"num"_s));
+        std::optional<double> value = parseNumber(m.captured(u"num"_s));
         if (!value)
             continue;
+        // "12p a word", "30 Cent pro km": a hundredth of the currency, which pence and Rappen name.
+        const QString sub = m.captured(u"sub"_s).toLower();
+        if (!sub.isEmpty()) {
+            if (!m.captured(u"pre"_s).isEmpty() || m.captured(u"num"_s).size() > 3)
+                continue;
+            value = std::round(*value) / 100;
+        }
         Money money;
         money.value = *value;
         money.span = {m.capturedStart(), m.capturedEnd()};
         money.currency = currencyCode(m.captured(u"pre"_s));
         if (money.currency.isEmpty())
             money.currency = currencyCode(m.captured(u"post"_s));
+        if (sub == u"p" || sub == u"pence")
+            money.currency = u"GBP"_s;
+        else if (sub == u"rappen" || sub == u"rp.")
+            money.currency = u"CHF"_s;
         money.dash = m.hasCaptured(u"dash"_s) && !m.captured(u"dash"_s).isEmpty();
         const QString number = m.captured(u"num"_s);
         const qsizetype last = std::max(number.lastIndexOf(u'.'), number.lastIndexOf(u','));

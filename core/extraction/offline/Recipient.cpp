@@ -41,7 +41,7 @@ const QHash<QString, std::pair<Role, int>>& labels()
             u"event location|meeting point"_s);
         add(Role::name, 0,
             u"name|ansprechpartner|ansprechpartnerin|kontakt|contact|contact person|kontaktperson|z hd|zhd|"
-            u"zu händen|attn|attention|vorname nachname|full name|ihr name|your name"_s);
+            u"zu händen|z h|zh|attn|attention|vorname nachname|full name|ihr name|your name"_s);
         add(Role::company, 0,
             u"firma|unternehmen|company|firmenname|company name|organisation|organization|business|"
             u"business name"_s);
@@ -79,8 +79,38 @@ QStringList commaParts(const QString& text)
 {
     static const Re stateAndZip(uR"(^(?:[A-Z]{2}\s+\d{5}(?:-\d{4})?|[A-Z]{2}\s+[A-Z]\d[A-Z]\s?\d[A-Z]\d)$)"_s,
                                 sameCase);
-    QStringList parts;
+    // An address written into a sentence: "… for travel. Address is 815 Pine Street, Seattle,
+    // WA 98101. Thanks!" The sentences around it are pieces of their own.
+    static const Re sentenceEnd(uR"((?:(?<=\p{Ll}{4})|(?<=\d))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
+    static const Re leadIn(uR"(^(?:(?:our|the|my|unsere?|die|meine)\s+)?(?:(?:billing|postal|invoice|)"
+                           uR"(mailing)\s+)?(?:address|Adresse|Anschrift)\s*(?:is|ist|lautet|:)\s*)"_s,
+                           anyCase);
+    // Only a text with a postcode's digits (or a British one's letter and digit) holds an address.
+    int run = 0;
+    bool addressLike = false;
+    for (qsizetype i = 0; i < text.size() && !addressLike; ++i) {
+        run = text[i].isDigit() ? run + 1 : 0;
+        addressLike = run >= 3 || (i > 0 && text[i].isDigit() && text[i - 1].isUpper());
+    }
+    QStringList pieces;
     for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
+        qsizetype from = 0;
+        const bool ends =
+            addressLike && (piece.contains(u'.') || piece.contains(u'!') || piece.contains(u'?'));
+        for (auto it = ends ? sentenceEnd.globalMatch(piece) : QRegularExpressionMatchIterator();
+             it.isValid() && it.hasNext();) {
+            const Match m = it.next();
+            pieces.append(piece.mid(from, m.capturedStart() - from));
+            from = m.capturedEnd();
+        }
+        QString rest = piece.mid(from);
+        if (rest.contains(u"dress"_s, Qt::CaseInsensitive) || rest.contains(u"nschrift"_s))
+            if (const Match m = leadIn.match(rest.trimmed()); m.hasMatch())
+                rest = rest.trimmed().mid(m.capturedLength());
+        pieces.append(rest);
+    }
+    QStringList parts;
+    for (const QString& piece : std::as_const(pieces)) {
         const QString trimmed = piece.trimmed();
         if (trimmed.isEmpty())
             continue;
@@ -284,12 +314,16 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
             setOnce(r.state, t);
             break;
         case Role::email:
-            break;
+        case Role::postcode:
+        case Role::city:
+        case Role::postcodeCity:
+            break; // the fields of a form, read above
         default:
             taken = false;
         }
         if (!taken) {
-            if (isClosing(t) || isContactLine(t) || isProse(t))
+            // "Rue du Lac 10" reads like words of a sentence ("du") but is a street.
+            if (isClosing(t) || isContactLine(t) || (isProse(t) && (haveStreet || !isStreet(t))))
                 break;
             if (!haveStreet && !r.addressLineTwo && isLineTwo(t)) {
                 r.addressLineTwo = t;
@@ -413,8 +447,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     std::optional<QString> signerCompany;
     // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
     static const Re signedLine(
-        uR"(^(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|Cheers|Thanks|)"
-        uR"(Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+(.+)$)"_s,
+        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|)"
+        uR"(Cheers|Thanks|Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+([^.!?]+)$)"_s,
         anyCase);
     int signedAt = -1;
     for (int i = closing + 1; i < entries.size(); ++i)
@@ -432,6 +466,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             ++j;
         bool first = true;
         for (int steps = 0; j < entries.size() && steps < 6 && !entries[j].isBlank(); ++j, ++steps) {
+            if (entries[j].opens)
+                break; // "für die Rechnung: …" below the name is another's address
             QString t = entries[j].text;
             // "CTO, Trailhead Apps LLC": the office before the business.
             if (const qsizetype comma = t.indexOf(u", "_s);
@@ -454,16 +490,18 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     // who signs belongs to it; under "Rechnungsadresse:" or "Kunde:" it is only when the
     // signature names the same business.
     const bool writersAddress =
-        chosen &&
-        (chosen->score == 0 || chosen->score == ownAddressLabel || (closing >= 0 && chosen->top > closing) ||
-         (signerCompany && chosen->recipient.businessName == signerCompany));
+        chosen && (chosen->score == 0 || chosen->score == ownAddressLabel ||
+                   (closing >= 0 && chosen->top > closing && chosen->score != billingLabel) ||
+                   (signerCompany && chosen->recipient.businessName == signerCompany));
     if (!chosen || writersAddress) {
         if (signer)
             setOnce(r.name, *signer);
         if (signerCompany)
             setOnce(r.businessName, *signerCompany);
-    } else if (chosen->score == billingLabel && signer && !signerCompany) {
-        // Whoever asks for the invoice to go to an address without a person speaks for it.
+    } else if (chosen->score == billingLabel && signer && !signerCompany && chosen->top < closing) {
+        // Whoever asks for the invoice to go to an address without a person speaks for it; a
+        // billing address added below the signature ("(für die Rechnung: …)") is passed on by
+        // someone else.
         setOnce(r.name, *signer);
     }
 
@@ -523,17 +561,45 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     if (!r.businessName) {
         static const Re asks(uR"(invoice|Rechnung|\bbill)"_s, anyCase);
         static const Re named(
-            uR"((?:^|\s)(?:to|an|for|für)\s+(?:die\s+|der\s+|the\s+)?((?:\p{Lu}[\p{L}\d&.'’\-]*,?\s+){1,5}?)"
-            uR"((?:GmbH|AG|KG|OHG|UG|e\.\s?V\.|LLC|LLP|Ltd\.?|Inc\.?|Co\.|B\.V\.|SARL|SE|PLC|plc))(?=$|[\s,.;:)!?]))"_s,
+            uR"((?:^|\s)(?:to|an|for|für|invoice|bill|auf)\s+(?:die\s+|der\s+|the\s+)?(?:Firma\s+)?)"
+            uR"(((?:(?:\p{Lu}[\p{L}\d&.'’\-]*|&),?\s+){1,5}?)"
+            uR"((?:GmbH(?:\s+&\s+Co\.\s?KG)?|AG|KG|OHG|UG|e\.\s?V\.|e\.\s?K\.|e\.\s?U\.|OG|GbR|PartG(?:\s+mbB)?|)"
+            uR"(mbB|LLC|LLP|PLLC|Ltd\.?|Limited|Inc\.?|Corp\.?|Co\.|B\.V\.|N\.V\.|SARL|Sàrl|SAS|S\.A\.|SE|)"
+            uR"(PLC|plc|AB|Partner|Sons|Söhne))(?=$|[\s,.;:)!?]))"_s,
             sameCase);
         static const Re attention(uR"((?:attention|attn\.?|z\.\s?Hd\.?)\s+(.+?)(?=[.,;]|$))"_s, anyCase);
         for (const Entry& e : entries) {
+            // "… send the invoice to Brightwater Labs LLC: USD 2,500.00 for …": the business the
+            // sentence asks the invoice to go to, the words after it being the items.
+            if (e.opens && e.score == billingLabel) {
+                const QString asked = e.text.section(u':', 0, 0).trimmed();
+                if (asked.size() < e.text.size() && hasLegalForm(asked) && asked.count(u' ') <= 5) {
+                    r.businessName = asked;
+                    break;
+                }
+            }
             if (e.role != Role::none || !asks.match(e.text).hasMatch())
                 continue;
             const Match m = named.match(e.text);
             if (!m.hasMatch())
                 continue;
-            r.businessName = (m.captured(1) + m.captured(2)).trimmed();
+            // The shortest name that ends in a legal form may go on with another: "Smith & Sons
+            // Ltd", "Roth & Partner mbB".
+            static const Re further(uR"(^\s+(Ltd\.?|Limited|mbB|GmbH|KG|LLC|LLP|Inc\.?|PLC|plc|AG))"
+                                    uR"((?=$|[\s,.;:)!?]))"_s,
+                                    sameCase);
+            QString business = (m.captured(1) + m.captured(2)).trimmed();
+            for (qsizetype at = m.capturedEnd(), round = 0; round < 2; ++round) {
+                const Match more = further.match(e.text.mid(at, 16));
+                if (!more.hasMatch())
+                    break;
+                business += u' ' + more.captured(1);
+                at += more.capturedLength();
+            }
+            // "Partner", "Sons" end a name only after "&".
+            if (!hasLegalForm(business))
+                continue;
+            r.businessName = business;
             if (const Match a = attention.match(e.text.mid(m.capturedEnd())); a.hasMatch() && !r.name)
                 if (const auto name = personName(a.captured(1)))
                     r.name = name;

@@ -1,5 +1,6 @@
 #include "extraction/offline/Sentences.h"
 
+#include "extraction/offline/Addresses.h"
 #include "extraction/offline/Text.h"
 
 #include <QHash>
@@ -45,7 +46,10 @@ bool endsPhrase(const QString& token)
         u"will wird werden would could can kann kannst können möchten möchte ersuchen ersuche um "
         u"freigeben beauftragen beauftragt ok okay passt january february march april may june july "
         u"august september october november december januar februar märz mai juni juli oktober "
-        u"dezember"_s);
+        u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
+        u"lasted totalled totaled covered folgende following hiermit hereby gestern heute morgen yesterday "
+        u"today "
+        u"tomorrow"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -67,8 +71,11 @@ const Re& trailingConnector()
     static const Re pattern(
         uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
+        uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
+        uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another|in|im))+$)"_s,
+        uR"(further|additional|another|in|im|an))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -76,6 +83,9 @@ const Re& trailingConnector()
 QString trimmedPhrase(QString text)
 {
     static const Re edges(uR"(^[\s,;:.!?\-–—=/@*+]+|[\s,;:.!?\-–—=/@*+]+$)"_s, sameCase);
+    // What is left of "(12.–13. März 2026)" once the date is read.
+    static const Re emptyParentheses(uR"(\(\s*\))"_s, sameCase);
+    text.replace(emptyParentheses, QString());
     for (int round = 0; round < 4; ++round) {
         const QString before = text;
         text = text.simplified();
@@ -100,8 +110,15 @@ QString phraseFromStart(const QString& text)
     if (comma >= 0)
         phrase.truncate(comma);
     QStringList kept;
-    for (const QString& token : phrase.split(u' ', Qt::SkipEmptyParts)) {
+    const QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
+    for (qsizetype k = 0; k < tokens.size(); ++k) {
+        const QString& token = tokens[k];
         if (endsPhrase(token))
+            break;
+        // "the Q1 sessions to Bright Path Consulting LLC": the rest is who gets the invoice.
+        static const QSet<QString> towards = wordSet(u"to an at bei für for"_s);
+        if (k > 0 && towards.contains(token.toLower()) && k + 1 < tokens.size() &&
+            tokens[k + 1][0].isUpper() && hasLegalForm(tokens.mid(k + 1).join(u' ')))
             break;
         kept.append(token);
     }
@@ -134,7 +151,7 @@ bool usable(const QString& description)
 {
     static const QSet<QString> connectors =
         wordSet(u"für fuer for of von mit with zu at je à the die der das den dem des a an und and weitere "
-                u"further additional another plus sowie also"_s);
+                u"further additional another plus sowie also in im as als"_s);
     const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
     if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
         return false;
@@ -144,7 +161,7 @@ bool usable(const QString& description)
 }
 
 // "three social media crops at £45 each": a count in words, only beside a price for each one.
-std::optional<double> countInWords(QString& description)
+std::optional<double> countInWords(QString& description, std::optional<ExtractedUnit>* unit = nullptr)
 {
     static const QHash<QString, double> numbers = {
         {u"one"_s, 1},     {u"two"_s, 2},    {u"three"_s, 3}, {u"four"_s, 4}, {u"five"_s, 5},
@@ -160,7 +177,46 @@ std::optional<double> countInWords(QString& description)
     if (found == numbers.constEnd())
         return std::nullopt;
     description = description.mid(space + 1);
+    // "three days of copywriting": the unit comes with the count.
+    static const Re unitWord(uR"(^(\p{L}+)\s+(?:of\s+|für\s+)?(?=\S))"_s, anyCase);
+    if (const Match m = unitWord.match(description); m.hasMatch() && unit) {
+        const std::optional<ExtractedUnit> named = unitFromWord(m.captured(1));
+        if (named && *named != ExtractedUnit::lumpSum) {
+            *unit = named;
+            description = description.mid(m.capturedEnd());
+        }
+    }
     return *found;
+}
+
+// "flat fee", "Pauschale": how the work is priced, not what it is.
+bool isLumpSumLabel(const QString& text)
+{
+    static const Re label(
+        uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
+        anyCase);
+    return label.match(text.trimmed()).hasMatch();
+}
+
+// The work named where a lump sum is priced: "the test report as a flat fee of 300 EUR", or the
+// thing asked to be billed, "Please invoice the logo design we agreed on, flat fee $600".
+QString namedBeforeLumpSum(const QString& clause)
+{
+    static const Re label(uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
+                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}]))"_s,
+                          anyCase);
+    static const Re billingVerb(uR"(\b(?:invoice|bill|charge)\s+(?:us\s+(?:for\s+)?)?)"_s, anyCase);
+    const Match m = label.match(clause);
+    if (!m.hasMatch())
+        return {};
+    const QString before = clause.left(m.capturedStart());
+    QString named = phraseToEnd(before);
+    if (!named.isEmpty() && !isLumpSumLabel(named))
+        return named;
+    if (const Match verb = billingVerb.match(before); verb.hasMatch())
+        named = phraseFromStart(before.mid(verb.capturedEnd()));
+    return isLumpSumLabel(named) ? QString() : named;
 }
 
 struct ClauseText
@@ -192,14 +248,74 @@ qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsi
     return from;
 }
 
+// The work a sentence without a price names for the one beside it: "Thanks for the logo
+// redesign. Please invoice EUR 1,200." or "Please invoice 1,500 USD. It covers the website audit."
+QString workNamedIn(const QString& sentence, bool before)
+{
+    static const Re forWork(uR"((?:^|\s)(?:for|für|fuer)\s+(?=\S))"_s, anyCase);
+    static const Re covers(uR"(^\s*(?:It|This|That|Das|Es|Dies|Sie)\s+(?:covers|is\s+for|was\s+for|betrifft|)"
+                           uR"(ist\s+für|war\s+für|deckt)\s+)"_s,
+                           anyCase);
+    static const Re praise(
+        uR"(^(?:(?:great|tolle[nmrs]?|schöne[nmrs]?|super|lovely|wonderful|excellent|gute[nmrs]?|)"
+        uR"(quick|schnelle[nmrs]?|wunderbare[nmrs]?|fantastic|amazing|prompt)\s+)+)"_s,
+        anyCase);
+    static const QSet<QString> vague = wordSet(
+        u"reply replies message mail email e-mail answer call help time feedback info information update "
+        u"patience work job nachricht antwort rückmeldung anruf hilfe geduld arbeit mühe infos "
+        u"zusammenarbeit "
+        u"collaboration cooperation offer angebot quote invoice rechnung visit besuch"_s);
+    QString named;
+    if (before) {
+        Match last;
+        for (auto it = forWork.globalMatch(sentence); it.hasNext();)
+            last = it.next();
+        if (!last.hasMatch())
+            return {};
+        named = sentence.mid(last.capturedEnd());
+    } else {
+        const Match m = covers.match(sentence);
+        if (!m.hasMatch())
+            return {};
+        named = sentence.mid(m.capturedEnd());
+    }
+    named = trimmedPhrase(named);
+    named.remove(praise);
+    named = phraseFromStart(named);
+    for (const QString& word : named.toLower().split(u' ', Qt::SkipEmptyParts))
+        if (vague.contains(word))
+            return {};
+    return usable(named) ? named : QString();
+}
+
+// "We'd like …", "Wir bestellen …": a sentence that orders things.
+bool orders(const QString& sentence)
+{
+    static const Re ordering(
+        uR"(\b(?:we'?d\s+like|we\s+would\s+like|we\s+need|we'?ll\s+take|we\s+want|)"
+        uR"(please\s+(?:send|supply|deliver)|order|bestell\w*|hätten\s+gerne?|möchten|benötigen|)"
+        uR"(brauchen|liefern\s+Sie)\b)"_s,
+        anyCase);
+    return ordering.match(sentence).hasMatch();
+}
+
+// The sentences around the one with the price, read for the work only where it names none.
+struct Beside
+{
+    QString before;
+    QString after;
+};
+
 std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& lead, int lineIndex,
-                                        const ItemContext& context, bool billing)
+                                        const ItemContext& context, bool billing, const Beside& aside = {},
+                                        bool ordered = false)
 {
     static const Re elsewhere(
         uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
         uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
         uR"(überwiesen|bezahlt|paid|refund|Erstattung)\b)"_s,
         anyCase);
+    static const Re eachWord(uR"(^\s*(?:each|apiece|je\s+Stück|pro\s+Stück)(?![\p{L}]))"_s, anyCase);
     if (elsewhere.match(clause).hasMatch())
         return std::nullopt;
     const QList<PricedMoney> prices = pricesIn(clause, context.documentCurrency);
@@ -220,6 +336,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (quantity) {
         draft.item.quantity = quantity->value;
         draft.item.unit = quantity->unit;
+        draft.times = quantity->times; // "2 x Website audit 450.00 EUR": the price is for each
     }
     if (!draft.item.unit && price.unit)
         draft.item.unit = price.unit;
@@ -227,6 +344,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     // What was done: between the quantity and the price ("4 days of consulting at"), after the
     // price ("$2,000 for the prototype"), or before both ("the illustration … is £750").
     static const Re forPhrase(uR"(^\s*(?:netto\s+|net\s+)?(?:for|für)\s+)"_s, anyCase);
+    static const Re forBefore(uR"((?:^|\s)(?:für|fuer)(?:\s+weitere)?\s*$)"_s, anyCase);
+    static const Re article(uR"(\s(?:die|den|das|dem)\s+(?=\p{Lu}))"_s, sameCase);
     static const Re forInside(uR"((?:^|\s)(?:for|für)\s+(?=\S))"_s, anyCase);
     const Span priceSpan = price.span;
     QString description;
@@ -248,9 +367,46 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         if (const Match m = forInside.match(before); m.hasMatch())
             description = phraseFromStart(before.mid(m.capturedEnd()));
     }
+    if ((description.isEmpty() || !usable(description)) && !quantity &&
+        forBefore.match(clause.left(price.money.span.from)).hasMatch()) {
+        description.clear();
+        // "für 480,00 € netto haben Sie uns die Broschüre gesetzt": the nouns after the article,
+        // up to the verb that ends the clause.
+        if (const Match m = article.match(clause, priceSpan.to); m.hasMatch()) {
+            QStringList nouns;
+            for (const QString& token : clause.mid(m.capturedEnd()).split(u' ', Qt::SkipEmptyParts)) {
+                if (!token[0].isUpper() && !(nouns.size() > 0 && (token == u"der" || token == u"des")))
+                    break;
+                nouns.append(token);
+            }
+            while (!nouns.isEmpty() && !nouns.last()[0].isUpper())
+                nouns.removeLast();
+            if (!nouns.isEmpty() && nouns.size() <= 5 &&
+                clause.mid(m.capturedEnd()).count(u' ') >= nouns.size())
+                description = trimmedPhrase(nouns.join(u' '));
+        }
+    }
+    if (description.isEmpty() && !quantity) {
+        // "plus EUR 240 travel": a few words right after the price, ending the clause.
+        static const Re asking(
+            uR"(Rechnung|invoice|\bbill|abrechn|verrechn|berechn|agreed|vereinbart|besprochen|)"
+            uR"(discussed|please|bitte)"_s,
+            anyCase);
+        const QString after = trimmedPhrase(clause.mid(priceSpan.to));
+        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch())
+            description = phraseFromStart(after);
+    }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
         description =
             phraseFromStart(clause.mid(quantity->span.to)); // "1.250 € pro Tag, also 3 Tage Coaching"
+    if (description.isEmpty() && quantity && !quantity->unit) {
+        // "2 Übersetzungen à 180 EUR": nothing else names the work but the word counted.
+        static const Re counted(uR"(^[\d.,']+\s+(\p{L}[\p{L}\-]{2,})\s*$)"_s, sameCase);
+        if (const Match m = counted.match(
+                clause.mid(quantity->span.from, quantity->span.to - quantity->span.from).trimmed());
+            m.hasMatch() && m.captured(1)[0].isUpper())
+            description = m.captured(1);
+    }
     if (description.isEmpty() && !lead.isEmpty()) {
         // "Please raise a PO for the CAD drafting: 20 hours at £38 per hour"
         QString named = lead;
@@ -261,15 +417,45 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             named = lead.mid(last.capturedEnd());
         description = phraseToEnd(named);
     }
+    if (description.isEmpty() && !aside.before.isEmpty())
+        description = workNamedIn(aside.before, true);
+    if (description.isEmpty() && !aside.after.isEmpty())
+        description = workNamedIn(aside.after, false);
     static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
                             uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
                             anyCase);
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         lumpSum.match(clause).hasMatch())
         draft.item.unit = ExtractedUnit::lumpSum;
-    if (!quantity && price.role == PriceRole::perUnit)
-        if (const auto count = countInWords(description))
+    if (!quantity && price.role == PriceRole::perUnit) {
+        std::optional<ExtractedUnit> unit;
+        if (const auto count = countInWords(description, &unit)) {
             draft.item.quantity = count;
+            if (unit && !draft.item.unit)
+                draft.item.unit = unit;
+        }
+    }
+    // "die drei Workshops … insgesamt 2.850 €": a count and what they cost together, which need
+    // not be a price for each.
+    bool countedTotal = false;
+    if (!quantity && price.role == PriceRole::lineTotal) {
+        std::optional<ExtractedUnit> unit;
+        if (const auto count = countInWords(description, &unit); count && *count > 1) {
+            draft.item.quantity = count;
+            draft.item.unit = unit;
+            countedTotal = true;
+        }
+    }
+    if (isLumpSumLabel(description))
+        description = namedBeforeLumpSum(clause);
+    // "10 extra hours of copywriting": the unit counted is no part of the work's name.
+    static const Re countedUnit(
+        uR"(^(?:(?:extra|additional|more|further|weitere|zusätzliche)\s+)?(?:hours?|days?|)"
+        uR"(weeks?|Stunden|Tage|Wochen)\s+(?:of\s+|an\s+)?(?=\S))"_s,
+        anyCase);
+    if (draft.item.unit && draft.item.quantity)
+        if (const Match m = countedUnit.match(description); m.hasMatch())
+            description = description.mid(m.capturedLength());
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)
@@ -278,10 +464,40 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     // ("3 Stunden Beratung à 110 €"), not a price said in passing.
     const bool timed = draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
                        draft.item.unit == ExtractedUnit::week;
-    if (!billing && !(quantity && timed && price.role == PriceRole::perUnit))
+    // "250 printed catalogues at 4.20 EUR each" orders as plainly as an invoice asks.
+    const bool eachOne = quantity && !quantity->unit && price.role == PriceRole::perUnit &&
+                         eachWord.match(clause.mid(price.money.span.to)).hasMatch() && ordered;
+    if (!billing && !(quantity && timed && price.role == PriceRole::perUnit) && !eachOne)
         return std::nullopt;
-    settlePrice(draft, prices);
+    if (!countedTotal)
+        settlePrice(draft, prices);
     return draft;
+}
+
+// "3 hrs design review + 2 hrs QA at $95/hr": two amounts of time at one rate, split into a
+// clause each, both with the rate. Only where both sides count the same unit.
+std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, bool documentCurrency)
+{
+    static const Re joint(uR"(\s+(?:\+|and|und|plus|sowie|&)\s+)"_s, anyCase);
+    if (!joint.match(clause).hasMatch())
+        return std::nullopt;
+    const QList<PricedMoney> prices = pricesIn(clause, documentCurrency);
+    if (prices.size() != 1 || prices.first().role != PriceRole::perUnit)
+        return std::nullopt;
+    const QString tail = clause.mid(prices.first().span.from);
+    const QString head = clause.left(prices.first().span.from);
+    auto it = joint.globalMatch(head);
+    while (it.hasNext()) {
+        const Match m = it.next();
+        const QString first = head.left(m.capturedStart());
+        const QString second = head.mid(m.capturedEnd());
+        const std::optional<Quantity> a = quantityIn(first, {}, false);
+        const std::optional<Quantity> b = quantityIn(second, {}, false);
+        if (!a || !b || !a->unit || a->unit != b->unit || !second.left(b->span.from).trimmed().isEmpty())
+            continue;
+        return std::pair{first + u' ' + tail, second + u' ' + tail};
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -325,21 +541,42 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
 {
     const QString line = withoutBullet(source.plain);
     if (line.size() > 600 || !std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }) ||
-        isNoiseLine(line) || isDiscountLine(line) || totalLinePattern().match(line).hasMatch())
+        isDiscountLine(line) || totalLinePattern().match(line).hasMatch())
         return {};
     const QList<Span> dates = dateSpans(source.dates, source.plain.size() - line.size());
     const Vat vat = vatIn(line);
     const QString text = masked(line, notPrices(line, vat, dates));
 
     QList<ItemDraft> drafts;
-    QString lead; // a sentence that ends in a colon names what the next one prices
-    for (const Span& sentence : sentencesOf(text)) {
+    QString lead;       // a sentence that ends in a colon names what the next one prices
+    QString workBefore; // the work a sentence without prices thanked for or asked about
+    const QList<Span> spans = sentencesOf(text);
+    const bool noisy = isNoiseLine(line); // then some sentence of it is
+    for (qsizetype s = 0; s < spans.size(); ++s) {
+        const Span& sentence = spans[s];
         const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+        // A sentence with the bank details or an address for the invoice mail prices nothing,
+        // though the one before it may: "… for the Q1 sessions? Their AP email is …".
+        if (noisy && isNoiseLine(part)) {
+            lead.clear();
+            workBefore.clear();
+            continue;
+        }
         const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
+            workBefore = part;
             continue;
         }
+        const bool ordered = orders(part);
+        // Only one priced clause can take the work named beside it.
+        Beside aside;
+        if (prices.size() == 1) {
+            aside.before = workBefore;
+            if (s + 1 < spans.size())
+                aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
+        }
+        workBefore.clear();
         qsizetype from = 0;
         for (qsizetype k = 0; k < prices.size(); ++k) {
             qsizetype next = part.size();
@@ -351,7 +588,19 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                 continue;
             }
             const QString clause = part.mid(from, to - from);
-            if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing))
+            if (const auto both = sharedRate(clause, context.documentCurrency)) {
+                auto one =
+                    itemFromClause(both->first, k == 0 ? lead : QString(), lineIndex, context, billing);
+                auto two = itemFromClause(both->second, QString(), lineIndex, context, billing);
+                if (one && two) {
+                    drafts.append(*one);
+                    drafts.append(*two);
+                    from = next;
+                    continue;
+                }
+            }
+            if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing,
+                                            aside, ordered))
                 drafts.append(*draft);
             from = next;
         }

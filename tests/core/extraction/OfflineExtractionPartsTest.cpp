@@ -1,6 +1,7 @@
 // The parts of the offline extractor on their own: money and numbers, sentences, and the items
 // they yield; then the forms of text they were written for, through the whole extractor.
 #include "extraction/OfflineExtractor.h"
+#include "extraction/offline/Dates.h"
 #include "extraction/offline/Money.h"
 #include "extraction/offline/Sentences.h"
 
@@ -178,4 +179,287 @@ TEST(OfflineExtractionItems, ItemsOfAQuotedOfferTheReplyAgreesTo)
                   .value(0)
                   .unitPrice,
               85);
+}
+
+TEST(OfflineExtractionMoney, HundredthsNamedByTheirCoin)
+{
+    const QList<Money> pence = moneyIn(u"12p a word"_s);
+    ASSERT_EQ(pence.size(), 1);
+    EXPECT_DOUBLE_EQ(pence.first().value, 0.12);
+    EXPECT_EQ(pence.first().currency, u"GBP"_s);
+    const QList<Money> rappen = moneyIn(u"80 Rappen pro Stück"_s);
+    ASSERT_EQ(rappen.size(), 1);
+    EXPECT_DOUBLE_EQ(rappen.first().value, 0.8);
+    EXPECT_EQ(rappen.first().currency, u"CHF"_s);
+    // Cents belong to whichever currency the text writes.
+    EXPECT_TRUE(moneyIn(u"30 Cent pro km"_s).value(0).currency.isEmpty());
+    EXPECT_DOUBLE_EQ(moneyIn(u"30 Cent pro km"_s).value(0).value, 0.3);
+    EXPECT_DOUBLE_EQ(moneyIn(u"12pt"_s).value(0).value, 12);
+}
+
+TEST(OfflineExtractionDates, CalendarWeeksAndRangesByTheirForm)
+{
+    const QList<DateFound> week = datesIn(u"KW 1/2026"_s);
+    ASSERT_EQ(week.size(), 1);
+    EXPECT_EQ(week.first().start, QDate(2025, 12, 29));
+    EXPECT_EQ(week.first().end, QDate(2026, 1, 4));
+    EXPECT_EQ(datesIn(u"calendar week 53, 2026"_s).value(0).start, QDate(2026, 12, 28));
+    EXPECT_TRUE(datesIn(u"KW 54/2026"_s).isEmpty());
+    // A year from elsewhere goes where a date lacks one; the span stays on the line as written.
+    const QString yearless = u"vom 3. bis 7. März, dann KW 12 und am 2. April"_s;
+    const QList<DateFound> inYear = datesIn(yearless, 2026);
+    ASSERT_EQ(inYear.size(), 3);
+    EXPECT_EQ(inYear[0].start, QDate(2026, 3, 3));
+    EXPECT_EQ(inYear[0].end, QDate(2026, 3, 7));
+    EXPECT_EQ(yearless.mid(inYear[0].span.from, inYear[0].span.to - inYear[0].span.from),
+              u"3. bis 7. März"_s);
+    EXPECT_EQ(inYear[1].start, QDate(2026, 3, 16));
+    EXPECT_EQ(yearless.mid(inYear[2].span.from, inYear[2].span.to - inYear[2].span.from), u"2. April"_s);
+    EXPECT_TRUE(datesIn(yearless).isEmpty());
+    EXPECT_TRUE(datesIn(u"May 3 days of work"_s, 2026).isEmpty()); // a count, not a day
+
+    // "3 and 4 March" shares its month; "12.03.2026 und 13.03.2026" are two dates.
+    EXPECT_EQ(datesIn(u"on 3 and 4 March 2026"_s).value(0).end, QDate(2026, 3, 4));
+    EXPECT_EQ(datesIn(u"12.03.2026 und 13.03.2026"_s).size(), 2);
+    const QList<DateFound> twoDays = datesIn(u"am 12. und 19. März 2026"_s);
+    ASSERT_EQ(twoDays.size(), 2);
+    EXPECT_EQ(twoDays[0].start, QDate(2026, 3, 12));
+    EXPECT_EQ(twoDays[1].start, QDate(2026, 3, 19));
+}
+
+TEST(OfflineExtractionSentences, TheFormsItemsAreWrittenInWithinASentence)
+{
+    // One rate after two amounts of the same unit prices both.
+    const QList<ExtractedItem> shared =
+        itemsOf(u"@dan quick one for your invoice: 3 hrs design review + 2 hrs QA at $95/hr."_s);
+    ASSERT_EQ(shared.size(), 2);
+    EXPECT_EQ(shared[0].description, u"design review"_s);
+    EXPECT_EQ(shared[1].description, u"QA"_s);
+    EXPECT_EQ(shared[1].quantity, 2);
+    EXPECT_EQ(shared[1].unit, ExtractedUnit::hour);
+    EXPECT_EQ(shared[1].unitPrice, 95);
+    // Hours and days do not share an hourly rate.
+    for (const ExtractedItem& item : itemsOf(u"Please invoice 3 hrs design review + 2 days QA at $95/hr."_s))
+        EXPECT_FALSE(item.unit == ExtractedUnit::day && item.unitPrice)
+            << qPrintable(item.description.value_or(u""_s));
+
+    // A count in words brings its unit along.
+    const QList<ExtractedItem> words = itemsOf(
+        u"Could you invoice three days of copywriting at £420 a day, plus £60 for the stock images?"_s);
+    ASSERT_EQ(words.size(), 2);
+    EXPECT_EQ(words[0].description, u"copywriting"_s);
+    EXPECT_EQ(words[0].quantity, 3);
+    EXPECT_EQ(words[0].unit, ExtractedUnit::day);
+    EXPECT_EQ(words[1].description, u"stock images"_s);
+
+    // A lump sum names the work before it, not "flat fee".
+    const QList<ExtractedItem> flat = itemsOf(
+        u"Please invoice 40 hours of QA testing at 65 EUR/h and the test report as a flat fee of 300 EUR."_s);
+    ASSERT_EQ(flat.size(), 2);
+    EXPECT_EQ(flat[1].description, u"test report"_s);
+    EXPECT_EQ(flat[1].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(itemsOf(u"Please invoice the logo design we agreed on, flat fee $600."_s).value(0).description,
+              u"logo design"_s);
+
+    // A total for a counted number of things is no price for each.
+    const QList<ExtractedItem> total = itemsOf(
+        u"für die drei Workshops im Februar überweisen wir insgesamt 2.850 €. Bitte eine Rechnung darüber."_s);
+    ASSERT_EQ(total.size(), 1);
+    EXPECT_EQ(total[0].quantity, 3);
+    EXPECT_FALSE(total[0].unitPrice.has_value());
+
+    // Things ordered at a price each need no word of billing; the words after the count name them.
+    const QList<ExtractedItem> each =
+        itemsOf(u"We'd like 250 printed catalogues at 4.20 EUR each and 2 roll-up banners at 89 EUR each."_s);
+    ASSERT_EQ(each.size(), 2);
+    EXPECT_EQ(each[0].description, u"printed catalogues"_s);
+    EXPECT_EQ(each[0].quantity, 250);
+    EXPECT_EQ(each[0].unitPrice, 4.2);
+
+    // A verb between the work and its count is no part of the name; nor is whom it is billed to.
+    EXPECT_EQ(
+        itemsOf(u"die Übersetzung des Frühjahrskatalogs umfasste 2.400 Wörter, bitte rechnen Sie 0,12 € "
+                "pro Wort ab."_s)
+            .value(0)
+            .description,
+        u"Übersetzung des Frühjahrskatalogs"_s);
+    EXPECT_EQ(itemsOf(u"Please invoice $4,800 for the Q1 strategy sessions to Bright Path Consulting LLC."_s)
+                  .value(0)
+                  .description,
+              u"Q1 strategy sessions"_s);
+    EXPECT_EQ(itemsOf(u"Rechnung bitte für 14 Std. Programmierung (je 92,50 €)."_s).value(0).unitPrice, 92.5);
+    EXPECT_EQ(
+        itemsOf(u"Invoice please: 2 x Website audit 450.00 EUR, 1 x Report 120.00 EUR"_s).value(0).unitPrice,
+        450);
+    EXPECT_EQ(itemsOf(u"We agreed on 5 days of onsite work at EUR 1,100 per day plus EUR 240 travel."_s)
+                  .value(1)
+                  .description,
+              u"travel"_s);
+
+    EXPECT_EQ(itemsOf(u"6 hours of IT support at $110/hr"_s).value(0).description, u"IT support"_s);
+    EXPECT_EQ(itemsOf(u"We will also need 10 extra hours of copywriting at £60 per hour, please invoice."_s)
+                  .value(0)
+                  .description,
+              u"copywriting"_s);
+    EXPECT_EQ(itemsOf(u"Wir beauftragen hiermit den Webshop zum Festpreis von 4.800 € netto."_s)
+                  .value(0)
+                  .description,
+              u"Webshop"_s);
+    EXPECT_EQ(itemsOf(u"Bitte eine Rechnung über 2 Übersetzungen à 180 EUR."_s).value(0).description,
+              u"Übersetzungen"_s);
+    EXPECT_EQ(itemsOf(u"Honorar: 1.800 € netto für den Vortrag am 12.05.2026"_s).value(0).description,
+              u"Vortrag"_s);
+    EXPECT_EQ(itemsOf(u"Bitte die Rechnung über 3.450,00 € für den Relaunch an folgende Adresse:"_s)
+                  .value(0)
+                  .description,
+              u"Relaunch"_s);
+    // The day a period starts with is no price ("01.–" reads like "120,–").
+    for (const ExtractedItem& item :
+         itemsOf(u"Die Wartung im Zeitraum 01.–31.03.2026 in Rechnung: 6 Std. à 75 €."_s))
+        EXPECT_NE(item.unitPrice, 1);
+
+    // The work named in the sentence beside the price; thanks for a reply name no work.
+    EXPECT_EQ(
+        itemsOf(u"Thanks for the logo redesign. Please invoice EUR 1,200 as agreed."_s).value(0).description,
+        u"logo redesign"_s);
+    EXPECT_EQ(itemsOf(u"Please invoice 1,500 USD. It covers the website audit we discussed."_s)
+                  .value(0)
+                  .description,
+              u"website audit"_s);
+    EXPECT_EQ(
+        itemsOf(u"danke für das tolle Fotoshooting gestern! Wir haben 4 Stunden vereinbart, zu je 120 €. "
+                "Schick mir bitte die Rechnung."_s)
+            .value(0)
+            .description,
+        u"Fotoshooting"_s);
+    EXPECT_FALSE(itemsOf(u"Thanks for your quick reply. Please invoice 3 hours at 90 EUR."_s)
+                     .value(0)
+                     .description.has_value());
+    EXPECT_FALSE(itemsOf(u"Bitte stell uns 850 € in Rechnung."_s).value(0).description.has_value());
+
+    // The sentence with the mail address for the invoice does not hide the item before it.
+    EXPECT_EQ(itemsOf(u"Can you send an invoice for $4,800 for the Q1 strategy sessions? Their AP email is "
+                      "invoices@brightpathco.com."_s)
+                  .size(),
+              1);
+}
+
+TEST(OfflineExtractionRecipient, AddressesInSentencesForwardsAndQuotes)
+{
+    const ExtractedInvoice inline_ = OfflineExtractor::extract(
+        u"Hey Sam, can you send the invoice to Brightwater Labs LLC: USD 2,500.00 for the brand workshop. "
+        "Address is 815 Pine Street, Seattle, WA 98101. Thanks!"_s);
+    ASSERT_TRUE(inline_.recipient);
+    EXPECT_EQ(inline_.recipient->businessName, u"Brightwater Labs LLC"_s);
+    EXPECT_EQ(inline_.recipient->addressLineOne, u"815 Pine Street"_s);
+    EXPECT_EQ(inline_.recipient->state, u"WA"_s);
+    EXPECT_EQ(inline_.recipient->postcode, u"98101"_s);
+    EXPECT_EQ(inline_.items.value_or(QList<ExtractedItem>()).size(), 1);
+
+    const ExtractedInvoice german = OfflineExtractor::extract(
+        u"bitte stellen Sie die Rechnung an die Schreinerei Holzwurm GmbH, Talstraße 9, 79100 Freiburg. Es "
+        "geht um 1 Tag Montage für 640 €.\n\nGruß\nUwe Maier"_s);
+    ASSERT_TRUE(german.recipient);
+    EXPECT_EQ(german.recipient->city, u"Freiburg"_s);
+    EXPECT_EQ(german.recipient->name, u"Uwe Maier"_s);
+    EXPECT_EQ(german.items.value_or(QList<ExtractedItem>()).value(0).unitPrice, 640);
+
+    // A note that passes a mail on: the mail is what is read.
+    const ExtractedInvoice forwarded = OfflineExtractor::extract(
+        u"FYI, see below - can you do this one today?\n\n-----Original Message-----\nFrom: Priya Shah "
+        "<priya@maplewood-events.co.uk>\nSent: 12 March 2026 09:14\n\nPlease invoice us:\n2 x Event "
+        "photography 380.00 GBP\n\nKind regards,\nPriya Shah\nMaplewood Events Ltd\n14 Clerkenwell "
+        "Green\nLondon EC1R 0DP"_s);
+    ASSERT_TRUE(forwarded.recipient);
+    EXPECT_EQ(forwarded.recipient->businessName, u"Maplewood Events Ltd"_s);
+    EXPECT_EQ(forwarded.recipient->postcode, u"EC1R 0DP"_s);
+    EXPECT_EQ(forwarded.items.value_or(QList<ExtractedItem>()).value(0).unitPrice, 380);
+    // A reply above the same marker quotes the user's own words: nothing of them is read.
+    const ExtractedInvoice reply = OfflineExtractor::extract(
+        u"Thanks, see you Monday.\n\n-----Original Message-----\nFrom: Mira <mira@lindqvist-studio.de>\n"
+        "Sent: 12 March 2026 09:14\n\nMira Lindqvist\nKastanienallee 5\n10435 Berlin"_s);
+    EXPECT_FALSE(reply.recipient && reply.recipient->city);
+
+    // Quoted twice, the writer's own earlier signature; quoted once, the user's.
+    const QString answer =
+        u"Passt so, bitte verrechne 8 Stunden Fotobearbeitung à CHF 120.–.\n\nGruss\nSimone\n\n"
+        "> Am 10.03.2026 schrieb Reto Baumann <reto@baumann-bild.ch>:\n"_s;
+    const ExtractedInvoice ownQuote = OfflineExtractor::extract(
+        answer + u">> Simone Keller\n>> Keller Kommunikation AG\n>> Bahnhofstrasse 21\n>> CH-8001 Zürich"_s);
+    ASSERT_TRUE(ownQuote.recipient);
+    EXPECT_EQ(ownQuote.recipient->businessName, u"Keller Kommunikation AG"_s);
+    EXPECT_EQ(ownQuote.recipient->city, u"Zürich"_s);
+    EXPECT_EQ(ownQuote.recipient->countryCode, u"CH"_s);
+    const ExtractedInvoice usersQuote = OfflineExtractor::extract(
+        answer + u"> Reto Baumann\n> Baumann Bild GmbH\n> Seestrasse 2\n> CH-8002 Zürich"_s);
+    EXPECT_FALSE(usersQuote.recipient && usersQuote.recipient->city);
+}
+
+TEST(OfflineExtractionRecipient, SignaturesAndTheBusinessAskedFor)
+{
+    // A business named right after "invoice".
+    EXPECT_EQ(
+        OfflineExtractor::extract(u"Please invoice Fabrikam Inc. for 8 hours of support at USD 110/hr."_s)
+            .recipient.value_or(ExtractedRecipient{})
+            .businessName,
+        u"Fabrikam Inc."_s);
+    // Names with "&", several legal forms or "Firma" before them, after the words that send the invoice.
+    const struct
+    {
+        QString text;
+        QString business;
+    } sent[] = {
+        {u"Please make the invoice out to Smith & Sons Ltd for 3 days of joinery at £220 per day."_s,
+         u"Smith & Sons Ltd"_s},
+        {u"Rechnung für 2 Tage Schulung à 800 € bitte an die Kanzlei Roth & Partner mbB."_s,
+         u"Kanzlei Roth & Partner mbB"_s},
+        {u"Die Rechnung geht an die Firma Müller Bau GmbH, 4 Std. Beratung à 95 €."_s, u"Müller Bau GmbH"_s},
+        {u"bitte schreib die Rechnung für das Fotoshooting (650 €) auf die Agentur Blaupause GmbH."_s,
+         u"Agentur Blaupause GmbH"_s},
+    };
+    for (const auto& [text, business] : sent)
+        EXPECT_EQ(OfflineExtractor::extract(text).recipient.value_or(ExtractedRecipient{}).businessName,
+                  business)
+            << qPrintable(text);
+    EXPECT_FALSE(OfflineExtractor::extract(u"Please invoice 3 hours to Tom and Partner at 90 EUR."_s)
+                     .recipient.value_or(ExtractedRecipient{})
+                     .businessName.has_value());
+
+    // A billing address added below the signature is passed on, not the signer's.
+    const ExtractedInvoice passedOn = OfflineExtractor::extract(
+        u"anbei meine Stunden: 9.5 Stunden Penetrationstest à 140.00 EUR.\n\nGruß\nFabian Scholz\n"
+        "(für die Rechnung: SecureBank Nord AG, Domshof 17, 28195 Bremen)"_s);
+    ASSERT_TRUE(passedOn.recipient);
+    EXPECT_EQ(passedOn.recipient->businessName, u"SecureBank Nord AG"_s);
+    EXPECT_EQ(passedOn.recipient->name, std::nullopt);
+    // Titles stay with the name; a British street may go without a number.
+    const ExtractedRecipient signature =
+        OfflineExtractor::extract(
+            u"Danke & liebe Grüße\nDI Sabine Lechner\nLechner Bau GmbH\nTriester Straße "
+            "190\n1230 Wien"_s)
+            .recipient.value_or(ExtractedRecipient{});
+    EXPECT_EQ(signature.name, u"DI Sabine Lechner"_s);
+    const ExtractedRecipient leeds =
+        OfflineExtractor::extract(
+            u"Many thanks,\n\nOllie Brooks\nFenwick & Gray Ltd\nUnit 4, Tower Works\nGlobe "
+            "Road\nLeeds LS11 5QG"_s)
+            .recipient.value_or(ExtractedRecipient{});
+    EXPECT_EQ(leeds.addressLineOne, u"Globe Road"_s);
+    EXPECT_EQ(leeds.addressLineTwo, u"Unit 4, Tower Works"_s);
+    EXPECT_EQ(leeds.city, u"Leeds"_s);
+    // A form with the town, state and ZIP in fields of their own.
+    const ExtractedRecipient form =
+        OfflineExtractor::extract(
+            u"Name: Ethan Brooks\nCompany: Brooks Landscaping LLC\nStreet: 77 Elm Road\n"
+            "City: Denver\nState: CO\nZIP: 80203\nCountry: United States"_s)
+            .recipient.value_or(ExtractedRecipient{});
+    EXPECT_EQ(form.name, u"Ethan Brooks"_s);
+    EXPECT_EQ(form.businessName, u"Brooks Landscaping LLC"_s);
+    EXPECT_EQ(form.addressLineOne, u"77 Elm Road"_s);
+    EXPECT_EQ(form.city, u"Denver"_s);
+    EXPECT_EQ(form.countryCode, u"US"_s);
+    EXPECT_EQ(OfflineExtractor::extract(u"Rasen mähen, 3 Std, 35 pro Std. Danke, Gerda Fink"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .name,
+              u"Gerda Fink"_s);
 }

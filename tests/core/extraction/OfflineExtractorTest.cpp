@@ -94,7 +94,7 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
         cases, [](const QString& text) { return ExtractionSchema::toJson(OfflineExtractor::extract(text)); });
     const ExtractionCorpus::Tally all = score.overall();
     EXPECT_GE(all.precision(), 0.99);
-    EXPECT_GE(all.recall(), 0.91);
+    EXPECT_GE(all.recall(), 0.97);
     // A wrong amount on a draft costs more than a missing one.
     EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 1.0);
 }
@@ -337,6 +337,48 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         {u"Ich bin vom 1. bis 5. April 2026 im Urlaub."_s, {}, {}},
         {u"Der Workshop am 03/04/2026 war super."_s, {}, {}},
         {u"Leistungsdatum: 31.02.2026"_s, {}, {}},
+        // A limit counts right before its date only: this "ab" ends another clause.
+        {u"Bitte rechnen Sie 5 Tage zu je 720 € ab, die Arbeiten liefen vom 3. bis 7. März 2026."_s,
+         u"2026-03-03"_s, u"2026-03-07"_s},
+        {u"Ab März 2026 gilt für die Wartung der neue Satz."_s, {}, {}},
+        // Calendar weeks run Monday to Sunday; week 1 holds the year's first Thursday.
+        {u"Einsatz in KW 12/2026, bitte abrechnen."_s, u"2026-03-16"_s, u"2026-03-22"_s},
+        {u"Support in KW 1 2026"_s, u"2025-12-29"_s, u"2026-01-04"_s},
+        {u"Support in KW 10-11/2026"_s, u"2026-03-02"_s, u"2026-03-15"_s},
+        {u"Support in KW 53/2027"_s, {}, {}},
+        {u"Nächstes Teamtreffen ist in KW 14."_s, {}, {}},
+        // A month, where it says when the work was done or what is billed.
+        {u"im Februar 2026 sind 20 Stunden Entwicklung angefallen"_s, u"2026-02-01"_s, u"2026-02-28"_s},
+        {u"Re: Website maintenance, February 2026"_s, u"2026-02-01"_s, u"2026-02-28"_s},
+        {u"Wir planen im April 2026 einen weiteren Workshop."_s, {}, {}},
+        // Two days in a row of one month are a period; two full dates stay two days.
+        {u"Thanks for the training on 3 and 4 March 2026."_s, u"2026-03-03"_s, u"2026-03-04"_s},
+        {u"Workshop am 12. und 19. März 2026"_s, {}, {}},
+        {u"Please invoice the training from 03/16/2026 to 03/18/2026."_s, u"2026-03-16"_s, u"2026-03-18"_s},
+        {u"Please invoice the training from 16/03/2026 to 18/03/2026."_s, u"2026-03-16"_s, u"2026-03-18"_s},
+        {u"Please invoice the training from 03/04/2026 to 03/05/2026."_s, {}, {}},
+        {u"Die Wartung im Zeitraum 01.–31.03.2026 bitte abrechnen."_s, u"2026-03-01"_s, u"2026-03-31"_s},
+        // A date without its year is in the year the text states elsewhere, and in none without.
+        {u"Sent: 12 March 2026\nBitte 5 Tage Programmierung zu je 720 € abrechnen, die Arbeiten liefen vom "
+         u"3. "
+         u"bis 7. März."_s,
+         u"2026-03-03"_s, u"2026-03-07"_s},
+        {u"Date: March 12, 2026\nPlease invoice the on-site training, March 3–7, 5 days at $900 per day."_s,
+         u"2026-03-03"_s, u"2026-03-07"_s},
+        {u"Datum: 20.03.2026\nEinsatz in KW 11, bitte 3 Tage Support à 500 € abrechnen."_s, u"2026-03-09"_s,
+         u"2026-03-15"_s},
+        {u"Gesendet: 2. März 2026\nim Februar sind 20 Stunden Entwicklung angefallen."_s, u"2026-02-01"_s,
+         u"2026-02-28"_s},
+        {u"In May 3 days of consulting at 900 EUR per day, please invoice. Thanks, sent 1 June 2026"_s,
+         u"2026-05-01"_s, u"2026-05-31"_s},
+        {u"Bitte 2 Tage Workshop à 900 € abrechnen (vom 3. bis 4. März)."_s, {}, {}},
+        // Work still to come has no service date yet.
+        {u"Angebot vom 02.03.2026: Überarbeitung zum Festpreis von 4.800 €. Die Umsetzung soll im April "
+         u"erfolgen."_s,
+         {},
+         {}},
+        // A day without its year beside one with it: two days, neither the only one.
+        {u"7,5 Std. Fehlersuche am 03.03. und 2 Std. Doku am 04.03.2026"_s, {}, {}},
     };
     for (const auto& [text, start, end] : cases) {
         const ExtractedInvoice invoice = OfflineExtractor::extract(text);
@@ -364,6 +406,11 @@ TEST(OfflineExtractor, ReferencesByTheirLabels)
         {u"Our ref: ACME-PRJ-77"_s, u"ACME-PRJ-77"_s},
         {u"Your reference: BTL-2291"_s, u"BTL-2291"_s},
         {u"Projekt: Relaunch Onlineshop"_s, u"Relaunch Onlineshop"_s},
+        {u"Your ref: ORD-7781. Please invoice the review."_s, u"ORD-7781"_s},
+        {u"Reference: NB-PO-5521"_s, u"NB-PO-5521"_s},
+        {u"Please mention the project code QF-DATA-12."_s, u"QF-DATA-12"_s},
+        {u"Please invoice the design work; our reference is MKT-2291."_s, u"MKT-2291"_s},
+        {u"Unsere Referenz ist die Website von Müller."_s, {}},
         {u"Bestellung vom 01.03.2026"_s, {}},
         {u"PO Box 1234"_s, {}},
         {u"Das Projekt ist abgeschlossen."_s, {}},
@@ -398,6 +445,9 @@ TEST(OfflineExtractor, CountryOnlyWhenStatedOrTheFormTellsIt)
         {u"Pendleton Ltd\n221B Baker Street\nLondon\nNW1 6XE\nUnited Kingdom"_s, u"GB"_s},
         {u"Brightline LLC\n742 Evergreen Terrace\nSpringfield, IL 62704"_s, u"US"_s},
         {u"Maple Leaf Media Inc.\n200 Bay Street\nToronto, ON M5J 2J2"_s, u"CA"_s},
+        {u"Atelier Blau GmbH\nRue du Marché 10\nCH-1204 Genève"_s, u"CH"_s},
+        {u"Nordic Bytes AB\nKungsgatan 12\n111 43 Stockholm\nSweden"_s, u"SE"_s},
+        {u"Fenwick & Gray Ltd\nGlobe Road\nLeeds LS11 5QG"_s, u"GB"_s},
     };
     for (const auto& [address, countryCode] : cases)
         EXPECT_EQ(shown(recipientOf(address).countryCode), shown(countryCode)) << qPrintable(address);
