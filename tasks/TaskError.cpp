@@ -12,6 +12,14 @@ QStringList textsOf(const QList<MissingField>& missing)
     return texts;
 }
 
+QStringList textsOf(const std::vector<BrokenRule>& rules)
+{
+    QStringList texts;
+    for (const BrokenRule& rule : rules)
+        texts.append(rule.failure.ruleId + u": "_s + rule.failure.text);
+    return texts;
+}
+
 } // namespace
 
 IncompleteEInvoice::IncompleteEInvoice(const QString& subject, QList<MissingField> missing)
@@ -22,4 +30,16 @@ IncompleteEInvoice::IncompleteEInvoice(const QString& subject, QList<MissingFiel
 QStringList IncompleteEInvoice::texts() const
 {
     return textsOf(m_missing);
+}
+
+RejectedEInvoice::RejectedEInvoice(const QString& subject, std::vector<BrokenRule> rules)
+    : TaskError(u"%1: the e-invoice breaks %2: %3"_s.arg(
+          subject, rules.size() == 1 ? u"a rule"_s : u"%1 rules"_s.arg(rules.size()),
+          textsOf(rules).join(u"; "_s))),
+      m_subject(subject), m_rules(std::move(rules))
+{}
+
+QStringList RejectedEInvoice::texts() const
+{
+    return textsOf(m_rules);
 }
