@@ -36,6 +36,8 @@
 #include <QWebEngineView>
 #include <QtConcurrent/QtConcurrentRun>
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -73,7 +75,7 @@ EInvoiceViewer::EInvoiceViewer(Workspace& workspace, DocumentActions& documents,
     : QMainWindow(parent), m_workspace(workspace), m_documents(documents), m_list(new QListWidget),
       m_stack(new QStackedWidget), m_placeholder(new QLabel), m_view(new QWebEngineView),
       m_verdict(new QFrame), m_verdictIcon(new QLabel), m_verdictTitle(new QLabel),
-      m_verdictDetail(new QLabel), m_rules(new QTreeWidget)
+      m_verdictDetail(new QLabel), m_rules(new QTreeWidget), m_documentSplit(new QSplitter(Qt::Vertical))
 {
     setObjectName(u"eInvoiceViewer"_s);
     setWindowFlag(Qt::Window);
@@ -136,7 +138,7 @@ EInvoiceViewer::EInvoiceViewer(Workspace& workspace, DocumentActions& documents,
     m_rules->header()->setSectionResizeMode(1, QHeaderView::ResizeToContents);
     connect(m_rules, &QTreeWidget::itemSelectionChanged, this, &EInvoiceViewer::markPage);
 
-    auto* document = new QSplitter(Qt::Vertical);
+    QSplitter* document = m_documentSplit;
     document->setObjectName(u"viewerDocumentSplitter"_s);
     document->addWidget(m_rules);
     document->addWidget(m_stack);
@@ -431,7 +433,16 @@ void EInvoiceViewer::showVerdict()
             }
         }
     }
-    m_rules->setVisible(m_rules->topLevelItemCount() > 0);
+    const int rows = m_rules->topLevelItemCount();
+    m_rules->setVisible(rows > 0);
+    if (rows > 0) {
+        // As tall as its rules, up to a third of the room: the document stays the main thing.
+        const int wanted = m_rules->header()->sizeHint().height() + 2 * m_rules->frameWidth() + 4 +
+                           rows * (m_rules->fontMetrics().height() + 6);
+        const int room = m_documentSplit->height();
+        const int height = std::clamp(wanted, 60, std::max(60, room / 3));
+        m_documentSplit->setSizes({height, std::max(room - height, 100)});
+    }
     markPage();
 }
 

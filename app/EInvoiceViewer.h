@@ -12,6 +12,7 @@ class DocumentActions;
 class QAction;
 class QLabel;
 class QListWidget;
+class QSplitter;
 class QStackedWidget;
 class QTreeWidget;
 class QWebEngineView;
@@ -94,6 +95,7 @@ private:
     QLabel* m_verdictTitle;
     QLabel* m_verdictDetail;
     QTreeWidget* m_rules;
+    QSplitter* m_documentSplit;
     QHash<QString, Verdict> m_verdicts; // by path
     quint64 m_lastJob = 0;
     bool m_pageReady = false;
