@@ -158,10 +158,10 @@ void DocumentActions::showBrokenRules(const RejectedEInvoice& rejected)
         }
         rules.append(u"%1: %2"_s.arg(rule.failure.ruleId, ValidationTasks::ruleText(rule.failure)));
     }
-    m_messages.show(MessageBar::Kind::warning,
-                    ui(u"This invoice cannot be sent as an e-invoice: its receiver would reject it for "
-                       u"breaking the official rules.") +
-                        u"\n"_s + rules.join(u"\n"_s));
+    m_messages.show(
+        MessageBar::Kind::warning,
+        ui(u"Not exported: the e-invoice breaks an official rule, so its receiver would reject it.") +
+            u"\n"_s + rules.join(u"\n"_s));
     for (const BrokenRule& rule : rejected.rules()) {
         if (!rule.field)
             continue;

@@ -61,7 +61,10 @@ QString ruleSetNames(const QStringList& sets)
     QStringList names;
     for (const QString& set : sets)
         names.append(ui(set));
-    return names.join(u", "_s);
+    if (names.size() < 2)
+        return names.join(QString());
+    const QString last = names.takeLast();
+    return ui(u"%1 and %2").arg(names.join(u", "_s), last);
 }
 
 QString ruleCount(int count)
@@ -386,7 +389,7 @@ void EInvoiceViewer::showVerdict()
         tone = Tone::good;
         icon = QStyle::SP_DialogApplyButton;
         m_verdictTitle->setText(ui(u"Valid e-invoice"));
-        QString detail = ui(u"It keeps every rule of %1.").arg(ruleSetNames(report->ruleSets));
+        QString detail = ui(u"Checked against %1: every rule is kept.").arg(ruleSetNames(report->ruleSets));
         if (report->warningCount() > 0)
             detail += u' ' + ui(u"The hints below do not make it invalid.");
         m_verdictDetail->setText(detail);
@@ -394,8 +397,8 @@ void EInvoiceViewer::showVerdict()
         tone = Tone::bad;
         icon = QStyle::SP_MessageBoxCritical;
         m_verdictTitle->setText(ui(u"Invalid e-invoice"));
-        m_verdictDetail->setText(ui(u"It breaks %1 of %2. Ask the sender for a corrected invoice.")
-                                     .arg(ruleCount(report->errorCount()), ruleSetNames(report->ruleSets)));
+        m_verdictDetail->setText(ui(u"Checked against %1: %2 broken. Ask the sender for a corrected invoice.")
+                                     .arg(ruleSetNames(report->ruleSets), ruleCount(report->errorCount())));
     }
     const int iconSize = style()->pixelMetric(QStyle::PM_LargeIconSize);
     m_verdictIcon->setPixmap(style()->standardIcon(icon).pixmap(iconSize, iconSize));
