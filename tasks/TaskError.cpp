@@ -1,5 +1,7 @@
 #include "tasks/TaskError.h"
 
+#include "tasks/ValidationTasks.h"
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -16,7 +18,7 @@ QStringList textsOf(const std::vector<BrokenRule>& rules)
 {
     QStringList texts;
     for (const BrokenRule& rule : rules)
-        texts.append(rule.failure.ruleId + u": "_s + rule.failure.text);
+        texts.append(rule.failure.ruleId + u": "_s + ValidationTasks::ruleText(rule.failure));
     return texts;
 }
 
