@@ -34,7 +34,7 @@ screenshots:
 # The README's pictures: three of the screenshots, made smaller (ImageMagick's convert).
 readme-screenshots: screenshots
 	mkdir -p docs/screenshots
-	for name in main-en-light styling-en viewer-en; do \
+	for name in main-en-light styling-en viewer-en viewer-invalid-en export-blocked-en; do \
 		convert build/screenshots/$$name.png -resize '1100x1100>' -strip -colors 256 PNG8:docs/screenshots/$$name.png; \
 	done
 

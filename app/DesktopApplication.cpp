@@ -4,8 +4,10 @@
 #include "AppText.h"
 #include "BackgroundServices.h"
 #include "DetailArea.h"
+#include "DocumentActions.h"
 #include "EInvoiceViewer.h"
 #include "Icons.h"
+#include "InvoiceEditor.h"
 #include "InvoiceListView.h"
 #include "MainWindow.h"
 #include "PlainTextLabels.h"
@@ -41,6 +43,7 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QTranslator>
+#include <QTreeWidget>
 
 #include <cstdio>
 #include <memory>
@@ -375,19 +378,62 @@ int writeScreenshots(const QString& folder, const QList<QSize>& screens)
             if (file.open(QIODevice::WriteOnly))
                 file.write(SampleData::receivedEInvoice(workspace.activeProfile()));
             file.close();
+            // The same with two common mistakes, a broken rule chosen in the list.
+            const QString faulty = QDir(home->path()).filePath(u"RE-2026-2319.xml"_s);
+            QFile faultyFile(faulty);
+            if (faultyFile.open(QIODevice::WriteOnly))
+                faultyFile.write(SampleData::faultyReceivedEInvoice(workspace.activeProfile()));
+            faultyFile.close();
             EInvoiceViewer* viewer = window.showEInvoiceViewer();
-            viewer->resize(1100, 1440);
-            const int loaded = viewer->loadedCount();
-            viewer->openFiles({received});
-            QDeadlineTimer deadline(15000);
-            while (viewer->loadedCount() == loaded && !deadline.hasExpired())
-                QApplication::processEvents(QEventLoop::AllEvents, 50);
-            QDeadlineTimer page(600);
-            while (!page.hasExpired())
-                QApplication::processEvents(QEventLoop::AllEvents, 20);
-            const QString viewerName = u"viewer-"_s + rawValue(shot.language) + u".png"_s;
-            failures += savePicture(*viewer, QDir(folder).filePath(viewerName)) ? 0 : 1;
+            // As it fits a small laptop's screen.
+            viewer->resize(1366, 700);
+            for (const QString& shown : {received, faulty}) {
+                const int loaded = viewer->loadedCount();
+                viewer->openFiles({shown});
+                QDeadlineTimer deadline(15000);
+                while ((viewer->loadedCount() == loaded || viewer->isChecking()) && !deadline.hasExpired())
+                    QApplication::processEvents(QEventLoop::AllEvents, 50);
+                const bool invalid = shown == faulty;
+                // The first rule that points at a part of the page.
+                for (int i = 0; invalid && i < viewer->ruleList()->topLevelItemCount(); ++i)
+                    if (QTreeWidgetItem* rule = viewer->ruleList()->topLevelItem(i);
+                        !rule->data(0, Qt::UserRole).toString().isEmpty()) {
+                        viewer->ruleList()->setCurrentItem(rule);
+                        break;
+                    }
+                QDeadlineTimer page(800);
+                while (!page.hasExpired())
+                    QApplication::processEvents(QEventLoop::AllEvents, 20);
+                const QString viewerName =
+                    (invalid ? u"viewer-invalid-"_s : u"viewer-"_s) + rawValue(shot.language) + u".png"_s;
+                failures += savePicture(*viewer, QDir(folder).filePath(viewerName)) ? 0 : 1;
+            }
             viewer->close();
+
+            // An export that a rule stops: a recipient's electronic address with a scheme that
+            // is no code of the list (BR-CL-25), caught before the file dialog.
+            window.resize(1366, 698);
+            window.distributeWidth(window.width());
+            window.list()->setCurrentIndex(window.list()->model()->index(2, 0));
+            auto* address = window.editor()->findChild<QLineEdit*>(u"Recipient electronic address"_s);
+            auto* scheme = window.editor()->findChild<QLineEdit*>(u"Recipient electronic address scheme"_s);
+            if (address && scheme) {
+                // Typed as the user would.
+                for (const auto& [edit, text] :
+                     {std::pair{address, u"einkauf@example.com"_s}, {scheme, u"9999"_s}}) {
+                    edit->setText(text);
+                    Q_EMIT edit->textEdited(text);
+                }
+                window.documents()->chooseSaveFile = [](const QString&, const QString&, const QString&) {
+                    return QString();
+                };
+                window.action(u"exportXRechnung"_s)->trigger();
+                QDeadlineTimer message(600);
+                while (!message.hasExpired())
+                    QApplication::processEvents(QEventLoop::AllEvents, 20);
+                const QString blockedName = u"export-blocked-"_s + rawValue(shot.language) + u".png"_s;
+                failures += savePicture(window, QDir(folder).filePath(blockedName)) ? 0 : 1;
+            }
         }
         if (!shot.sample) {
             ProfileDialog onboarding(workspace, *settings, ProfileDialog::Mode::onboarding, &window);

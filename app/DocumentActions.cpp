@@ -13,6 +13,7 @@
 #include "tasks/PluginTasks.h"
 #include "tasks/SyncTasks.h"
 #include "tasks/TaskError.h"
+#include "tasks/ValidationTasks.h"
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
 
@@ -136,7 +137,41 @@ bool DocumentActions::checkEInvoice(const Invoice& invoice)
         // The user lands on the first missing field at once; the button brings them back.
         Q_EMIT showField(first.key, first.item);
         return false;
+    } catch (const RejectedEInvoice& rejected) {
+        showBrokenRules(rejected);
+        return false;
+    } catch (const TaskError& failure) {
+        failed(ui(u"Export Failed"), failure.message());
+        return false;
     }
+}
+
+void DocumentActions::showBrokenRules(const RejectedEInvoice& rejected)
+{
+    // Rarely more than one; the first few say enough to act on.
+    constexpr int shown = 3;
+    QStringList rules;
+    for (const BrokenRule& rule : rejected.rules()) {
+        if (rules.size() == shown) {
+            rules.append(ui(u"and %1 more").arg(rejected.rules().size() - shown));
+            break;
+        }
+        rules.append(u"%1: %2"_s.arg(rule.failure.ruleId, ValidationTasks::ruleText(rule.failure)));
+    }
+    m_messages.show(
+        MessageBar::Kind::warning,
+        ui(u"Not exported: the e-invoice breaks an official rule, so its receiver would reject it.") +
+            u"\n"_s + rules.join(u"\n"_s));
+    for (const BrokenRule& rule : rejected.rules()) {
+        if (!rule.field)
+            continue;
+        const MissingField field = *rule.field;
+        m_messages.addAction(ui(u"Go to %1").arg(field.text),
+                             [this, field] { Q_EMIT showField(field.key, field.item); });
+        Q_EMIT showField(field.key, field.item);
+        break;
+    }
+    Q_EMIT status(ui(u"E-invoice not exported"));
 }
 
 bool DocumentActions::checkNumber(const Invoice& invoice)

@@ -14,6 +14,7 @@
 
 class MessageBar;
 class PluginManager;
+class RejectedEInvoice;
 class QSettings;
 class QWidget;
 class Workspace;
@@ -89,6 +90,8 @@ private:
     void rememberFolder(const QString& path);
     QString suggestedPath(const QString& fileName) const;
     bool checkEInvoice(const Invoice& invoice);
+    // The message for an e-invoice that breaks a rule, with a jump to the field to mend.
+    void showBrokenRules(const RejectedEInvoice& rejected);
     // False, with the message that names the other invoice, when the number is used twice.
     bool checkNumber(const Invoice& invoice);
     void writeDataFile(const QList<Profile>& profiles, const QString& path);

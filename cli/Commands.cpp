@@ -1,6 +1,7 @@
 #include "Commands.h"
 
 #include "exchange/ProfileExchange.h"
+#include "tasks/ValidationTasks.h"
 #include "util/Files.h"
 
 #include <QDir>
@@ -99,6 +100,19 @@ void printMissingFields(const QString& command, const IncompleteEInvoice& incomp
     err() << "ledra " << command << ": " << incomplete.subject() << ": the e-invoice lacks:\n";
     for (const QString& field : incomplete.texts())
         err() << "  " << field << '\n';
+}
+
+void printBrokenRules(const QString& command, const RejectedEInvoice& rejected)
+{
+    err() << "ledra " << command << ": " << rejected.subject()
+          << ": the e-invoice breaks the rules of its profile; nothing was written:\n";
+    for (const BrokenRule& rule : rejected.rules()) {
+        err() << "  " << rule.failure.ruleId << " (" << rule.failure.flag
+              << "): " << ValidationTasks::ruleText(rule.failure);
+        if (rule.field)
+            err() << " [" << rule.field->key << ']';
+        err() << '\n';
+    }
 }
 
 void expectArguments(const QString& action, const QStringList& arguments, qsizetype count)

@@ -88,6 +88,9 @@ QString defaultOutputPath(const QString& argument, const DocumentSource& source,
 
 // "ARG: the e-invoice lacks:" and one missing field per line, on stderr.
 void printMissingFields(const QString& command, const IncompleteEInvoice& incomplete);
+// "ARG: the e-invoice breaks the rules …" and one broken rule per line (id, flag, text and the
+// form field to mend), on stderr.
+void printBrokenRules(const QString& command, const RejectedEInvoice& rejected);
 
 // For commands with actions ("profile rename OLD NEW"): throws CliError unless `arguments`
 // holds exactly `count` values.

@@ -46,6 +46,9 @@ protected:
             // An incomplete e-invoice would be refused by its receiver: say what is missing instead.
             printMissingFields(name(), incomplete);
             return ExitCode::incomplete;
+        } catch (const RejectedEInvoice& rejected) {
+            printBrokenRules(name(), rejected);
+            return ExitCode::failure;
         } catch (const TaskError& error) {
             return fail(error.message());
         }

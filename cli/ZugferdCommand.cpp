@@ -61,6 +61,9 @@ protected:
         } catch (const IncompleteEInvoice& incomplete) {
             printMissingFields(name(), incomplete);
             return ExitCode::incomplete;
+        } catch (const RejectedEInvoice& rejected) {
+            printBrokenRules(name(), rejected);
+            return ExitCode::failure;
         } catch (const TaskError& error) {
             return fail(error.message());
         }

@@ -169,9 +169,10 @@ QString unitName(const QString& code, const Context& c)
     return lookup(names, code, c);
 }
 
-QString partyHtml(const QString& heading, const ReceivedEInvoice::Party& party, const Context& c)
+QString partyHtml(const QString& id, const QString& heading, const ReceivedEInvoice::Party& party,
+                  const Context& c)
 {
-    QString html = u"<div class=\"party\"><h2>%1</h2>"_s.arg(esc(heading));
+    QString html = u"<div class=\"party\" id=\"%1\"><h2>%2</h2>"_s.arg(id, esc(heading));
     html += u"<div class=\"name\">%1</div>"_s.arg(esc(party.name));
     if (!party.tradingName.isEmpty() && party.tradingName != party.name)
         html += u"<div>%1</div>"_s.arg(esc(party.tradingName));
@@ -232,7 +233,7 @@ QString headerHtml(const ReceivedEInvoice& e, const Context& c)
     fact(c.t(u"Contract"_s), e.contractReference);
     fact(c.t(u"Preceding invoice"_s), e.precedingInvoice);
     fact(c.t(u"Currency"_s), e.currency);
-    return u"<header class=\"head\"><h1>%1<span class=\"number\">%2</span></h1>"
+    return u"<header class=\"head\" id=\"head\"><h1>%1<span class=\"number\">%2</span></h1>"
            u"<table class=\"facts\">%3</table></header>"_s.arg(esc(typeName(e.typeCode, c.language)),
                                                                esc(e.documentNumber), facts);
 }
@@ -265,7 +266,9 @@ QString differencesHtml(const ReceivedEInvoice& e, const Context& c)
 QString linesHtml(const ReceivedEInvoice& e, const Context& c)
 {
     QString rows;
+    int number = 0;
     for (const ReceivedEInvoice::Line& line : e.lines) {
+        ++number;
         QStringList details;
         if (!line.description.isEmpty() && line.description != line.name)
             details.append(escLines(line.description));
@@ -282,7 +285,8 @@ QString linesHtml(const ReceivedEInvoice& e, const Context& c)
         QString vat = line.vatRate ? esc(c.percent(*line.vatRate)) : QString();
         if (!line.vatCategory.isEmpty() && line.vatCategory != u"S")
             vat += u" "_s + esc(line.vatCategory);
-        rows += u"<tr><td class=\"pos\">%1</td><td><div class=\"item-name\">%2</div>%3</td>"
+        rows += u"<tr id=\"line-"_s + QString::number(number) + u"\">"_s;
+        rows += u"<td class=\"pos\">%1</td><td><div class=\"item-name\">%2</div>%3</td>"
                 u"<td class=\"num\">%4\u00a0%5</td><td class=\"num\">%6</td><td class=\"num\">%7</td>"
                 u"<td class=\"num\">%8</td></tr>"_s.arg(
                     esc(line.position), esc(line.name),
@@ -325,14 +329,17 @@ QString allowancesHtml(const ReceivedEInvoice& e, const Context& c)
 QString vatHtml(const ReceivedEInvoice& e, const Context& c)
 {
     QString rows;
+    int number = 0;
     for (const ReceivedEInvoice::VatBreakdown& vat : e.vatBreakdown) {
+        ++number;
         QString category = vatCategoryName(vat.category, c);
         const QString exemption =
             vat.exemptionReason.isEmpty() ? vat.exemptionReasonCode : vat.exemptionReason;
         if (!exemption.isEmpty())
             category += u"<div class=\"item-detail\">%1</div>"_s.arg(escLines(exemption));
+        rows += u"<tr id=\"vat-"_s + QString::number(number) + u"\">"_s;
         rows +=
-            u"<tr><td>%1</td><td class=\"num\">%2</td><td class=\"num\">%3</td><td class=\"num\">%4</td></tr>"_s
+            u"<td>%1</td><td class=\"num\">%2</td><td class=\"num\">%3</td><td class=\"num\">%4</td></tr>"_s
                 .arg(category, vat.rate ? esc(c.percent(*vat.rate)) : QString(), esc(c.money(vat.basis)),
                      esc(c.money(vat.taxAmount)));
     }
@@ -441,6 +448,104 @@ QString page(const QString& title, const QString& body, Language language)
 
 } // namespace
 
+QString sectionOf(const QString& location)
+{
+    // Each step without its prefix; the position kept for the first line or VAT group met.
+    QStringList names;
+    std::optional<std::pair<QString, int>> numbered;
+    for (const QString& step : location.split(u'/', Qt::SkipEmptyParts)) {
+        const QString name = step.section(u'[', 0, 0).section(u':', -1);
+        const int position = step.section(u'[', 1, 1).section(u']', 0, 0).toInt();
+        names.append(name);
+        if (numbered)
+            continue;
+        if (name == u"IncludedSupplyChainTradeLineItem" || name == u"InvoiceLine" ||
+            name == u"CreditNoteLine")
+            numbered = {u"line-"_s, std::max(position, 1)};
+        else if (name == u"TaxSubtotal" ||
+                 (name == u"ApplicableTradeTax" && names.contains(u"ApplicableHeaderTradeSettlement"_s)))
+            numbered = {u"vat-"_s, std::max(position, 1)};
+    }
+    if (numbered)
+        return numbered->first + QString::number(numbered->second);
+    if (names.size() < 2)
+        return {};
+    static const QHash<QString, QString> sections{
+        // CII
+        {u"SellerTradeParty"_s, u"seller"_s},
+        {u"SellerTaxRepresentativeTradeParty"_s, u"seller"_s},
+        {u"BuyerTradeParty"_s, u"buyer"_s},
+        {u"SpecifiedTradeSettlementHeaderMonetarySummation"_s, u"totals"_s},
+        {u"SpecifiedTradeAllowanceCharge"_s, u"allowances"_s},
+        {u"SpecifiedTradeSettlementPaymentMeans"_s, u"payment"_s},
+        {u"SpecifiedTradePaymentTerms"_s, u"payment"_s},
+        {u"PayeeTradeParty"_s, u"payment"_s},
+        {u"PaymentReference"_s, u"payment"_s},
+        {u"CreditorReferenceID"_s, u"payment"_s},
+        {u"IncludedNote"_s, u"notes"_s},
+        {u"ExchangedDocument"_s, u"head"_s},
+        {u"ExchangedDocumentContext"_s, u"head"_s},
+        {u"BuyerReference"_s, u"head"_s},
+        {u"ApplicableHeaderTradeDelivery"_s, u"head"_s},
+        {u"BuyerOrderReferencedDocument"_s, u"head"_s},
+        {u"ContractReferencedDocument"_s, u"head"_s},
+        {u"InvoiceReferencedDocument"_s, u"head"_s},
+        {u"BillingSpecifiedPeriod"_s, u"head"_s},
+        {u"InvoiceCurrencyCode"_s, u"head"_s},
+        // UBL
+        {u"AccountingSupplierParty"_s, u"seller"_s},
+        {u"TaxRepresentativeParty"_s, u"seller"_s},
+        {u"AccountingCustomerParty"_s, u"buyer"_s},
+        {u"LegalMonetaryTotal"_s, u"totals"_s},
+        {u"TaxTotal"_s, u"vat"_s},
+        {u"AllowanceCharge"_s, u"allowances"_s},
+        {u"PaymentMeans"_s, u"payment"_s},
+        {u"PaymentTerms"_s, u"payment"_s},
+        {u"PayeeParty"_s, u"payment"_s},
+        {u"Note"_s, u"notes"_s},
+        {u"ID"_s, u"head"_s},
+        {u"IssueDate"_s, u"head"_s},
+        {u"DueDate"_s, u"head"_s},
+        {u"InvoiceTypeCode"_s, u"head"_s},
+        {u"CreditNoteTypeCode"_s, u"head"_s},
+        {u"DocumentCurrencyCode"_s, u"head"_s},
+        {u"CustomizationID"_s, u"head"_s},
+        {u"ProfileID"_s, u"head"_s},
+        {u"OrderReference"_s, u"head"_s},
+        {u"ContractDocumentReference"_s, u"head"_s},
+        {u"BillingReference"_s, u"head"_s},
+        {u"Delivery"_s, u"head"_s},
+        {u"InvoicePeriod"_s, u"head"_s},
+    };
+    // A note sits inside the document's header element but has a section of its own.
+    if (names.contains(u"IncludedNote"_s))
+        return u"notes"_s;
+    // The outermost step that names a part wins: a party's identifier ("ID") is the party's.
+    for (qsizetype i = 1; i < names.size(); ++i)
+        if (const auto it = sections.constFind(names[i]); it != sections.constEnd())
+            return *it;
+    return {};
+}
+
+QString sectionName(const QString& section, Language language)
+{
+    if (section.startsWith(u"line-"))
+        return Strings::text(u"Item %1"_s, language).arg(section.mid(5));
+    if (section.startsWith(u"vat"))
+        return Strings::text(u"VAT breakdown"_s, language);
+    static const QHash<QString, QString> names{
+        {u"seller"_s, u"Seller"_s},
+        {u"buyer"_s, u"Buyer"_s},
+        {u"allowances"_s, u"Allowances and charges"_s},
+        {u"totals"_s, u"Totals"_s},
+        {u"payment"_s, u"Payment"_s},
+        {u"notes"_s, u"Remarks"_s},
+        {u"head"_s, u"Document"_s},
+    };
+    const auto it = names.constFind(section);
+    return it == names.constEnd() ? QString() : Strings::text(*it, language);
+}
+
 QString typeName(const QString& typeCode, Language language)
 {
     static const QHash<QString, QString> names{
@@ -470,7 +575,8 @@ QString html(const ReceivedEInvoice& einvoice, Language language)
     QString body = headerHtml(einvoice, c);
     body += differencesHtml(einvoice, c);
     body += u"<section class=\"parties\">%1%2</section>"_s.arg(
-        partyHtml(c.t(u"Seller"_s), einvoice.seller, c), partyHtml(c.t(u"Buyer"_s), einvoice.buyer, c));
+        partyHtml(u"seller"_s, c.t(u"Seller"_s), einvoice.seller, c),
+        partyHtml(u"buyer"_s, c.t(u"Buyer"_s), einvoice.buyer, c));
     body += linesHtml(einvoice, c);
     body += allowancesHtml(einvoice, c);
     body += u"<section class=\"summary\">%1%2</section>"_s.arg(vatHtml(einvoice, c), totalsHtml(einvoice, c));

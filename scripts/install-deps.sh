@@ -28,6 +28,8 @@ APT_PACKAGES=(
     libjavascriptcoregtk-4.1-dev libzip-dev
     # the invoice search index (SQLite with FTS5)
     libsqlite3-dev
+    # make readme-screenshots: the README's pictures as small 256-colour PNGs
+    imagemagick
     # PDF checks in the tests: text, attachments and renderings (poppler), structure (qpdf)
     poppler-utils qpdf
     # reading the printed payment QR code back in the tests

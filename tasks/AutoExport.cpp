@@ -224,6 +224,13 @@ void AutoExportHelper::finishJob(const Job& job, const std::optional<QByteArray>
                                         << NumberFormat::displayNumber(invoice, profile) + u", it lacks:"_s
                                         << incomplete.texts().join(u", "_s);
         return;
+    } catch (const RejectedEInvoice& rejected) {
+        // Neither the XML nor the hybrid PDF: the receiver would reject them. One line per rule.
+        qCWarning(lcExchange).noquote() << "AutoExportHelper: No e-invoice for"
+                                        << NumberFormat::displayNumber(invoice, profile) + u", it breaks:"_s;
+        for (const QString& rule : rejected.texts())
+            qCWarning(lcExchange).noquote() << "AutoExportHelper:  " << rule;
+        return;
     } catch (const TaskError& failure) {
         qCWarning(lcExchange).noquote() << "AutoExportHelper:" << failure.message();
         return;

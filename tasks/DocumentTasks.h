@@ -3,6 +3,7 @@
 #include "reminders/Reminder.h"
 #include "render/PaginatedDocument.h"
 #include "tasks/DocumentSource.h"
+#include "tasks/TaskError.h"
 
 #include <QByteArray>
 #include <QString>
@@ -21,10 +22,20 @@ QByteArray invoicePdf(const DocumentSource& source);
 void invoicePdfAsync(const DocumentSource& source,
                      std::function<void(std::optional<QByteArray> pdf, QString error)> done);
 
-// Throws IncompleteEInvoice, before any work, when the invoice lacks what an e-invoice needs.
+// Throws IncompleteEInvoice when the invoice lacks what an e-invoice needs, else writes the XML
+// and throws RejectedEInvoice when it breaks a rule: what the export would refuse, asked before
+// the user picks a file.
 void checkEInvoice(const DocumentSource& source);
-// The CII XML in the invoice's e-invoice profile, XRechnung or EN 16931 (after checkEInvoice()).
+// The CII XML in the invoice's e-invoice profile, XRechnung or EN 16931, checked as above: no
+// e-invoice leaves that its receiver would reject.
 QByteArray eInvoiceXml(const DocumentSource& source);
+// Throws RejectedEInvoice when `xml` breaks a rule (fatal or error) of the rules of the profile
+// it is written in: XRechnung's for XRechnung, EN 16931's for EN 16931.
+void checkEInvoiceRules(const DocumentSource& source, const QByteArray& xml);
+// The field of the invoice form where what a rule found at its location is mended ("Recipient
+// electronic address scheme" for BR-CL-25 on the buyer's electronic address), or nullopt when
+// the rule concerns no one field.
+std::optional<MissingField> fieldOfRule(const ValidationFailure& failure, const Invoice& invoice);
 // The hybrid PDF/A-3 of an invoice PDF with the XML inside.
 QByteArray hybridPdf(const DocumentSource& source, const QByteArray& pdf, const QByteArray& xml);
 

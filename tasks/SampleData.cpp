@@ -4,6 +4,8 @@
 #include "tasks/Workspace.h"
 #include "util/Clock.h"
 
+#include <QRegularExpression>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace {
@@ -189,6 +191,24 @@ QByteArray receivedEInvoice(const Profile& buyer)
     Profile seller;
     seller.language = Language::german;
     return XMLGenerator::generate(invoice, seller).value_or(QByteArray());
+}
+
+QByteArray faultyReceivedEInvoice(const Profile& buyer)
+{
+    QByteArray xml = receivedEInvoice(buyer);
+    // The second line's unit: the word on the print shop's order form.
+    const qsizetype first = xml.indexOf("unitCode=\"");
+    const qsizetype second = first < 0 ? -1 : xml.indexOf("unitCode=\"", first + 1);
+    if (second >= 0)
+        xml.replace(second, xml.indexOf('"', second + 10) - second + 1, "unitCode=\"Stk\"");
+    // The VAT total a few euros off the breakdown.
+    static const QRegularExpression taxTotal(u"(<ram:TaxTotalAmount currencyID=\"[A-Z]+\">)([0-9.]+)<"_s);
+    QString text = QString::fromUtf8(xml);
+    const QRegularExpressionMatch match = taxTotal.match(text);
+    if (match.hasMatch())
+        text.replace(match.capturedStart(2), match.capturedLength(2),
+                     QString::number(match.captured(2).toDouble() + 4.75, 'f', 2));
+    return text.toUtf8();
 }
 
 } // namespace SampleData

@@ -15,5 +15,9 @@ void populate(Workspace& workspace);
 // A CII e-invoice as the sample business receives one: a print shop's invoice to `buyer` with
 // two VAT rates and a discount, written the day before.
 QByteArray receivedEInvoice(const Profile& buyer);
+// The same invoice with two mistakes that receivers meet often: a German unit abbreviation
+// instead of a code ("Stk", BR-CL-23) and a VAT total that was typed rather than added up
+// (BR-CO-14, BR-CO-15).
+QByteArray faultyReceivedEInvoice(const Profile& buyer);
 
 } // namespace SampleData

@@ -72,6 +72,18 @@ QString text(const CheckedFile& file)
     return out;
 }
 
+QString ruleText(const ValidationFailure& failure)
+{
+    QString text = failure.text.trimmed();
+    const QString tag = u'[' + failure.ruleId + u']';
+    if (text.startsWith(tag)) {
+        text.remove(0, tag.size());
+        while (!text.isEmpty() && (text.front() == u'-' || text.front().isSpace()))
+            text.remove(0, 1);
+    }
+    return text.isEmpty() ? failure.text.trimmed() : text;
+}
+
 QJsonObject json(const CheckedFile& file)
 {
     const ValidationReport& r = file.report;

@@ -27,6 +27,8 @@ std::vector<CheckedFile> validateFiles(const QStringList& paths,
 // One file's verdict as text: a line per failed rule ("  ERROR BR-CO-10 at /rsm:…: text"),
 // then "FILE: VALID|INVALID (N errors, M warnings)".
 QString text(const CheckedFile& file);
+// The rule's own text without the id that most rule sets put in front ("[BR-CO-10]-…").
+QString ruleText(const ValidationFailure& failure);
 QJsonObject json(const CheckedFile& file);
 
 } // namespace ValidationTasks

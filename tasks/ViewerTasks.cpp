@@ -42,6 +42,11 @@ QString html(const OpenedFile& file, Language language)
     return ReceivedEInvoiceDocument::errorHtml(file.problem, language);
 }
 
+ValidationReport check(const OpenedFile& file)
+{
+    return EInvoiceValidator::shared().validateBytes(file.bytes);
+}
+
 ImportResult importAsInvoice(InvoiceManager& store, const Profile& profile, const OpenedFile& file)
 {
     if (!file.einvoice)

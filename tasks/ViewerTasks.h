@@ -4,6 +4,7 @@
 #include "model/Enums.h"
 #include "model/Profile.h"
 #include "tasks/ImportTasks.h"
+#include "validation/EInvoiceValidator.h"
 
 #include <QByteArray>
 #include <QString>
@@ -32,6 +33,11 @@ OpenedFile openData(const QByteArray& bytes, const QString& name);
 
 // The page the viewer shows: the document, or the reason it cannot be shown.
 QString html(const OpenedFile& file, Language language);
+
+// The official rules' verdict on the file's bytes (the XML, or a hybrid PDF's XML), by the rules
+// the document declares: XRechnung's for XRechnung, EN 16931's otherwise. Takes milliseconds but
+// may be called from any thread, so that a window stays responsive.
+ValidationReport check(const OpenedFile& file);
 
 // Adds the shown document to the store as a new invoice of the profile (as "Import E-Invoices…"
 // would). A file that is no e-invoice is refused with its reason.

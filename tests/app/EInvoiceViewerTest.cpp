@@ -12,10 +12,14 @@
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
+#include <QFileInfo>
 #include <QListWidget>
 #include <QMimeData>
 #include <QStatusBar>
+#include <QTest>
+#include <QTreeWidget>
 #include <QWebEnginePage>
+#include <QWebEngineScript>
 #include <QWebEngineView>
 
 #include <algorithm>
@@ -187,4 +191,78 @@ TEST_F(EInvoiceViewerTest, AReceivedSampleOfTheOfficialTestSuiteShowsItsSellerAn
     EXPECT_TRUE(html.contains(received->seller.name.toHtmlEscaped())) << received->seller.name.toStdString();
     EXPECT_TRUE(html.contains(
         Totals::formatMoney(*received->totals.grandTotal, received->currency, Language::english)));
+}
+
+// The verdict of the official rules stands above the document. It is worked out beside the
+// window, which says so until it is known.
+TEST_F(EInvoiceViewerTest, AnEInvoiceWrittenByLedraIsCheckedBesideTheWindowAndValid)
+{
+    const QString path =
+        write(u"RE-2026-2318.xml"_s, SampleData::receivedEInvoice(workspace().activeProfile()));
+    m_viewer->openFiles({path});
+    EXPECT_TRUE(m_viewer->isChecking()) << "the verdict arrives through the event loop, never at once";
+    EXPECT_EQ(m_viewer->verdictText(), u"Checking…");
+    ASSERT_TRUE(waitFor([&] { return !m_viewer->isChecking(); }, 20000));
+    EXPECT_EQ(m_viewer->verdictText(), u"Valid e-invoice");
+    ASSERT_TRUE(m_viewer->currentReport());
+    EXPECT_TRUE(m_viewer->currentReport()->ruleSets.contains(u"EN 16931"_s));
+    EXPECT_FALSE(m_viewer->ruleList()->isVisibleTo(m_viewer)) << "nothing broken, nothing listed";
+}
+
+TEST_F(EInvoiceViewerTest, BrokenRulesAreListedAndChoosingOneMarksItsPartOfThePage)
+{
+    const QString path =
+        write(u"RE-2026-2319.xml"_s, SampleData::faultyReceivedEInvoice(workspace().activeProfile()));
+    shownAfter([&] { m_viewer->openFiles({path}); });
+    ASSERT_TRUE(waitFor([&] { return !m_viewer->isChecking(); }, 20000));
+    EXPECT_EQ(m_viewer->verdictText(), u"Invalid e-invoice");
+    QTreeWidget* rules = m_viewer->ruleList();
+    ASSERT_TRUE(rules->isVisibleTo(m_viewer));
+    QHash<QString, QTreeWidgetItem*> byId;
+    for (int i = 0; i < rules->topLevelItemCount(); ++i)
+        byId.insert(rules->topLevelItem(i)->text(0), rules->topLevelItem(i));
+    // The unit "Stk" of the second line (BR-CL-23) and the typed VAT total (BR-CO-14).
+    ASSERT_TRUE(byId.contains(u"BR-CL-23"_s)) << byId.keys().join(u' ').toStdString();
+    ASSERT_TRUE(byId.contains(u"BR-CO-14"_s));
+    EXPECT_EQ(byId[u"BR-CL-23"_s]->text(1), u"Item 2");
+    EXPECT_TRUE(byId[u"BR-CL-23"_s]->text(2).startsWith(u"Unit code MUST be coded"_s))
+        << "the rule's own text, without its id in front";
+    EXPECT_EQ(byId[u"BR-CO-14"_s]->text(1), u"Totals");
+
+    // Reads the page's marks (the page itself runs no script).
+    auto marked = [&](const QString& selector) {
+        QString ids;
+        bool done = false;
+        m_viewer->view()->page()->runJavaScript(
+            u"Array.from(document.querySelectorAll('%1')).map(e => e.id).sort().join(' ')"_s.arg(selector),
+            QWebEngineScript::ApplicationWorld, [&](const QVariant& result) {
+                ids = result.toString();
+                done = true;
+            });
+        EXPECT_TRUE(waitFor([&] { return done; }, 10000));
+        return ids;
+    };
+    EXPECT_TRUE(waitFor([&] { return marked(u".rule-broken"_s) == u"line-2 totals"; }, 10000))
+        << marked(u".rule-broken"_s).toStdString();
+    const QRect row = rules->visualItemRect(byId[u"BR-CL-23"_s]);
+    QTest::mouseClick(rules->viewport(), Qt::LeftButton, {}, row.center());
+    EXPECT_TRUE(waitFor([&] { return marked(u".flagged"_s) == u"line-2"; }, 10000));
+    rules->setCurrentItem(byId[u"BR-CO-14"_s]);
+    EXPECT_TRUE(waitFor([&] { return marked(u".flagged"_s) == u"totals"; }, 10000));
+}
+
+TEST_F(EInvoiceViewerTest, AFileClosedWhileBeingCheckedLeavesNoVerdictBehind)
+{
+    const QString valid = write(u"valid.xml"_s, SampleData::receivedEInvoice(workspace().activeProfile()));
+    const QString faulty =
+        write(u"faulty.xml"_s, SampleData::faultyReceivedEInvoice(workspace().activeProfile()));
+    QStringList checked;
+    QObject::connect(m_viewer, &EInvoiceViewer::checked, [&](const QString& path) { checked.append(path); });
+    m_viewer->openFiles({valid, faulty});
+    m_viewer->closeCurrent(); // the faulty one, still being checked
+    ASSERT_TRUE(waitFor([&] { return !m_viewer->isChecking(); }, 20000));
+    EXPECT_EQ(m_viewer->verdictText(), u"Valid e-invoice");
+    EXPECT_EQ(m_viewer->ruleList()->topLevelItemCount(), 0);
+    QTest::qWait(300);
+    EXPECT_FALSE(checked.contains(QFileInfo(faulty).absoluteFilePath()));
 }

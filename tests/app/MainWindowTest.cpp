@@ -310,6 +310,44 @@ TEST_F(MainWindowTest, XRechnungOfAnIncompleteInvoiceListsTheMissingFieldsAndLea
     EXPECT_EQ(window().editor()->invoice()->eInvoiceProfile, EInvoiceProfile::automatic);
 }
 
+// Nothing is missing, yet the official rules refuse the e-invoice: an electronic address
+// scheme that is no code of the EAS list (BR-CL-25). The export stops before the file dialog,
+// names the rule, and leads to the field to mend.
+TEST_F(MainWindowTest, EInvoiceThatBreaksARuleIsNotExportedAndLeadsToTheField)
+{
+    openWindow([](Workspace& workspace) { SampleData::populate(workspace); });
+    window().list()->setCurrentIndex(window().list()->model()->index(2, 0));
+    ASSERT_TRUE(window().editor()->invoice());
+    QStringList asked;
+    window().documents()->chooseSaveFile = [&](const QString& title, const QString&, const QString&) {
+        asked.append(title);
+        return QString();
+    };
+    QTest::keyClicks(field(u"Recipient electronic address"_s), u"einkauf@example.com"_s);
+    QTest::keyClicks(field(u"Recipient electronic address scheme"_s), u"9999"_s);
+    for (const QString& action : {u"exportXRechnung"_s, u"exportZugferd"_s}) {
+        trigger(action);
+        MessageBar* bar = window().messages();
+        ASSERT_TRUE(bar->isVisible()) << action.toStdString();
+        EXPECT_TRUE(
+            bar->text().contains(u"BR-CL-25: Endpoint identifier scheme identifier MUST belong to the "
+                                 u"CEF EAS code list"_s))
+            << bar->text().toStdString();
+        EXPECT_TRUE(asked.isEmpty()) << "no file is chosen for an e-invoice that would be rejected";
+        EXPECT_TRUE(waitFor(
+            [&] { return QApplication::focusWidget() == field(u"Recipient electronic address scheme"_s); }));
+        auto* go = bar->findChild<QPushButton*>();
+        ASSERT_NE(go, nullptr);
+        EXPECT_TRUE(go->text().contains(u"Scheme"_s, Qt::CaseInsensitive)) << go->text().toStdString();
+    }
+
+    // A code of the list, and the export goes ahead.
+    field(u"Recipient electronic address scheme"_s)->clear();
+    QTest::keyClicks(field(u"Recipient electronic address scheme"_s), u"EM"_s);
+    trigger(u"exportXRechnung"_s);
+    EXPECT_EQ(asked, QStringList{u"Export as E-Invoice (XML)"_s});
+}
+
 TEST_F(MainWindowTest, AnInvoiceChangedByAnotherProgramShowsUpInTheList)
 {
     openWindow([](Workspace& workspace) { SampleData::populate(workspace); });

@@ -253,3 +253,44 @@ TEST_F(EInvoiceCli, EInvoiceProfileComesFromInvoiceProfileOrCustomer)
     EXPECT_FALSE(shown.contains(u"eInvoiceProfile"_s));
     EXPECT_EQ(ledra({u"profile"_s, u"set"_s, u"eInvoiceProfile"_s, u"en16931"_s}).exitCode, 0);
 }
+
+// Nothing missing, but a rule of the profile broken: an electronic address scheme that is no
+// code of the EAS list (BR-CL-25). Neither the XML nor the hybrid PDF is written.
+TEST_F(EInvoiceCli, EInvoiceThatBreaksARuleIsNotWrittenAndTheRuleIsNamed)
+{
+    QFile sample(sampleInvoicePath());
+    ASSERT_TRUE(sample.open(QIODevice::ReadOnly));
+    QJsonObject invoice = QJsonDocument::fromJson(sample.readAll()).object();
+    QJsonObject recipient = invoice[u"recipient"_s].toObject();
+    recipient[u"electronicAddress"_s] = u"einkauf@example.com"_s;
+    recipient[u"electronicAddressScheme"_s] = u"9999"_s;
+    invoice[u"recipient"_s] = recipient;
+    const QString input = m_home.filePath(u"scheme.json"_s);
+    QFile file(input);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(QJsonDocument(invoice).toJson());
+    file.close();
+
+    const QString xml = m_home.filePath(u"scheme.xml"_s);
+    const QString pdf = m_home.filePath(u"scheme.pdf"_s);
+    for (const QStringList& arguments : {QStringList{u"xrechnung"_s, input, u"-o"_s, xml},
+                                         QStringList{u"xrechnung"_s, input, u"--profile"_s, u"xrechnung"_s},
+                                         QStringList{u"zugferd"_s, input, u"-o"_s, pdf}}) {
+        const CliResult result = ledra(arguments);
+        EXPECT_EQ(result.exitCode, 1) << arguments.join(u' ').toStdString();
+        EXPECT_TRUE(
+            result.err.contains(u"  BR-CL-25 (fatal): Endpoint identifier scheme identifier MUST belong "
+                                u"to the CEF EAS code list [Recipient electronic address scheme]\n"_s))
+            << result.err.toStdString();
+        EXPECT_TRUE(result.out.isEmpty()) << "nothing on standard output either";
+    }
+    EXPECT_FALSE(QFile::exists(xml));
+    EXPECT_FALSE(QFile::exists(pdf));
+
+    recipient[u"electronicAddressScheme"_s] = u"EM"_s;
+    invoice[u"recipient"_s] = recipient;
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(QJsonDocument(invoice).toJson());
+    file.close();
+    EXPECT_EQ(ledra({u"xrechnung"_s, input, u"-o"_s, xml}).exitCode, 0);
+}

@@ -124,6 +124,36 @@ TEST_F(ExchangeCli, TheExportFolderGetsTheDocumentsOfEligibleInvoices)
     EXPECT_FALSE(QFileInfo::exists(folder));
 }
 
+// An invoice with nothing missing whose e-invoice breaks a rule (an e-invoice address scheme
+// that is no EAS code, BR-CL-25) gets its PDF only; the log names the rule.
+TEST_F(ExchangeCli, TheExportFolderWritesNoEInvoiceThatBreaksARule)
+{
+    populate();
+    const QString invoiceFile = invoicesFolder() + u"/2025-03-01-3F2A9C.json"_s;
+    QFile file(invoiceFile);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    QJsonObject invoice = QJsonDocument::fromJson(file.readAll()).object();
+    file.close();
+    QJsonObject recipient = invoice[u"recipient"_s].toObject();
+    recipient[u"electronicAddress"_s] = u"einkauf@example.com"_s;
+    recipient[u"electronicAddressScheme"_s] = u"9999"_s;
+    invoice[u"recipient"_s] = recipient;
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(QJsonDocument(invoice).toJson());
+    file.close();
+
+    const QString folder = m_home.filePath(u"Exported"_s);
+    ASSERT_EQ(ledra({u"export-folder"_s, u"set"_s, folder}).exitCode, 0);
+    ASSERT_EQ(ledra({u"export-folder"_s, u"enable"_s, u"xml"_s}).exitCode, 0);
+    ASSERT_EQ(ledra({u"export-folder"_s, u"enable"_s, u"zugferd"_s}).exitCode, 0);
+    const CliResult result = ledra({u"export-folder"_s, u"run"_s});
+    ASSERT_EQ(result.exitCode, 0) << result.err.toStdString();
+    EXPECT_EQ(filesIn(folder), (QStringList{u"Rechnung 2025-007.pdf"_s, u"Rechnung 2025-009.pdf"_s}));
+    EXPECT_TRUE(result.err.contains(u"No e-invoice for 2025-007, it breaks:"_s)) << result.err.toStdString();
+    EXPECT_TRUE(result.err.contains(u"BR-CL-25: Endpoint identifier scheme identifier MUST belong"_s))
+        << result.err.toStdString();
+}
+
 TEST_F(ExchangeCli, TheMailFolderListsInvoicesAndServesEachRequestOnce)
 {
     populate();

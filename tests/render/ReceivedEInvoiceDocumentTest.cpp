@@ -3,6 +3,7 @@
 #include "calc/Totals.h"
 #include "support/TestSupport.h"
 #include "util/Files.h"
+#include "validation/EInvoiceValidator.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -114,4 +115,64 @@ TEST(ReceivedEInvoiceDocument, EverySharedSampleShowsItsSellerAndGrandTotal)
         EXPECT_TRUE(html.contains(
             Totals::formatMoney(*received->totals.grandTotal, received->currency, Language::german)));
     }
+}
+
+// The viewer points each broken rule at the part of the page that shows what the rule looked at;
+// the parts named must be ones the page has.
+TEST(ReceivedEInvoiceDocument, RuleLocationsPointAtTheSectionsThePageShows)
+{
+    const std::pair<const char16_t*, const char16_t*> cases[] = {
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:SupplyChainTradeTransaction[1]/"
+         u"ram:IncludedSupplyChainTradeLineItem[2]/"
+         u"ram:SpecifiedLineTradeDelivery[1]/ram:BilledQuantity[1]",
+         u"line-2"},
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:SupplyChainTradeTransaction[1]/"
+         u"ram:ApplicableHeaderTradeAgreement[1]/"
+         u"ram:SellerTradeParty[1]/ram:PostalTradeAddress[1]/ram:CountryID[1]",
+         u"seller"},
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:SupplyChainTradeTransaction[1]/"
+         u"ram:ApplicableHeaderTradeSettlement[1]/"
+         u"ram:ApplicableTradeTax[3]/ram:CategoryCode[1]",
+         u"vat-3"},
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:SupplyChainTradeTransaction[1]/"
+         u"ram:ApplicableHeaderTradeSettlement[1]/"
+         u"ram:SpecifiedTradeSettlementHeaderMonetarySummation[1]",
+         u"totals"},
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:ExchangedDocument[1]/ram:IncludedNote[1]/ram:Content[1]",
+         u"notes"},
+        {u"/rsm:CrossIndustryInvoice[1]/rsm:ExchangedDocument[1]/ram:TypeCode[1]", u"head"},
+        {u"/ubl:Invoice[1]/cac:AccountingCustomerParty[1]/cac:Party[1]/cac:PartyIdentification[1]/cbc:ID[1]",
+         u"buyer"},
+        {u"/ubl:Invoice[1]/cac:PaymentMeans[1]/cac:PayeeFinancialAccount[1]/cbc:ID[1]", u"payment"},
+        {u"/ubl:Invoice[1]/cac:TaxTotal[1]/cac:TaxSubtotal[2]/cbc:TaxAmount[1]", u"vat-2"},
+        {u"/ubl:Invoice[1]/cbc:ID[1]", u"head"},
+        {u"/rsm:CrossIndustryInvoice[1]", u""},
+        {u"", u""},
+    };
+    for (const auto& [location, section] : cases)
+        EXPECT_EQ(ReceivedEInvoiceDocument::sectionOf(QString::fromUtf16(location)),
+                  QString::fromUtf16(section))
+            << QString::fromUtf16(location).toStdString();
+
+    // A file with the mistakes receivers meet: each rule it breaks lands on a part of its page.
+    QByteArray xml = TestSupport::readData(u"einvoice/other-tool.xml"_s);
+    xml.replace("unitCode=\"HUR\"", "unitCode=\"Std\""); // BR-CL-23, on the second line
+    xml.replace("<ram:CountryID>DE</ram:CountryID>", "<ram:CountryID>QQ</ram:CountryID>"); // BR-CL-14
+    const ValidationReport report = EInvoiceValidator::shared().validateXml(xml);
+    QString problem;
+    const std::optional<ReceivedEInvoice> einvoice = ReceivedEInvoice::read(xml, u"broken.xml"_s, &problem);
+    ASSERT_TRUE(einvoice) << problem.toStdString();
+    const QString html = ReceivedEInvoiceDocument::html(*einvoice, Language::english);
+    QStringList ids;
+    for (const ValidationFailure& failure : report.failures) {
+        ids.append(failure.ruleId);
+        const QString section = ReceivedEInvoiceDocument::sectionOf(failure.location);
+        if (failure.ruleId == u"BR-CL-23" || failure.ruleId == u"BR-CL-14") {
+            ASSERT_FALSE(section.isEmpty()) << failure.location.toStdString();
+            EXPECT_TRUE(html.contains(u"id=\""_s + section + u'"')) << section.toStdString();
+        }
+    }
+    EXPECT_TRUE(ids.contains(u"BR-CL-23"_s)) << ids.join(u' ').toStdString();
+    EXPECT_TRUE(ids.contains(u"BR-CL-14"_s)) << ids.join(u' ').toStdString();
+    EXPECT_EQ(ReceivedEInvoiceDocument::sectionName(u"line-2"_s, Language::german), u"Position 2");
 }
