@@ -15,6 +15,19 @@ using namespace Qt::Literals::StringLiterals;
 
 namespace OfflineExtraction {
 
+namespace {
+
+// Dates without their year take the one the text states first.
+void applyStatedYear(QList<TextLine>& lines)
+{
+    if (const int year = yearStated(lines))
+        for (TextLine& line : lines)
+            if (auto dates = datesWithYear(line.plain, year))
+                line.dates = std::move(*dates);
+}
+
+} // namespace
+
 QList<TextLine> prepareLines(const QString& input)
 {
     QString text = input;
@@ -86,11 +99,7 @@ QList<TextLine> prepareLines(const QString& input)
         }
         lines.append({raw, plain, datesIn(plain)});
     }
-    // Dates without their year take the one the text states first.
-    if (const int year = yearStated(lines))
-        for (TextLine& line : lines)
-            if (auto dates = datesWithYear(line.plain, year))
-                line.dates = std::move(*dates);
+    applyStatedYear(lines);
     return lines;
 }
 
@@ -139,11 +148,7 @@ QList<TextLine> ownQuotedLines(const QString& input)
         const QString plain = raw.simplified();
         lines.append({raw, plain, datesIn(plain)});
     }
-    // Dates without their year take the one the text states first.
-    if (const int year = yearStated(lines))
-        for (TextLine& line : lines)
-            if (auto dates = datesWithYear(line.plain, year))
-                line.dates = std::move(*dates);
+    applyStatedYear(lines);
     return lines;
 }
 
