@@ -431,10 +431,9 @@ void EInvoiceViewer::showVerdict()
                 item->setData(0, sectionRole, section);
                 const QString severity = errors ? ui(u"Error") : ui(u"Hint");
                 item->setToolTip(0, u"%1 · %2"_s.arg(severity, failure.ruleSet));
-                // Tool tips take markup when they look like it; these are escaped to stay text.
-                const QString tip =
-                    failure.location.isEmpty() ? failure.text : failure.text + u"\n\n"_s + failure.location;
-                item->setToolTip(2, u"<p style=\"white-space: pre-wrap\">%1</p>"_s.arg(tip.toHtmlEscaped()));
+                // Tool tips are plain text application-wide, so the rule's own words show as they are.
+                item->setToolTip(2, failure.location.isEmpty() ? failure.text
+                                                               : failure.text + u"\n\n"_s + failure.location);
             }
         }
     }

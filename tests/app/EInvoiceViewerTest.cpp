@@ -43,9 +43,7 @@ protected:
     QString write(const QString& name, const QByteArray& bytes)
     {
         const QString path = m_home.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
+        EXPECT_FALSE(Files::writeAtomically(path, bytes)) << path.toStdString();
         return path;
     }
 
@@ -227,6 +225,11 @@ TEST_F(EInvoiceViewerTest, BrokenRulesAreListedAndChoosingOneMarksItsPartOfThePa
     EXPECT_EQ(byId[u"BR-CL-23"_s]->text(1), u"Item 2");
     EXPECT_TRUE(byId[u"BR-CL-23"_s]->text(2).startsWith(u"Unit code MUST be coded"_s))
         << "the rule's own text, without its id in front";
+    // Its tool tip is the full text and where the rule looked, as text (tool tips are plain).
+    EXPECT_TRUE(byId[u"BR-CL-23"_s]->toolTip(2).startsWith(u"[BR-CL-23]"_s) ||
+                byId[u"BR-CL-23"_s]->toolTip(2).startsWith(u"Unit code MUST be coded"_s))
+        << byId[u"BR-CL-23"_s]->toolTip(2).toStdString();
+    EXPECT_TRUE(byId[u"BR-CL-23"_s]->toolTip(2).contains(u"IncludedSupplyChainTradeLineItem"_s));
     EXPECT_EQ(byId[u"BR-CO-14"_s]->text(1), u"Totals");
 
     // Reads the page's marks (the page itself runs no script).
