@@ -4,6 +4,7 @@
 #include "l10n/CodeNames.h"
 #include "l10n/Strings.h"
 #include "render/InvoiceDocument.h"
+#include "validation/EInvoiceValidator.h"
 
 #include <QFile>
 #include <QHash>
@@ -453,9 +454,7 @@ QString sectionOf(const QString& location)
     // Each step without its prefix; the position kept for the first line or VAT group met.
     QStringList names;
     std::optional<std::pair<QString, int>> numbered;
-    for (const QString& step : location.split(u'/', Qt::SkipEmptyParts)) {
-        const QString name = step.section(u'[', 0, 0).section(u':', -1);
-        const int position = step.section(u'[', 1, 1).section(u']', 0, 0).toInt();
+    for (const auto& [name, position] : locationSteps(location)) {
         names.append(name);
         if (numbered)
             continue;

@@ -12,6 +12,8 @@
 #include "util/Files.h"
 #include "validation/EInvoiceValidator.h"
 
+#include <algorithm>
+
 using namespace Qt::Literals::StringLiterals;
 
 namespace DocumentTasks {
@@ -80,14 +82,9 @@ struct LocationSteps
 LocationSteps stepsOf(const QString& location)
 {
     LocationSteps steps;
-    for (const QString& step : location.split(u'/', Qt::SkipEmptyParts)) {
-        QString name = step.section(u'[', 0, 0);
-        name = name.section(u':', -1);
-        if (!steps.line && name == u"IncludedSupplyChainTradeLineItem") {
-            bool ok = false;
-            const int position = step.section(u'[', 1).section(u']', 0, 0).toInt(&ok);
-            steps.line = ok ? position : 1;
-        }
+    for (const auto& [name, position] : locationSteps(location)) {
+        if (!steps.line && name == u"IncludedSupplyChainTradeLineItem")
+            steps.line = std::max(position, 1);
         steps.names.append(name);
     }
     return steps;

@@ -229,6 +229,15 @@ EInvoiceValidator& EInvoiceValidator::shared()
     return validator;
 }
 
+std::vector<LocationStep> locationSteps(const QString& location)
+{
+    std::vector<LocationStep> steps;
+    for (const QString& step : location.split(u'/', Qt::SkipEmptyParts))
+        steps.push_back({step.section(u'[', 0, 0).section(u':', -1),
+                         step.section(u'[', 1, 1).section(u']', 0, 0).toInt()});
+    return steps;
+}
+
 QString EInvoiceValidator::rulesFolderDefault()
 {
     const QString custom = qEnvironmentVariable("LEDRA_VALIDATION_RULES");

@@ -21,6 +21,15 @@ struct ValidationFailure
     bool isError() const { return flag != u"warning" && flag != u"information"; }
 };
 
+// One step of a failure's location: "/rsm:CrossIndustryInvoice[1]/ram:IncludedNote[2]" has the
+// steps {"CrossIndustryInvoice", 1} and {"IncludedNote", 2}; a step without a position has 0.
+struct LocationStep
+{
+    QString name; // without its namespace prefix
+    int position = 0;
+};
+std::vector<LocationStep> locationSteps(const QString& location);
+
 struct ValidationReport
 {
     enum class Syntax

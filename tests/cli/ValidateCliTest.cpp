@@ -1,8 +1,8 @@
 // `ledra validate` on what Ledra writes, on a document with a wrong total, and on wrong input.
 #include "support/CliHome.h"
 #include "support/TestSupport.h"
+#include "util/Files.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,9 +15,7 @@ protected:
     QString write(const QString& name, const QByteArray& bytes)
     {
         const QString path = m_home.filePath(name);
-        QFile file(path);
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
+        EXPECT_FALSE(Files::writeAtomically(path, bytes)) << path.toStdString();
         return path;
     }
 };

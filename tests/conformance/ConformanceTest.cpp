@@ -39,11 +39,6 @@ namespace {
 
 using OfficialValidators::Verdict;
 
-QString validationFolder()
-{
-    return OfficialValidators::folder();
-}
-
 const QString xrechnungGuideline = u"urn:cen.eu:en16931:2017#compliant#urn:xeinkauf.de:kosit:xrechnung_3.0"_s;
 const QString en16931Guideline = u"urn:cen.eu:en16931:2017"_s;
 
@@ -57,7 +52,7 @@ const QSet<QString>& xrechnungRuleIds()
         static const QRegularExpression assertId(uR"re(\bid="([^"]+)")re"_s);
         for (const QString& name : {u"XRechnung-CII-validation.sch"_s, u"XRechnung-common.sch"_s}) {
             const QString text = QString::fromUtf8(
-                Files::read(validationFolder() + u"/schematron/"_s + name).value_or(QByteArray()));
+                Files::read(OfficialValidators::folder() + u"/schematron/"_s + name).value_or(QByteArray()));
             for (auto match = assertId.globalMatch(text); match.hasNext();)
                 found.insert(match.next().captured(1));
         }
@@ -133,9 +128,9 @@ class Conformance : public ::testing::Test
 protected:
     void SetUp() override
     {
-        if (!QFileInfo(validationFolder() + u"/validate-pdf"_s).isExecutable())
+        if (!QFileInfo(OfficialValidators::folder() + u"/validate-pdf"_s).isExecutable())
             GTEST_SKIP()
-                << "the official validators are not at " << validationFolder().toStdString()
+                << "the official validators are not at " << OfficialValidators::folder().toStdString()
                 << " (they come with ../shared, which CI has; set LEDRA_VALIDATION_DIR to use others)";
         m_environment = QProcessEnvironment::systemEnvironment();
         m_environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
