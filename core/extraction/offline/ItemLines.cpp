@@ -303,12 +303,37 @@ bool isPlausibleDescription(const QString& description)
 
 bool isLabelOnlyDescription(const QString& description)
 {
+    // "Preis", also with the words that only say which one: "vereinbarten Satz", "the agreed rate".
     static const Re pattern(
-        uR"(^(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
+        uR"(^(?:(?:the|a|an|our|your|my|this|that|agreed|usual|normal|regular|standard|same|old|new|current|)"
+        uR"(der|die|das|den|dem|des|ein|eine|einen|unser\p{L}*|ihr\p{L}*|dein\p{L}*|mein\p{L}*|)"
+        uR"(vereinbart\p{L}*|besprochen\p{L}*|üblich\p{L}*|normal\p{L}*|gleich\p{L}*|bisherig\p{L}*|)"
+        uR"(neu\p{L}*|alt\p{L}*|aktuell\p{L}*)\s+)*(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
         uR"(Fee|Quote|Offer|Total|Summe|Gesamt|Rate|Satz|Stundensatz|Tagessatz|Wochensatz|day\s+rate|)"
         uR"(daily\s+rate|hourly\s+rate|weekly\s+rate|rate\s+per\s+(?:hour|day)|Stundenlohn|Honorarsatz)$)"_s,
         anyCase);
     return pattern.match(description).hasMatch();
+}
+
+bool isWorkDescription(const QString& description)
+{
+    // Work and goods are named by nouns; a description that opens with a preposition, a pronoun, a
+    // conjunction or a verb is a piece of a sentence ("at Nonna's", "went up", "like").
+    static const Re clauseStart(
+        uR"(^(?:at|to|in|on|by|from|with|into|onto|like|as|than|then|and|or|but|so|if|up|down|off|out|went|)"
+        uR"(go|goes|gone|come|came|get|got|is|are|was|were|be|been|has|have|had|do|did|does|it|its|this|)"
+        uR"(these|those|they|them|he|she|me|us|him|her|we|you|i|just|only|still|also|already|please|thanks|)"
+        uR"(bei|beim|mit|zum|zur|im|am|um|auf|aus|nach|vor|seit|wie|als|und|oder|aber|dann|noch|auch|schon|)"
+        uR"(bitte|danke|ist|sind|war|waren|wird|hat|haben|es|er|wir|ich|du|mir|uns|ihm|ihn)(?:\s|$))"_s,
+        anyCase);
+    // Words that name no work on their own: "flat", "each", "total", "net".
+    static const Re bareWord(
+        uR"(^(?:flat|each|total|net|gross|extra|more|less|plus|minus|pauschal|je|pro|netto|brutto|insgesamt|)"
+        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit)$)"_s,
+        anyCase);
+    const QString text = description.trimmed();
+    return !text.isEmpty() && !clauseStart.match(text).hasMatch() && !bareWord.match(text).hasMatch() &&
+           !isLabelOnlyDescription(text) && !totalLinePattern().match(text).hasMatch();
 }
 
 void noteTotals(const QString& line, const Vat& vat, const QList<Span>& dates, ItemContext& context)

@@ -80,6 +80,9 @@ bool isDiscountLine(const QString& line);
 bool isPlausibleDescription(const QString& description);
 
 bool isLabelOnlyDescription(const QString& description);
+// Whether a description names work or goods rather than being a label ("Summe", "agreed rate"), a
+// word that names nothing ("flat") or a piece of a sentence ("went up", "at Nonna's").
+bool isWorkDescription(const QString& description);
 
 struct ItemContext
 {
