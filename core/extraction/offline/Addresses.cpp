@@ -383,7 +383,8 @@ bool soundsLikeBusiness(const QString& text)
         uR"(\b(?:Studio|Studios|Atelier|Design|Media|Medien|Digital|Group|Partner|Partners|Hotel|)"
         uR"(Restaurant|Café|Cafe|Labs|Services|Agency|Club|Center|Centre|Zentrum|Schule|Klinik|)"
         uR"(Praxis|Gemeinde|Foundation|Trading|Ventures|Capital|Association|Society|Company|Werbung|)"
-        uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar)\b)"_s,
+        uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
+        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice)\b)"_s,
         sameCase);
     return text.size() <= 80 && (stems.match(text).hasMatch() || words.match(text).hasMatch());
 }

@@ -557,6 +557,8 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             draft.gross || (!draft.net && ((context.grossStatement && !context.netStatement) || grossTotals));
         if (gross)
             draft.item.unitPrice.reset();
+        if (draft.item.description)
+            draft.item.description = tidyDescription(*draft.item.description);
         if (draft.item == ExtractedItem{} ||
             (draft.item.description && !isWorkDescription(*draft.item.description)))
             continue;

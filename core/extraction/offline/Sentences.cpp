@@ -96,8 +96,7 @@ QString trimmedPhrase(QString text)
         if (text == before)
             break;
     }
-    if (text.count(u'(') != text.count(u')'))
-        text.remove(u'(').remove(u')');
+    text = withParenthesesMended(text);
     return text.simplified();
 }
 
@@ -505,7 +504,7 @@ std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, boo
 bool asksForBilling(const QList<TextLine>& lines)
 {
     static const Re pattern(
-        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge|\bPO\b|Positionen|Posten|)"
+        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge(?!d\s+(?:me|us)\b)|\bPO\b|Positionen|Posten|)"
         uR"(beauftrag|Auftrag|Bestell|\border|agreed|vereinbart|Angebot|Offerte|\bquote|\brechne|)"
         uR"(discussed|besprochen)"_s,
         anyCase);
