@@ -343,8 +343,8 @@ bool isWorkDescription(const QString& description)
     // conjunction or a verb is a piece of a sentence ("at Nonna's", "went up", "like").
     static const Re clauseStart(
         uR"(^(?:at|to|in|on|by|from|with|into|onto|like|as|than|then|and|or|but|so|if|up|down|off|out|went|)"
-        uR"(go|goes|gone|come|came|get|got|now|today|here|there|jetzt|heute|nun|hier|is|are|was|were|be|been|has|have|had|do|did|does|it|its|this|)"
-        uR"(these|those|they|them|he|she|me|us|him|her|we|you|i|just|only|still|also|already|please|thanks|)"
+        uR"(go|goes|gone|come|came|get|got|now|today|here|there|jetzt|heute|nun|hier|is|are|was|were|be|been|has|have|had|do|did|does|this|)"
+        uR"(these|those|they|them|he|she|me|him|her|we|you|i|just|only|still|also|already|please|thanks|)"
         uR"(bei|beim|mit|zum|zur|im|am|um|auf|aus|nach|vor|seit|wie|als|und|oder|aber|dann|noch|auch|schon|)"
         uR"(bitte|danke|ist|sind|war|waren|wird|hat|haben|es|er|wir|ich|du|mir|uns|ihm|ihn)(?:\s|$))"_s,
         anyCase);
@@ -355,7 +355,7 @@ bool isWorkDescription(const QString& description)
         anyCase);
     const QString text = description.trimmed();
     return !text.isEmpty() && !clauseStart.match(text).hasMatch() && !bareWord.match(text).hasMatch() &&
-           !isLabelOnlyDescription(text) && !totalLinePattern().match(text).hasMatch();
+           !isLabelOnlyDescription(text) && !totalLinePattern().match(text).hasMatch() && !isVatLine(text);
 }
 
 void noteTotals(const QString& line, const Vat& vat, const QList<Span>& dates, ItemContext& context)

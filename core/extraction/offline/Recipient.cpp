@@ -347,6 +347,8 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
                 haveStreet = true;
             } else if (haveStreet && !r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
                 r.addressLineTwo = t; // "c/o …" above the street
+            } else if (r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
+                // a further room or building line ("Studio 7" above "Westgate House"): no name
             } else if (hasLegalForm(t)) {
                 if (r.businessName)
                     break;
