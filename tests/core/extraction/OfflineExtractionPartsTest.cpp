@@ -488,6 +488,12 @@ TEST(OfflineExtractionItems, DescriptionsNameWorkNotLabelsOrPiecesOfSentences)
     EXPECT_EQ(withParenthesesMended(u"Nachtrag (Umbau Lager im"_s), u"Nachtrag Umbau Lager im"_s);
     EXPECT_EQ(withParenthesesMended(u"Hosting (annual)"_s), u"Hosting (annual)"_s);
 
+    // "fürs" is "für das": the work follows it.
+    const QList<ExtractedItem> contracted = itemsOf(u"Bitte 320 € fürs Plakat berechnen, danke!"_s);
+    ASSERT_EQ(contracted.size(), 1);
+    EXPECT_EQ(contracted[0].description, u"Plakat"_s);
+    EXPECT_EQ(contracted[0].unitPrice, 320);
+
     // Small talk with amounts and hours in it bills nothing, even where someone charged the writer.
     EXPECT_TRUE(itemsOf(u"The train was late, a 2 hour wait, and the taxi charged us £35 to get home. "
                         "Dinner is at 8 at Luigi's, I owe you €15 from last time."_s)
