@@ -563,3 +563,12 @@ TEST(OfflineExtractionRecipient, RoomsAndBuildingsAreAddressLinesNotNames)
     EXPECT_NE(invoice.recipient->name, u"Studio 7"_s);
     EXPECT_NE(invoice.recipient->name, u"Westgate House"_s);
 }
+
+TEST(OfflineExtractionReference, TheCustomersOwnReferenceWinsOverTheOneItAnswers)
+{
+    EXPECT_EQ(OfflineExtractor::extract(u"Ihr Zeichen: AB-17\nUnser Zeichen: KD/2026-5\n"_s).reference,
+              u"KD/2026-5"_s);
+    EXPECT_EQ(OfflineExtractor::extract(u"Your ref: Q-88\nOur ref: PUR-1203\n"_s).reference, u"PUR-1203"_s);
+    // Alone, the reference answered is still the one to quote.
+    EXPECT_EQ(OfflineExtractor::extract(u"Ihr Zeichen: AB-17\n"_s).reference, u"AB-17"_s);
+}
