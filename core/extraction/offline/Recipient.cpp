@@ -485,6 +485,20 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         }
     }
 
+    // "dann schicke ich die Rechnung raus", "I'll send the invoice": whoever signs bills, so the
+    // signature is the user's own and names no recipient.
+    static const Re writerBills(
+        uR"(\b(?:(?:schicke|sende|stelle|schreibe|erstelle)\s+ich|ich\s+(?:schicke|sende|stelle|schreibe|)"
+        uR"(erstelle))\b[^.!?]{0,30}\bRechnung\b|\bI(?:'ll|’ll|\s+will)\s+(?:send|issue|raise|prepare|)"
+        uR"(write)\b[^.!?]{0,30}\binvoice\b|\bI(?:'ll|’ll|\s+will)\s+invoice\b)"_s,
+        anyCase);
+    if (std::any_of(entries.cbegin(), entries.cend(), [](const Entry& e) {
+            return e.role == Role::none && writerBills.match(e.text).hasMatch();
+        })) {
+        signer.reset();
+        signerCompany.reset();
+    }
+
     ExtractedRecipient r;
     if (chosen)
         r = chosen->recipient;

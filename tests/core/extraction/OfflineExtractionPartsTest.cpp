@@ -572,3 +572,20 @@ TEST(OfflineExtractionReference, TheCustomersOwnReferenceWinsOverTheOneItAnswers
     // Alone, the reference answered is still the one to quote.
     EXPECT_EQ(OfflineExtractor::extract(u"Ihr Zeichen: AB-17\n"_s).reference, u"AB-17"_s);
 }
+
+TEST(OfflineExtractionRecipient, TheSignatureOfWhoeverBillsNamesNoRecipient)
+{
+    const ExtractedInvoice own =
+        OfflineExtractor::extract(u"Hallo Herr Brandt,\n\n2 x Fensterreinigung 85,00 EUR\n\nPasst das? Dann "
+                                  u"schreibe ich die Rechnung.\n\n"
+                                  "Viele Grüße\nJonas Weber\n"_s);
+    EXPECT_FALSE(own.recipient && own.recipient->name) << qPrintable(own.recipient->name.value_or(QString()));
+    const ExtractedInvoice ownEnglish = OfflineExtractor::extract(
+        u"Hi Ann,\n\n3 hours of tutoring at £30 per hour. I'll send the invoice tomorrow.\n\nBest\nTom Reid\n"_s);
+    EXPECT_FALSE(ownEnglish.recipient && ownEnglish.recipient->name);
+    // Asked for an invoice, the one who signs is the customer.
+    const ExtractedInvoice asked = OfflineExtractor::extract(
+        u"Hi Tom,\n\ncould you send me the invoice for 3 hours of tutoring at £30 per hour?\n\nBest\nAnn Field\n"_s);
+    ASSERT_TRUE(asked.recipient);
+    EXPECT_EQ(asked.recipient->name, u"Ann Field"_s);
+}
