@@ -119,13 +119,20 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
                 return m.captured(group);
         return QString();
     };
+    // A letter that gives both the reference it answers ("Ihr Zeichen") and its own ("Unser
+    // Zeichen") comes from the customer, and the invoice quotes the customer's own one.
+    static const Re own(uR"(^(?:Unser|Our)\b)"_s, anyCase);
     for (const Re* pattern : {&order, &purchaseOrder, &reference, &project}) {
-        for (const TextLine& line : lines) {
-            const Match m = pattern->match(line.plain);
-            if (!m.hasMatch())
+        for (const bool ownOnly : {true, false}) {
+            if (ownOnly && pattern != &reference)
                 continue;
-            if (const auto text = clean(captured(m)))
-                return text;
+            for (const TextLine& line : lines) {
+                const Match m = pattern->match(line.plain);
+                if (!m.hasMatch() || (ownOnly && !own.match(m.captured(0)).hasMatch()))
+                    continue;
+                if (const auto text = clean(captured(m)))
+                    return text;
+            }
         }
     }
     return std::nullopt;

@@ -218,7 +218,15 @@ bool isLineTwo(const QString& text)
         uR"(Floor|\d+(?:st|nd|rd|th)\s+Floor|Level|Unit|Apt\.?|Apartment|Flat|Building|Bldg\.?|Room|)"
         uR"(Postfach|Postbox|P\.?\s?O\.?\s?Box|Box)(?=[\s\d.,]|$))"_s,
         anyCase);
-    return text.size() <= 60 && pattern.match(text).hasMatch();
+    // "Studio 3", "Office 12B": a room numbered within a building. "Riverside House", "Kings Court":
+    // a British building named on a line of its own, above its street.
+    static const Re numberedRoom(uR"(^(?:Studio|Office|Workshop|Atelier|Büro|Praxis)\s+\d{1,4}[A-Za-z]?$)"_s,
+                                 anyCase);
+    static const Re building(
+        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:House|Court|Chambers|Tower|Lodge|Mill|Works|Buildings)$)"_s,
+        sameCase);
+    return text.size() <= 60 && (pattern.match(text).hasMatch() || numberedRoom.match(text).hasMatch() ||
+                                 building.match(text).hasMatch());
 }
 
 bool isStreet(const QString& text)
@@ -375,7 +383,8 @@ bool soundsLikeBusiness(const QString& text)
         uR"(\b(?:Studio|Studios|Atelier|Design|Media|Medien|Digital|Group|Partner|Partners|Hotel|)"
         uR"(Restaurant|Café|Cafe|Labs|Services|Agency|Club|Center|Centre|Zentrum|Schule|Klinik|)"
         uR"(Praxis|Gemeinde|Foundation|Trading|Ventures|Capital|Association|Society|Company|Werbung|)"
-        uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar)\b)"_s,
+        uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
+        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice)\b)"_s,
         sameCase);
     return text.size() <= 80 && (stems.match(text).hasMatch() || words.match(text).hasMatch());
 }

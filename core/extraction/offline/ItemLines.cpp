@@ -87,7 +87,8 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re fillers(
         uR"((?<![\p{L}])(?:zzgl\.?|inkl\.?|exkl\.?|excl\.?|incl\.?|zuzüglich|netto|net|brutto|gross|)"
         uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|)"
-        uR"(flat\s+rate|lump\s+sum|fixed\s+price|Stundensatz|Tagessatz|hourly\s+rate|day\s+rate|)"
+        uR"(flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|Stundensatz|Tagessatz|Tagsatz|Stundenansatz|)"
+        uR"(Tagesansatz|hourly\s+rate|day\s+rate|)"
         uR"(daily\s+rate|each|je|pro\s+Stück|per\s+piece)(?![\p{L}]))"_s,
         anyCase);
     static const Re symbols(uR"([€$£])"_s, sameCase);
@@ -96,7 +97,8 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re danglingWord(
         uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on)$)"_s, anyCase);
     static const Re leadingWord(
-        uR"(^(?:à|á|x|×|@|(?:of|for|für)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s, anyCase);
+        uR"(^(?:à|á|x|×|@|(?:of|for|für|add|include|dazu)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s,
+        anyCase);
     QString text = masked(line, spans);
     text.replace(fillers, u" "_s);
     text.replace(symbols, u" "_s);
@@ -118,8 +120,7 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     if (const Match m = text.contains(u':') ? labelled.match(text) : Match();
         m.hasMatch() && isLabelOnlyDescription(m.captured(1).trimmed()))
         text = m.captured(2);
-    if (text.count(u'(') != text.count(u')'))
-        text.remove(u'(').remove(u')');
+    text = withParenthesesMended(text);
     text = text.simplified();
     if (!std::any_of(text.cbegin(), text.cend(), [](QChar c) { return c.isLetter(); }))
         return {};
@@ -303,12 +304,58 @@ bool isPlausibleDescription(const QString& description)
 
 bool isLabelOnlyDescription(const QString& description)
 {
+    // "Preis", also with the words that only say which one: "vereinbarten Satz", "the agreed rate".
     static const Re pattern(
-        uR"(^(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
+        uR"(^(?:(?:the|a|an|our|your|my|this|that|agreed|usual|normal|regular|standard|same|old|new|current|)"
+        uR"(der|die|das|den|dem|des|ein|eine|einen|unser\p{L}*|ihr\p{L}*|dein\p{L}*|mein\p{L}*|)"
+        uR"(vereinbart\p{L}*|besprochen\p{L}*|üblich\p{L}*|normal\p{L}*|gleich\p{L}*|bisherig\p{L}*|)"
+        uR"(neu\p{L}*|alt\p{L}*|aktuell\p{L}*)\s+)*(?:Preis|Betrag|Kosten|Budget|Angebot|Angebotspreis|Honorar|Price|Amount|Cost|Costs|)"
         uR"(Fee|Quote|Offer|Total|Summe|Gesamt|Rate|Satz|Stundensatz|Tagessatz|Wochensatz|day\s+rate|)"
         uR"(daily\s+rate|hourly\s+rate|weekly\s+rate|rate\s+per\s+(?:hour|day)|Stundenlohn|Honorarsatz)$)"_s,
         anyCase);
     return pattern.match(description).hasMatch();
+}
+
+QString tidyDescription(QString text)
+{
+    // "Inhouse-Schulung zum Tagsatz von", "design work at the agreed rate of": the rate's words
+    // stay behind when its amount is read.
+    static const Re rateTail(
+        uR"(\s+(?:zum|zu|zu\s+einem|mit\s+dem|at|for|on)\s+(?:(?:the|our|your|a|an|dem|einem|unserem|)"
+        uR"(vereinbarten|agreed|usual|üblichen)\s+)*(?:Tagsatz|Tagessatz|Stundensatz|Stundenansatz|)"
+        uR"(Tagesansatz|Satz|Preis|Festpreis|Pauschalpreis|rate|day\s+rate|hourly\s+rate|daily\s+rate|)"
+        uR"(price|fixed\s+price|fee)(?:\s+(?:von|of))?$)"_s,
+        anyCase);
+    // "add the rush fee": an instruction in front of the work.
+    static const Re instruction(
+        uR"(^(?:add|include|plus|dazu|zzgl\.?|zuzüglich)\s+(?:(?:the|die|das|den|der)\s+)?(?=\S))"_s,
+        anyCase);
+    text = text.simplified();
+    text.replace(rateTail, QString());
+    if (const Match m = instruction.match(text); m.hasMatch() && m.capturedLength() < text.size())
+        text = text.mid(m.capturedLength());
+    return withParenthesesMended(text);
+}
+
+bool isWorkDescription(const QString& description)
+{
+    // Work and goods are named by nouns; a description that opens with a preposition, a pronoun, a
+    // conjunction or a verb is a piece of a sentence ("at Nonna's", "went up", "like").
+    static const Re clauseStart(
+        uR"(^(?:at|to|in|on|by|from|with|into|onto|like|as|than|then|and|or|but|so|if|up|down|off|out|went|)"
+        uR"(go|goes|gone|come|came|get|got|now|today|here|there|jetzt|heute|nun|hier|is|are|was|were|be|been|has|have|had|do|did|does|this|)"
+        uR"(these|those|they|them|he|she|me|him|her|we|you|i|just|only|still|also|already|please|thanks|)"
+        uR"(bei|beim|mit|zum|zur|im|am|um|auf|aus|nach|vor|seit|wie|als|und|oder|aber|dann|noch|auch|schon|)"
+        uR"(bitte|danke|ist|sind|war|waren|wird|hat|haben|es|er|wir|ich|du|mir|uns|ihm|ihn)(?:\s|$))"_s,
+        anyCase);
+    // Words that name no work on their own: "flat", "each", "total", "net".
+    static const Re bareWord(
+        uR"(^(?:flat|each|total|net|gross|extra|more|less|plus|minus|pauschal|je|pro|netto|brutto|insgesamt|)"
+        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit)$)"_s,
+        anyCase);
+    const QString text = description.trimmed();
+    return !text.isEmpty() && !clauseStart.match(text).hasMatch() && !bareWord.match(text).hasMatch() &&
+           !isLabelOnlyDescription(text) && !totalLinePattern().match(text).hasMatch() && !isVatLine(text);
 }
 
 void noteTotals(const QString& line, const Vat& vat, const QList<Span>& dates, ItemContext& context)

@@ -80,6 +80,12 @@ bool isDiscountLine(const QString& line);
 bool isPlausibleDescription(const QString& description);
 
 bool isLabelOnlyDescription(const QString& description);
+// Whether a description names work or goods rather than being a label ("Summe", "agreed rate"), a
+// word that names nothing ("flat") or a piece of a sentence ("went up", "at Nonna's").
+bool isWorkDescription(const QString& description);
+// A description without the words of its rate left behind ("… zum Tagsatz von"), an instruction in
+// front ("add the …") or a parenthesis left open by a date or price read out of it.
+QString tidyDescription(QString text);
 
 struct ItemContext
 {

@@ -39,6 +39,41 @@ struct Cell
     qsizetype start = 0; // in the line: tables aligned with spaces are read by position
 };
 
+} // namespace
+
+std::optional<QStringList> csvFields(const QString& raw, QChar separator)
+{
+    // One pass: separators inside double quotes belong to the field; "" is a quote in it.
+    QStringList fields;
+    QString field;
+    bool quoted = false;
+    bool spacedSeparator = false;
+    for (qsizetype i = 0; i < raw.size(); ++i) {
+        const QChar c = raw[i];
+        if (c == u'"') {
+            if (quoted && i + 1 < raw.size() && raw[i + 1] == u'"') {
+                field.append(c);
+                ++i;
+            } else {
+                quoted = !quoted;
+            }
+        } else if (c == separator && !quoted) {
+            fields.append(field);
+            field.clear();
+            spacedSeparator = spacedSeparator || (i + 1 < raw.size() && raw[i + 1] == u' ');
+        } else {
+            field.append(c);
+        }
+    }
+    fields.append(field);
+    // A comma followed by a space is prose, not a separator.
+    if (quoted || fields.size() < 3 || (separator == u',' && spacedSeparator))
+        return std::nullopt;
+    return fields;
+}
+
+namespace {
+
 // Cells between pipes, or between tabs and runs of spaces.
 QList<Cell> cellsOf(const QString& raw)
 {
@@ -54,15 +89,25 @@ QList<Cell> cellsOf(const QString& raw)
             cells.append({cell.simplified()});
         return cells;
     }
-    // Rows copied from a spreadsheet saved as CSV: "Service,Hours,Rate", "Position;Menge;Preis".
+    // Rows copied from a spreadsheet saved as CSV: "Service,Hours,Rate", "Position;Menge;Preis",
+    // with quoted fields that may hold the separator ("Website redesign, phase 2").
     if (!raw.contains(u'\t') && !raw.contains(u"  "_s)) {
         for (const QChar separator : {u';', u','}) {
-            if (raw.count(separator) < 2 || (separator == u',' && raw.contains(u", "_s)))
-                continue;
-            for (const QString& cell : raw.split(separator))
-                cells.append({cell.simplified()});
-            return cells;
+            if (const std::optional<QStringList> fields = csvFields(raw, separator)) {
+                for (const QString& cell : *fields)
+                    cells.append({cell.simplified()});
+                return cells;
+            }
         }
+    }
+    // Tab-separated rows keep their empty cells, so that the columns stay in place.
+    if (raw.contains(u'\t')) {
+        const QStringList fields = raw.split(u'\t');
+        for (const QString& cell : fields)
+            cells.append({cell.simplified()});
+        while (cells.size() > 1 && cells.last().text.isEmpty())
+            cells.removeLast();
+        return cells;
     }
     auto it = spaced.globalMatch(raw);
     while (it.hasNext()) {
@@ -134,7 +179,11 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
             u"gesamtbetrag|nettobetrag"_s);
         add(Column::vat,
             u"mwst|ust|mwst-satz|ust-satz|steuer|steuersatz|vat|vat rate|tax|tax rate|%|mwst %|ust %"_s);
-        add(Column::ignore, u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikelnummer|sku"_s);
+        // Columns read elsewhere or not at all: position numbers, article numbers, the day or date
+        // of a timesheet row.
+        add(Column::ignore,
+            u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikelnummer|sku|day|weekday|tag|wochentag|date|"
+            u"datum|week|woche|kw"_s);
         return table;
     }();
     static const Re currencyNote(
@@ -179,6 +228,23 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         if (const auto found = names.constFind(key); found != names.constEnd()) {
             add(*found, original.start);
             continue;
+        }
+        // "Artikel / Leistung", "Qty/Hours": alternative names of one column.
+        if (key.contains(u'/')) {
+            std::optional<Column> same;
+            bool agree = true;
+            for (const QString& part : key.split(u'/', Qt::SkipEmptyParts)) {
+                const auto found = names.constFind(part.trimmed());
+                if (found == names.constEnd() || (same && *same != *found)) {
+                    agree = false;
+                    break;
+                }
+                same = *found;
+            }
+            if (agree && same) {
+                add(*same, original.start);
+                continue;
+            }
         }
         // "Pos. Leistung" with a single space: every word a heading of its own.
         auto words = word.globalMatch(cell);
@@ -300,8 +366,12 @@ std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<Heade
             break;
         }
     }
-    if (item.description && (totalLinePattern().match(*item.description).hasMatch() ||
-                             isVatLine(*item.description) || isDiscountLine(*item.description))) {
+    // A sum row may carry its label in any column (",,Subtotal,$6,140.00").
+    const bool sumRow = std::any_of(cells.cbegin(), cells.cend(), [](const QString& cell) {
+        return !cell.isEmpty() &&
+               (totalLinePattern().match(cell).hasMatch() || isVatLine(cell) || isDiscountLine(cell));
+    });
+    if (sumRow) {
         for (const PricedMoney& p : prices)
             context.totals.amounts.append(p.money.value);
         if (price)
@@ -487,7 +557,10 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             draft.gross || (!draft.net && ((context.grossStatement && !context.netStatement) || grossTotals));
         if (gross)
             draft.item.unitPrice.reset();
-        if (draft.item == ExtractedItem{})
+        if (draft.item.description)
+            draft.item.description = tidyDescription(*draft.item.description);
+        if (draft.item == ExtractedItem{} ||
+            (draft.item.description && !isWorkDescription(*draft.item.description)))
             continue;
         finding.items.append(draft.item);
         finding.lines.insert(draft.line);

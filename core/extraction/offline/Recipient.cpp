@@ -347,6 +347,8 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
                 haveStreet = true;
             } else if (haveStreet && !r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
                 r.addressLineTwo = t; // "c/o …" above the street
+            } else if (r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
+                // a further room or building line ("Studio 7" above "Westgate House"): no name
             } else if (hasLegalForm(t)) {
                 if (r.businessName)
                     break;
@@ -481,6 +483,20 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                 break;
             first = false;
         }
+    }
+
+    // "dann schicke ich die Rechnung raus", "I'll send the invoice": whoever signs bills, so the
+    // signature is the user's own and names no recipient.
+    static const Re writerBills(
+        uR"(\b(?:(?:schicke|sende|stelle|schreibe|erstelle)\s+ich|ich\s+(?:schicke|sende|stelle|schreibe|)"
+        uR"(erstelle))\b[^.!?]{0,30}\bRechnung\b|\bI(?:'ll|’ll|\s+will)\s+(?:send|issue|raise|prepare|)"
+        uR"(write)\b[^.!?]{0,30}\binvoice\b|\bI(?:'ll|’ll|\s+will)\s+invoice\b)"_s,
+        anyCase);
+    if (std::any_of(entries.cbegin(), entries.cend(), [](const Entry& e) {
+            return e.role == Role::none && writerBills.match(e.text).hasMatch();
+        })) {
+        signer.reset();
+        signerCompany.reset();
     }
 
     ExtractedRecipient r;

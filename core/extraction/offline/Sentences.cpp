@@ -59,7 +59,7 @@ bool endsPhrase(const QString& token)
 const Re& leadingConnector()
 {
     static const Re pattern(
-        uR"(^(?:(?:of|for|für|fuer|on|an|am|mit|with|über|ueber|zur|zum|as|als|für\s+je)\s+)?)"
+        uR"(^(?:(?:of|for|für|fuer|fürs|fuers|on|an|am|mit|with|über|ueber|zur|zum|as|als|für\s+je)\s+)?)"
         uR"((?:(?:die|den|das|dem|der|des|the|a|an|unsere[nmrs]?|our|your|ihre[nmrs]?|eure[nmrs]?|)"
         uR"(deine[nmrs]?|meine[nmrs]?|my|weitere[nmrs]?|further)\s+)?)"_s,
         anyCase);
@@ -96,8 +96,7 @@ QString trimmedPhrase(QString text)
         if (text == before)
             break;
     }
-    if (text.count(u'(') != text.count(u')'))
-        text.remove(u'(').remove(u')');
+    text = withParenthesesMended(text);
     return text.simplified();
 }
 
@@ -252,7 +251,7 @@ qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsi
 // redesign. Please invoice EUR 1,200." or "Please invoice 1,500 USD. It covers the website audit."
 QString workNamedIn(const QString& sentence, bool before)
 {
-    static const Re forWork(uR"((?:^|\s)(?:for|für|fuer)\s+(?=\S))"_s, anyCase);
+    static const Re forWork(uR"((?:^|\s)(?:for|für|fuer|fürs|fuers)\s+(?=\S))"_s, anyCase);
     static const Re covers(uR"(^\s*(?:It|This|That|Das|Es|Dies|Sie)\s+(?:covers|is\s+for|was\s+for|betrifft|)"
                            uR"(ist\s+für|war\s+für|deckt)\s+)"_s,
                            anyCase);
@@ -343,10 +342,10 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
 
     // What was done: between the quantity and the price ("4 days of consulting at"), after the
     // price ("$2,000 for the prototype"), or before both ("the illustration … is £750").
-    static const Re forPhrase(uR"(^\s*(?:netto\s+|net\s+)?(?:for|für)\s+)"_s, anyCase);
+    static const Re forPhrase(uR"(^\s*(?:netto\s+|net\s+)?(?:for|für|fürs)\s+)"_s, anyCase);
     static const Re forBefore(uR"((?:^|\s)(?:für|fuer)(?:\s+weitere)?\s*$)"_s, anyCase);
     static const Re article(uR"(\s(?:die|den|das|dem)\s+(?=\p{Lu}))"_s, sameCase);
-    static const Re forInside(uR"((?:^|\s)(?:for|für)\s+(?=\S))"_s, anyCase);
+    static const Re forInside(uR"((?:^|\s)(?:for|für|fürs)\s+(?=\S))"_s, anyCase);
     const Span priceSpan = price.span;
     QString description;
     if (quantity && quantity->span.to <= priceSpan.from)
@@ -505,7 +504,7 @@ std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, boo
 bool asksForBilling(const QList<TextLine>& lines)
 {
     static const Re pattern(
-        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge|\bPO\b|Positionen|Posten|)"
+        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge(?!d\s+(?:me|us)\b)|\bPO\b|Positionen|Posten|)"
         uR"(beauftrag|Auftrag|Bestell|\border|agreed|vereinbart|Angebot|Offerte|\bquote|\brechne|)"
         uR"(discussed|besprochen)"_s,
         anyCase);

@@ -41,6 +41,25 @@ std::optional<double> exactCents(double value)
     return cents / 100;
 }
 
+QString withParenthesesMended(QString text)
+{
+    if (text.count(u'(') == text.count(u')'))
+        return text;
+    const qsizetype open = text.lastIndexOf(u'(');
+    if (open > 0 && text.indexOf(u')', open) < 0) {
+        int letters = 0;
+        bool word = false;
+        for (qsizetype i = open + 1; i < text.size() && !word; ++i) {
+            letters = text[i].isLetter() ? letters + 1 : 0;
+            word = letters >= 4;
+        }
+        if (!word)
+            text.truncate(open);
+    }
+    text.remove(u'(').remove(u')');
+    return text.simplified();
+}
+
 bool isProse(const QString& description)
 {
     static const Re wordsOfProse(

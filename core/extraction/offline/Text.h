@@ -33,6 +33,11 @@ bool nearlyEqual(double a, double b);
 // A value with at most cents, so that a division only counts when it comes out even.
 std::optional<double> exactCents(double value);
 
+// A phrase whose parentheses do not pair up, mended: the rest of a parenthesis left open is cut
+// when it holds no word any more (its dates or prices were read out of it: "brand refresh (2, 3
+// and"); otherwise only the parentheses go ("Folgeauftrag (Pflege der Datenbank im").
+QString withParenthesesMended(QString text);
+
 // Words of a sentence rather than of a name, an address or an item.
 bool isProse(const QString& description);
 

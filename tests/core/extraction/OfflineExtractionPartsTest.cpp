@@ -1,9 +1,13 @@
 // The parts of the offline extractor on their own: money and numbers, sentences, and the items
 // they yield; then the forms of text they were written for, through the whole extractor.
 #include "extraction/OfflineExtractor.h"
+#include "extraction/offline/Addresses.h"
 #include "extraction/offline/Dates.h"
+#include "extraction/offline/ItemLines.h"
+#include "extraction/offline/Items.h"
 #include "extraction/offline/Money.h"
 #include "extraction/offline/Sentences.h"
+#include "extraction/offline/Text.h"
 
 #include <gtest/gtest.h>
 
@@ -462,4 +466,126 @@ TEST(OfflineExtractionRecipient, SignaturesAndTheBusinessAskedFor)
                   .recipient.value_or(ExtractedRecipient{})
                   .name,
               u"Gerda Fink"_s);
+}
+
+TEST(OfflineExtractionItems, DescriptionsNameWorkNotLabelsOrPiecesOfSentences)
+{
+    for (const QString& description :
+         {u"at the Lamb"_s, u"went down"_s, u"like"_s, u"flat"_s, u"Zwischensumme"_s, u"Subtotal"_s,
+          u"MwSt"_s, u"vereinbarten Satz"_s, u"the usual rate"_s, u"unseren Stundensatz"_s, u"now"_s,
+          u"mit Anfahrt"_s})
+        EXPECT_FALSE(isWorkDescription(description)) << qPrintable(description);
+    for (const QString& description : {u"Logo design"_s, u"Site survey"_s, u"Satzarbeiten"_s, u"Lektorat"_s,
+                                       u"Flat rate hosting setup"_s, u"Totalsanierung Bad"_s})
+        EXPECT_TRUE(isWorkDescription(description)) << qPrintable(description);
+
+    EXPECT_EQ(tidyDescription(u"Moderation zum Tagsatz von"_s), u"Moderation"_s);
+    EXPECT_EQ(tidyDescription(u"copy editing at the agreed rate of"_s), u"copy editing"_s);
+    EXPECT_EQ(tidyDescription(u"include the travel costs"_s), u"travel costs"_s);
+    EXPECT_EQ(tidyDescription(u"Rate card review"_s), u"Rate card review"_s);
+    // What dates were read out of goes with them; words in an open parenthesis stay.
+    EXPECT_EQ(withParenthesesMended(u"site visits (4, 11 and"_s), u"site visits"_s);
+    EXPECT_EQ(withParenthesesMended(u"Nachtrag (Umbau Lager im"_s), u"Nachtrag Umbau Lager im"_s);
+    EXPECT_EQ(withParenthesesMended(u"Hosting (annual)"_s), u"Hosting (annual)"_s);
+
+    // "fürs" is "für das": the work follows it.
+    const QList<ExtractedItem> contracted = itemsOf(u"Bitte 320 € fürs Plakat berechnen, danke!"_s);
+    ASSERT_EQ(contracted.size(), 1);
+    EXPECT_EQ(contracted[0].description, u"Plakat"_s);
+    EXPECT_EQ(contracted[0].unitPrice, 320);
+
+    // Small talk with amounts and hours in it bills nothing, even where someone charged the writer.
+    EXPECT_TRUE(itemsOf(u"The train was late, a 2 hour wait, and the taxi charged us £35 to get home. "
+                        "Dinner is at 8 at Luigi's, I owe you €15 from last time."_s)
+                    .isEmpty());
+}
+
+TEST(OfflineExtractionItems, TableRowsByTheirColumns)
+{
+    // Quoted CSV fields may hold the separator; sum rows carry their label in any column.
+    EXPECT_EQ(csvFields(u"\"Logo, two variants\",2,\"$1,200.00\""_s, u','),
+              QStringList({u"Logo, two variants"_s, u"2"_s, u"$1,200.00"_s}));
+    EXPECT_EQ(csvFields(u"Menge;\"Text mit \"\"Zitat\"\"\";9,50"_s, u';'),
+              QStringList({u"Menge"_s, u"Text mit \"Zitat\""_s, u"9,50"_s}));
+    EXPECT_FALSE(csvFields(u"Thanks, Anna, see you soon"_s, u','));
+    EXPECT_FALSE(csvFields(u"a,\"open,b"_s, u','));
+
+    const QList<ExtractedItem> csv = itemsOf(u"Item,Qty,Unit Price,Amount\n"
+                                             "\"Brochure, 8 pages\",1,\"$2,400.00\",\"$2,400.00\"\n"
+                                             "Photo retouching (hours),6,$70.00,$420.00\n"
+                                             ",,Subtotal,\"$2,820.00\"\n"
+                                             ",,Total,\"$2,820.00\"\n"_s);
+    ASSERT_EQ(csv.size(), 2);
+    EXPECT_EQ(csv[0].description, u"Brochure, 8 pages"_s);
+    EXPECT_EQ(csv[0].unitPrice, 2400);
+    EXPECT_EQ(csv[1].description, u"Photo retouching"_s);
+    EXPECT_EQ(csv[1].quantity, 6);
+    EXPECT_EQ(csv[1].unit, ExtractedUnit::hour);
+    EXPECT_EQ(csv[1].unitPrice, 70);
+
+    // A timesheet: the weekday column is no part of the work, the total row no item.
+    const QList<ExtractedItem> sheet = itemsOf(u"Tag\tTätigkeit\tStunden\tSatz (EUR)\n"
+                                               "Mo\tAufmaß Küche\t3,5\t52,00\n"
+                                               "Di\tMontage Oberschränke\t8\t52,00\n"
+                                               "\tSumme\t11,5\t598,00\n"_s);
+    ASSERT_EQ(sheet.size(), 2);
+    EXPECT_EQ(sheet[0].description, u"Aufmaß Küche"_s);
+    EXPECT_EQ(sheet[0].quantity, 3.5);
+    EXPECT_EQ(sheet[0].unit, ExtractedUnit::hour);
+    EXPECT_EQ(sheet[1].description, u"Montage Oberschränke"_s);
+    EXPECT_EQ(sheet[1].unitPrice, 52);
+
+    // "Artikel / Leistung" heads one column; the position number stays out of the description.
+    const QList<ExtractedItem> pdf =
+        itemsOf(u"Pos  Produkt / Leistung        Menge    Einzelpreis     Gesamt\n"
+                "1    Messestand Planung          1 psch.  € 1.800,00   € 1.800,00\n"
+                "2    Leihmöbel                   8 Stk.   €    45,00   €   360,00\n"_s);
+    ASSERT_EQ(pdf.size(), 2);
+    EXPECT_EQ(pdf[0].description, u"Messestand Planung"_s);
+    EXPECT_EQ(pdf[1].description, u"Leihmöbel"_s);
+    EXPECT_EQ(pdf[1].quantity, 8);
+    EXPECT_EQ(pdf[1].unitPrice, 45);
+}
+
+TEST(OfflineExtractionRecipient, RoomsAndBuildingsAreAddressLinesNotNames)
+{
+    for (const QString& line : {u"Studio 12"_s, u"Office 4B"_s, u"Riverbank House"_s, u"Old Mill Court"_s})
+        EXPECT_TRUE(isLineTwo(line)) << qPrintable(line);
+    for (const QString& line : {u"Studio Nord GmbH"_s, u"Household Goods Ltd"_s, u"Courtney Adams"_s})
+        EXPECT_FALSE(isLineTwo(line)) << qPrintable(line);
+
+    const ExtractedInvoice invoice =
+        OfflineExtractor::extract(u"Hi Tom,\n\nplease invoice the 3 days of photography at £450 per day.\n\n"
+                                  "Thanks\nMaya Green\nHarbour Lights Media Ltd\nStudio 7\nWestgate House\n"
+                                  "22 Quay Street\nBristol BS1 4DJ\n"_s);
+    ASSERT_TRUE(invoice.recipient);
+    EXPECT_EQ(invoice.recipient->businessName, u"Harbour Lights Media Ltd"_s);
+    EXPECT_NE(invoice.recipient->name, u"Studio 7"_s);
+    EXPECT_NE(invoice.recipient->name, u"Westgate House"_s);
+}
+
+TEST(OfflineExtractionReference, TheCustomersOwnReferenceWinsOverTheOneItAnswers)
+{
+    EXPECT_EQ(OfflineExtractor::extract(u"Ihr Zeichen: AB-17\nUnser Zeichen: KD/2026-5\n"_s).reference,
+              u"KD/2026-5"_s);
+    EXPECT_EQ(OfflineExtractor::extract(u"Your ref: Q-88\nOur ref: PUR-1203\n"_s).reference, u"PUR-1203"_s);
+    // Alone, the reference answered is still the one to quote.
+    EXPECT_EQ(OfflineExtractor::extract(u"Ihr Zeichen: AB-17\n"_s).reference, u"AB-17"_s);
+}
+
+TEST(OfflineExtractionRecipient, TheSignatureOfWhoeverBillsNamesNoRecipient)
+{
+    const ExtractedInvoice own =
+        OfflineExtractor::extract(u"Hallo Herr Brandt,\n\n2 x Fensterreinigung 85,00 EUR\n\nPasst das? Dann "
+                                  u"schreibe ich die Rechnung.\n\n"
+                                  "Viele Grüße\nJonas Weber\n"_s);
+    EXPECT_FALSE(own.recipient && own.recipient->name) << qPrintable(own.recipient->name.value_or(QString()));
+    const ExtractedInvoice ownEnglish = OfflineExtractor::extract(
+        u"Hi Ann,\n\n3 hours of tutoring at £30 per hour. I'll send the invoice tomorrow.\n\nBest\nTom Reid\n"_s);
+    EXPECT_FALSE(ownEnglish.recipient && ownEnglish.recipient->name);
+    // Asked for an invoice, the one who signs is the customer.
+    const ExtractedInvoice asked = OfflineExtractor::extract(
+        u"Hi Tom,\n\ncould you send me the invoice for 3 hours of tutoring at £30 per hour?\n\nBest\nAnn Field\n"_s);
+    ASSERT_TRUE(asked.recipient);
+    EXPECT_EQ(asked.recipient->name, u"Ann Field"_s);
 }
