@@ -74,7 +74,8 @@ bool ProfileManager::isUntouchedFirstProfile(const Profile& profile) const
     const QDir folder(profileFolder(profile));
     for (const QFileInfo& entry :
          folder.entryInfoList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)) {
-        if (entry.isFile() && (entry.fileName() == profileFileName || entry.fileName() == QStringLiteral("styling.json")))
+        if (entry.isFile() &&
+            (entry.fileName() == profileFileName || entry.fileName() == QStringLiteral("styling.json")))
             continue;
         if (entry.isDir() && !entry.isSymLink() && entry.fileName() == QStringLiteral("Invoices") &&
             QDir(entry.filePath()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot))
@@ -131,7 +132,17 @@ void ProfileManager::loadProfiles()
                 << "ProfileManager: Error loading profile from" << path + u':' << error.message();
         }
     }
+    if (loaded.isEmpty() && !m_profiles.isEmpty()) {
+        // Every folder gone at once is an unmounted disk or a sync engine mid-way, not the
+        // user's wish: the profiles stay in memory until the folders are back.
+        qCWarning(lcStorage).noquote()
+            << "ProfileManager: No profile folder left in" << m_dataFolder << "- keeping the profiles";
+        return;
+    }
     m_profiles = loaded;
+    // Listeners of the change read the active profile: it must be one of the list already.
+    if (!m_profiles.isEmpty() && (!m_activeProfileId || !profile(*m_activeProfileId)))
+        m_activeProfileId = m_profiles.first().id;
     bumpRevision();
 }
 
@@ -319,7 +330,7 @@ std::optional<QString> ProfileManager::renameProfile(const QUuid& id, const QStr
     return std::nullopt;
 }
 
-std::optional<QString> ProfileManager::deleteProfile(const QUuid& id)
+std::optional<QString> ProfileManager::deleteProfile(QUuid id)
 {
     const Profile* doomed = profile(id);
     if (!doomed)
@@ -331,9 +342,11 @@ std::optional<QString> ProfileManager::deleteProfile(const QUuid& id)
     if (!QDir(folder).removeRecursively())
         return QStringLiteral("cannot remove %1").arg(folder);
     m_profiles.removeIf([&](const Profile& p) { return p.id == id; });
-    bumpRevision();
+    // Another profile becomes active before anyone hears of the change, so no listener ever
+    // finds the list without an active profile.
     if (m_activeProfileId == id)
         setActiveProfile(m_profiles.first().id);
+    bumpRevision();
     m_fingerprint = fingerprint();
     return std::nullopt;
 }

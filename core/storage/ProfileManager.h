@@ -54,8 +54,9 @@ public:
     // A new profile with region defaults in a new folder of that name.
     std::optional<QString> createProfile(const QString& name, Profile* created = nullptr);
     std::optional<QString> renameProfile(const QUuid& id, const QString& newName);
-    // Removes the profile with its folder; the first remaining profile becomes active.
-    std::optional<QString> deleteProfile(const QUuid& id);
+    // Removes the profile with its folder; the first remaining profile becomes active. The id
+    // is a copy: callers often pass the id of the very profile being removed from the list.
+    std::optional<QString> deleteProfile(QUuid id);
     void setActiveProfile(const QUuid& id);
 
     // Copies the whole data folder to `folder`, switches to it and reloads. The old location

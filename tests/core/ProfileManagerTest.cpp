@@ -147,3 +147,39 @@ TEST_F(ProfileManagerTest, ChangingTheDataFolderMovesEverythingAndBack)
     EXPECT_EQ(manager.dataFolder(), dataFolder());
     EXPECT_TRUE(QFile::exists(dataFolder() + u"/Default/profile.json"_qs));
 }
+
+TEST_F(ProfileManagerTest, ListenersNeverSeeTheListWithoutAnActiveProfile)
+{
+    ProfileManager& manager = profiles();
+    ASSERT_FALSE(manager.createProfile(u"Other"_qs));
+    ASSERT_FALSE(manager.createProfile(u"Third"_qs));
+    int withoutActive = 0;
+    int changes = 0;
+    QObject::connect(&manager, &ProfileManager::profilesChanged, [&] {
+        ++changes;
+        if (!manager.activeProfile())
+            ++withoutActive;
+    });
+
+    manager.setActiveProfile(manager.profileNamed(u"Other"_qs)->id);
+    EXPECT_FALSE(manager.deleteProfile(manager.activeProfile()->id));
+    ASSERT_TRUE(manager.activeProfile());
+
+    // Another machine removes the active profile's folder through the shared data folder.
+    const QString removed = manager.activeProfile()->profileName.value();
+    ASSERT_TRUE(QDir(dataFolder() + u'/' + removed).removeRecursively());
+    ASSERT_TRUE(waitFor([&] { return !manager.profileNamed(removed); }));
+    ASSERT_TRUE(manager.activeProfile());
+    EXPECT_NE(manager.activeProfile()->profileName, removed);
+
+    // The whole folder emptied (a disk unmounted mid-way): what was loaded stays usable.
+    const qsizetype before = manager.profiles().size();
+    for (const Profile& profile : manager.profiles())
+        ASSERT_TRUE(QDir(dataFolder() + u'/' + profile.profileName.value()).removeRecursively());
+    waitFor([] { return false; }, 1500);
+    EXPECT_EQ(manager.profiles().size(), before);
+    EXPECT_TRUE(manager.activeProfile());
+
+    EXPECT_GE(changes, 2);
+    EXPECT_EQ(withoutActive, 0);
+}
