@@ -81,7 +81,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         anyCase);
     static const Re purchaseOrder(
         uR"((?<![\w-])(PO-\d[A-Za-z0-9\-_/]*)|(?<![\w-])(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
-        uR"(-?Nr\.?))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
+        uR"(-?Nr\.?))?(?:\s+for\s+(?:this|it|the\s+\p{L}+))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
             value,
         sameCase);
     static const Re reference(

@@ -231,8 +231,9 @@ bool isLineTwo(const QString& text)
 
 bool isStreet(const QString& text)
 {
+    // "Hauptstraße 71/2/14": Austrian addresses add the staircase and the door.
     static const Re continental(
-        uR"(^\p{L}[\p{L}\d.'’\- ]{1,50}?\s\d{1,4}\s?[a-zA-Z]?(?:\s?[-–/+]\s?\d{1,4}\s?[a-zA-Z]?)?$)"_s,
+        uR"(^\p{L}[\p{L}\d.'’\- ]{1,50}?\s\d{1,4}\s?[a-zA-Z]?(?:\s?[-–/+]\s?\d{1,4}\s?[a-zA-Z]?){0,3}$)"_s,
         sameCase);
     static const Re numberFirst(
         uR"(^\d{1,5}[A-Za-z]?(?:[-–]\d{1,5}[A-Za-z]?)?,?\s+(?:\p{L}|\d{1,3}(?:st|nd|rd|th)\b))"
@@ -326,6 +327,9 @@ std::optional<QString> personName(QString text)
     const QStringList tokens = text.split(u' ', Qt::SkipEmptyParts);
     if (tokens.isEmpty() || tokens.size() > 5)
         return std::nullopt;
+    // Words that are surnames as often as anything else ("Hannah Price", "Tom Best"): only after a
+    // first name.
+    static const QSet<QString> surnames{u"price"_s, u"bank"_s, u"best"_s, u"kind"_s, u"summe"_s, u"young"_s};
     int proper = 0;
     bool lastProper = false;
     for (const QString& token : tokens) {
@@ -341,7 +345,9 @@ std::optional<QString> personName(QString text)
             lastProper = false;
             continue;
         }
-        if (!word.match(token).hasMatch() || nameStopWords().contains(token.toLower()))
+        if (!word.match(token).hasMatch() ||
+            (nameStopWords().contains(token.toLower()) &&
+             !(proper > 0 && &token == &tokens.last() && surnames.contains(token.toLower()))))
             return std::nullopt;
         if (token.size() == 2 && token.endsWith(u'.')) {
             lastProper = false;
@@ -372,7 +378,8 @@ bool hasLegalForm(const QString& text)
 bool soundsLikeBusiness(const QString& text)
 {
     static const Re stems(
-        uR"((?:agentur|kanzlei|architekt|consult|solutions|software|technolog|logistik|logistics|tischlerei|)"
+        uR"((?:agentur|kanzlei|architekt|architect|consult|praxis|büro|schule|akademie|academy|school|)"
+        uR"(college|kindergarten|kirche|church|council|charity|stiftung|solutions|software|technolog|logistik|logistics|tischlerei|)"
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
@@ -384,7 +391,7 @@ bool soundsLikeBusiness(const QString& text)
         uR"(Restaurant|Café|Cafe|Labs|Services|Agency|Club|Center|Centre|Zentrum|Schule|Klinik|)"
         uR"(Praxis|Gemeinde|Foundation|Trading|Ventures|Capital|Association|Society|Company|Werbung|)"
         uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
-        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice)\b)"_s,
+        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice|Union|Trust|Kita|University|Institute)\b)"_s,
         sameCase);
     return text.size() <= 80 && (stems.match(text).hasMatch() || words.match(text).hasMatch());
 }

@@ -150,7 +150,8 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
         uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
         uR"(wks\.?|wk\.?|Stück|Stck\.?|Stk\.?|pcs\.?|pieces|piece|pc\.?|Exemplare|Monaten|Monate|)"
-        uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?)(?![\p{L}])))"_s,
+        uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?|)"
+        uR"(m²|m³|qm|cbm|lfm|km|kg)(?![\p{L}\d])))"_s,
         anyCase);
     static const Re beforeEach(
         uR"((?<![\w.,])(?<q>\d{1,4}(?:[.,]\d{1,2})?)\s*(?=(?:à|á|@|je|each)\s*(?:[\d€$£]|EUR|CHF|)"
@@ -497,8 +498,16 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
         uR"((?<![\p{L}-])(?:\p{L}*pauschale|pauschal|Pauschalpreis|Pauschalbetrag|Festpreis|)"
         uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
         anyCase);
+    // "Cable management (fixed)": the price marked as fixed in brackets after the name.
+    static const Re markedFixed(
+        uR"(\(\s*(?:fixed|flat|pauschal|Pauschale|Festpreis|fixed\s+fee|flat\s+fee|lump\s+sum)\s*\))"_s,
+        anyCase);
+    const Match fixed = markedFixed.match(text);
+    if (fixed.hasMatch())
+        used.append({fixed.capturedStart(), fixed.capturedEnd()});
     // "Kilometerpauschale … x 120 km" is a rate, not a lump sum.
-    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) && lumpSum.match(text).hasMatch())
+    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
+        (lumpSum.match(text).hasMatch() || fixed.hasMatch()))
         draft.item.unit = ExtractedUnit::lumpSum;
     const QString description = cleanDescription(text, used);
     if (description.isEmpty() && !quantity)

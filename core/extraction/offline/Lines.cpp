@@ -1,5 +1,6 @@
 #include "extraction/offline/Lines.h"
 
+#include "extraction/offline/Money.h"
 #include "extraction/offline/Text.h"
 
 #include <QDate>
@@ -60,8 +61,23 @@ QList<TextLine> prepareLines(const QString& input)
                              anyCase);
     const QStringList rawLines = text.split(u'\n');
     QList<TextLine> lines;
+    // "See below from our events team, can you bill us?" above a forwarded or quoted message that
+    // prices the work: the writer passes that message on, so it is read too.
+    auto passedOn = [&lines] {
+        bool pointsBelow = false;
+        for (const TextLine& line : std::as_const(lines)) {
+            for (const Money& money : moneyIn(line.plain))
+                if (!money.currency.isEmpty())
+                    return false;
+            pointsBelow = pointsBelow || passesOn.match(line.plain).hasMatch();
+        }
+        return pointsBelow;
+    };
     bool content = false; // whether the writer's own words came before
     bool passing = false; // whether they only pass on what follows
+    // Whether the writer's note passes on the message below: its header names the people who
+    // wrote it among themselves, not whom to bill.
+    bool forwardedBelow = false;
     for (qsizetype i = 0; i < rawLines.size(); ++i) {
         const QString raw = rawLines[i].trimmed();
         if (raw.startsWith(u'>'))
@@ -70,8 +86,9 @@ QList<TextLine> prepareLines(const QString& input)
         // A marker above everything else heads a message pasted whole, not a quoted one.
         if ((plain.startsWith(u"Am "_s) || plain.startsWith(u"On "_s) || plain.startsWith(u'-')) &&
             replyMarker.match(plain).hasMatch()) {
-            if (content && !passing)
+            if (content && !passing && !passedOn())
                 break;
+            forwardedBelow = forwardedBelow || (content && !passing);
             if (passing) {
                 lines.clear();
                 content = passing = false;
@@ -87,10 +104,14 @@ QList<TextLine> prepareLines(const QString& input)
             bool quoted = false;
             for (qsizetype j = i + 1; j < std::min(i + 4, rawLines.size()); ++j)
                 quoted = quoted || sentHeader.match(rawLines[j].trimmed()).hasMatch();
-            if (quoted)
+            if (quoted && !passedOn())
                 break;
+            forwardedBelow = forwardedBelow || quoted;
         }
-        if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch())) {
+        const bool header = plain.contains(u':') && mailHeader.match(plain).hasMatch();
+        if (header && forwardedBelow)
+            continue;
+        if (!plain.isEmpty() && !header) {
             const bool digits =
                 std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); });
             passing = (content ? passing : true) && !digits && plain.size() < 120 && lines.size() < 4 &&

@@ -27,7 +27,10 @@ const QHash<QString, std::pair<Role, int>>& labels()
             u"rechnungsadresse|rechnungsanschrift|rechnungsempfänger|rechnungsempfaenger|rechnung an|"
             u"rechnung bitte an|rechnungen an|billing address|bill to|invoice to|invoice address|"
             u"billing|rechnungsstellung an|bitte an|bitte rechnung an|für die rechnung|fuer die rechnung|"
-            u"for the invoice|rechnung bitte an folgende adresse"_s);
+            u"for the invoice|rechnung bitte an folgende adresse|send it to|please send it to|send the "
+            u"invoice to|"
+            u"please send the invoice to|bill it to|bill it to me|bill me|invoice me|bitte an mich|"
+            u"rechnung an mich|schick sie an|schick die rechnung an"_s);
         add(Role::recipientBlock, customerLabel,
             u"kunde|customer|auftraggeber|auftraggeberin|client|empfänger|recipient|kundenadresse|"
             u"customer address"_s);
@@ -129,7 +132,9 @@ std::optional<QString> afterLeadIn(const QString& text)
     static const Re leadIn(
         uR"((?:^|\b)(?:(?:bitte\s+)?(?:die\s+)?Rechnung(?:en)?\s+(?:\p{L}+\s+){0,3}?an|)"
         uR"(please\s+(?:bill|invoice|address\s+the\s+invoice\s+to|send\s+the\s+invoice\s+to)|)"
-        uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to)\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
+        uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to(?:\s+me|\s+us)?\s*:?|)"
+        uR"((?:Rechnungsadresse|Rechnungsanschrift|billing\s+address|invoice\s+address)\s*:))"
+        uR"(\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
         anyCase);
     Match last;
     auto it = leadIn.globalMatch(text);
@@ -162,6 +167,10 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
             QString key = m.captured(1).toLower();
             key.remove(u'.');
             key = key.simplified();
+            // "Rechnungsanschrift wie immer:", "Billing address as usual:"
+            static const Re asUsual(
+                uR"(\s+(?:wie\s+immer|wie\s+gehabt|wie\s+bisher|as\s+usual|as\s+always|bitte|please)$)"_s);
+            key.remove(asUsual);
             if (const auto found = labels().constFind(key); found != labels().constEnd()) {
                 role = found->first;
                 score = found->second;
@@ -449,7 +458,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     std::optional<QString> signerCompany;
     // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
     static const Re signedLine(
-        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|)"
+        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Gruess|Grüess\p{L}*|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|)"
+        uR"(Beste\s+Grüße|)"
         uR"(Cheers|Thanks|Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+([^.!?]+)$)"_s,
         anyCase);
     int signedAt = -1;
@@ -460,6 +470,20 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                     signedAt = i;
                     signer = name;
                 }
+    // "… could you invoice me? – Chloe Barnes 😊": a chat or a note signed with a dash at its end.
+    if (signedAt < 0) {
+        static const Re dashSigned(uR"((?:^|\s)[-–—]\s*([^-–—.!?:,]+?)[\s\p{So}\p{Sk}\x{FE0F}\x{200D}]*$)"_s,
+                                   sameCase);
+        int last = int(entries.size()) - 1;
+        while (last >= 0 && entries[last].isBlank())
+            --last;
+        if (last > closing && entries[last].role == Role::none)
+            if (const Match m = dashSigned.match(entries[last].text); m.hasMatch())
+                if (const auto name = personName(m.captured(1))) {
+                    signedAt = last;
+                    signer = name;
+                }
+    }
     if (signedAt >= 0) {
         closing = signedAt;
     } else if (closing >= 0) {

@@ -48,8 +48,8 @@ bool endsPhrase(const QString& token)
         u"august september october november december januar februar märz mai juni juli oktober "
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
         u"lasted totalled totaled covered folgende following hiermit hereby gestern heute morgen yesterday "
-        u"today "
-        u"tomorrow"_s);
+        u"today tomorrow it's it’s there's there’s that's that’s here's here’s we're we’re we've "
+        u"i'm i’m you're you’re said sagte meinte settled bitten danken"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -75,7 +75,7 @@ const Re& trailingConnector()
         uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
         uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another|in|im|an))+$)"_s,
+        uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -112,6 +112,15 @@ QString phraseFromStart(const QString& text)
     const QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
     for (qsizetype k = 0; k < tokens.size(); ++k) {
         const QString& token = tokens[k];
+        // "for the domain and hosting setup": a short pair of names joined to the end of the phrase.
+        static const QSet<QString> joins = wordSet(u"and und &"_s);
+        if (k > 0 && joins.contains(token.toLower()) && tokens.size() - k - 1 >= 1 &&
+            tokens.size() - k - 1 <= 3 &&
+            std::none_of(tokens.cbegin() + k + 1, tokens.cend(),
+                         [](const QString& t) { return endsPhrase(t); })) {
+            kept.append(token);
+            continue;
+        }
         if (endsPhrase(token))
             break;
         // "the Q1 sessions to Bright Path Consulting LLC": the rest is who gets the invoice.
@@ -128,8 +137,15 @@ QString phraseFromStart(const QString& text)
 QString phraseToEnd(const QString& text)
 {
     QString phrase = trimmedPhrase(text);
-    const qsizetype stop =
-        std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    qsizetype stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    // "the usage license for one year, which we settled at": the clause after the comma tells of
+    // the thing named before it.
+    static const Re relative(
+        uR"(^\s*(?:which|that|welche[nmrs]?|(?:die|den|das)\s+(?:wir|ich|Sie|du|ihr))\b)"_s, anyCase);
+    if (stop > 0 && phrase[stop] == u',' && relative.match(phrase.mid(stop + 1)).hasMatch()) {
+        phrase.truncate(stop);
+        stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    }
     if (stop >= 0)
         phrase = phrase.mid(stop + 1);
     QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
@@ -186,6 +202,31 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
         }
     }
     return *found;
+}
+
+// Whether a capitalised word is a first name rather than a German noun or a month.
+bool soundsLikeFirstName(const QString& word)
+{
+    static const Re noun(uR"((?:ung|keit|heit|ion|tät|schaft|ing|ik|ie|ei|ur|ment|nis|tum|ismus|werk|bau|)"
+                         uR"(ort|zeit|tag|plan|satz|text|film|buch|fest|raum|haus|amt|ar|er|en)$)"_s,
+                         anyCase);
+    static const QSet<QString> months = wordSet(
+        u"january february march april may june july august september october november december januar "
+        u"februar märz mai juni juli oktober dezember monday tuesday wednesday thursday friday saturday "
+        u"sunday montag dienstag mittwoch donnerstag freitag samstag sonntag"_s);
+    return word.size() >= 3 && word.size() <= 12 && word[0].isUpper() &&
+           word.mid(1) == word.mid(1).toLower() && !noun.match(word).hasMatch() &&
+           !months.contains(word.toLower());
+}
+
+// "GCSE maths tutoring for Ethan": whom the work was for is no part of its name.
+QString withoutBeneficiary(const QString& description)
+{
+    static const Re beneficiary(uR"(\s+(?:for|für)\s+(\p{Lu}\p{Ll}+)$)"_s, sameCase);
+    const Match m = beneficiary.match(description);
+    if (!m.hasMatch() || !soundsLikeFirstName(m.captured(1)))
+        return description;
+    return description.left(m.capturedStart()).trimmed();
 }
 
 // "flat fee", "Pauschale": how the work is priced, not what it is.
@@ -312,7 +353,10 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     static const Re elsewhere(
         uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
         uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
-        uR"(überwiesen|bezahlt|paid|refund|Erstattung)\b)"_s,
+        uR"(überwiesen|bezahlt|paid|refund|Erstattung|bisher|previously|originally|ursprünglich|)"
+        uR"(anything\s+over|over|above|more\s+than|less\s+than|mehr\s+als|weniger\s+als|up\s+to|bis\s+zu|)"
+        uR"((?:first|original|old|earlier|previous|alte[nmrs]?|erste[nmrs]?|frühere[nmrs]?)\s+)"
+        uR"((?:quote|estimate|Angebot|Kostenvoranschlag|price|Preis|rate|Satz))\b)"_s,
         anyCase);
     static const Re eachWord(uR"(^\s*(?:each|apiece|je\s+Stück|pro\s+Stück)(?![\p{L}]))"_s, anyCase);
     if (elsewhere.match(clause).hasMatch())
@@ -412,8 +456,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         Match last;
         for (auto it = forInside.globalMatch(lead); it.hasNext();)
             last = it.next();
-        if (last.hasMatch())
+        if (last.hasMatch()) {
             named = lead.mid(last.capturedEnd());
+            // "Klavierunterricht Oktober 2026 für Lena:": the work stands before the one it was for.
+            if (const QString whom = named.trimmed(); !whom.contains(u' ') && soundsLikeFirstName(whom))
+                named = lead.left(last.capturedStart());
+        }
         description = phraseToEnd(named);
     }
     if (description.isEmpty() && !aside.before.isEmpty())
@@ -421,7 +469,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (description.isEmpty() && !aside.after.isEmpty())
         description = workNamedIn(aside.after, false);
     static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
-                            uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
+                            uR"(Festpreis|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}-]))"_s,
                             anyCase);
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         lumpSum.match(clause).hasMatch())
@@ -455,6 +503,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (draft.item.unit && draft.item.quantity)
         if (const Match m = countedUnit.match(description); m.hasMatch())
             description = description.mid(m.capturedLength());
+    // "6 episodes of podcast editing": what is counted, then the work.
+    static const Re countedOf(uR"(^\p{Ll}+s\s+of\s+(?=\S))"_s, sameCase);
+    if (quantity && quantity->span.to <= priceSpan.from)
+        if (const Match m = countedOf.match(description); m.hasMatch())
+            description = description.mid(m.capturedLength());
+    description = withoutBeneficiary(description);
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)
