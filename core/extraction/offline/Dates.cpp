@@ -253,6 +253,25 @@ QList<DateFound> datesWritten(const QString& line)
         return start;
     };
 
+    // "2, 3, 5 and 6 March 2026", "am 3., 4. und 7. März 2026": days listed in one month, worked
+    // from the first to the last.
+    static const Re dayList(u"(?<![\\d.,])(\\d{1,2})(?:\\.|"_s + ordinal +
+                                u")?((?:\\s*,\\s*\\d{1,2}(?:\\.|"_s + ordinal +
+                                u")?)+)\\s*,?\\s*(?:and|und|&)\\s*(\\d{1,2})(?:\\.|"_s + ordinal +
+                                u")?\\s*(?:of\\s+)?"_s + month + u"\\s*,?\\s*(\\d{4})"_s,
+                            anyCase);
+    scan(months && connected, dayList, [&](const Match& m) {
+        const int monthValue = monthNumber(m.captured(4));
+        const QDate end(yearOf(m.captured(5)), monthValue, m.captured(3).toInt());
+        const QDate start(end.year(), monthValue, m.captured(1).toInt());
+        if (start.isValid() && end.isValid() && start < end &&
+            std::none_of(taken.cbegin(), taken.cend(), [&](const Span& s) {
+                return overlaps(s, {m.capturedStart(), m.capturedEnd()});
+            })) {
+            taken.append({m.capturedStart(), m.capturedEnd()});
+            found.append({start, end, {m.capturedStart(), m.capturedEnd()}, false});
+        }
+    });
     scan(dash, isoRange, [&](const Match& m) {
         add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()),
             QDate(m.captured(4).toInt(), m.captured(5).toInt(), m.captured(6).toInt()));

@@ -35,7 +35,7 @@ std::optional<ExtractedUnit> unitFromWord(QString word)
         add(ExtractedUnit::lumpSum,
             u"pauschal|pauschale|pauschalen|pauschalpreis|flat|pauschalbetrag|psch|pausch|flat fee|flat "
             u"fees|lump sums|"
-            u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|"
+            u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|fixed|"
             u"pschl"_s);
         add(std::nullopt, u"monat|monate|monaten|month|months|mon|mt|jahr|jahre|year|years"_s);
         return table;
@@ -85,7 +85,7 @@ QString withoutBullet(const QString& line)
 QString cleanDescription(const QString& line, const QList<Span>& spans)
 {
     static const Re fillers(
-        uR"((?<![\p{L}])(?:zzgl\.?|inkl\.?|exkl\.?|excl\.?|incl\.?|zuzüglich|netto|net|brutto|gross|)"
+        uR"((?<![\p{L}])(?:zzgl\.?|exkl\.?|excl\.?|zuzüglich|netto|net|brutto|gross|)"
         uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|)"
         uR"(flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|Stundensatz|Tagessatz|Tagsatz|Stundenansatz|)"
         uR"(Tagesansatz|hourly\s+rate|day\s+rate|)"
@@ -95,7 +95,8 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re emptyParentheses(uR"(\(\s*[,;]?\s*\))"_s, sameCase);
     static const Re edges(uR"(^[\s:;,\-–—=|/@*(+]+|[\s:;,\-–—=|/@*(+]+$)"_s, sameCase);
     static const Re danglingWord(
-        uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on)$)"_s, anyCase);
+        uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on|inkl\.?|incl\.?)$)"_s,
+        anyCase);
     static const Re leadingWord(
         uR"(^(?:à|á|x|×|@|(?:of|for|für|add|include|dazu)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s,
         anyCase);
@@ -322,8 +323,9 @@ QString tidyDescription(QString text)
     // "Inhouse-Schulung zum Tagsatz von", "design work at the agreed rate of": the rate's words
     // stay behind when its amount is read.
     static const Re rateTail(
-        uR"(\s+(?:zum|zu|zu\s+einem|mit\s+dem|at|for|on)\s+(?:(?:the|our|your|a|an|dem|einem|unserem|)"
-        uR"(vereinbarten|agreed|usual|üblichen)\s+)*(?:Tagsatz|Tagessatz|Stundensatz|Stundenansatz|)"
+        uR"(\s+(?:zum|zu|zu\s+einem|mit\s+dem|at|for|on)\s+(?:(?:the|our|your|my|a|an|dem|einem|unserem|)"
+        uR"(Ihrem|ihrem|deinem|eurem|meinem|neuen|new|current|aktuellen|bisherigen|vereinbarten|agreed|usual|)"
+        uR"(üblichen)\s+)*(?:Tagsatz|Tagessatz|Stundensatz|Stundenansatz|)"
         uR"(Tagesansatz|Satz|Preis|Festpreis|Pauschalpreis|rate|day\s+rate|hourly\s+rate|daily\s+rate|)"
         uR"(price|fixed\s+price|fee)(?:\s+(?:von|of))?$)"_s,
         anyCase);

@@ -372,6 +372,12 @@ std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<Heade
                (totalLinePattern().match(cell).hasMatch() || isVatLine(cell) || isDiscountLine(cell));
     });
     if (sumRow) {
+        // ";MwSt. 19 %;;;;285,10": the rate of the tax row holds for the rows above it.
+        for (const QString& cell : cells)
+            if (!cell.isEmpty() && isVatLine(cell))
+                if (const std::optional<double> rate = vatIn(cell).rate;
+                    rate && !context.vatRates.contains(*rate))
+                    context.vatRates.append(*rate);
         for (const PricedMoney& p : prices)
             context.totals.amounts.append(p.money.value);
         if (price)
@@ -529,9 +535,21 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
     }
 
-    if (drafts.isEmpty() && billing)
-        if (auto draft = itemFromRateAndTime(lines, skipped, context))
-            accept(*draft);
+    // A rate and an amount of time named apart, beside other items or alone; not when an item
+    // already has that rate or that time.
+    if (billing)
+        if (auto draft = itemFromRateAndTime(lines, skipped, context);
+            draft && std::none_of(drafts.cbegin(), drafts.cend(), [&](const ItemDraft& other) {
+                return other.item.unit == draft->item.unit &&
+                       ((other.item.unitPrice &&
+                         nearlyEqual(*other.item.unitPrice, *draft->item.unitPrice)) ||
+                        (other.item.quantity && nearlyEqual(*other.item.quantity, *draft->item.quantity)));
+            })) {
+            auto at = std::find_if(drafts.begin(), drafts.end(),
+                                   [&](const ItemDraft& other) { return other.line >= draft->line; });
+            drafts.insert(at, *draft);
+            context.itemCurrencies.append(draft->currencies);
+        }
 
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;

@@ -49,7 +49,9 @@ bool endsPhrase(const QString& token)
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
         u"lasted totalled totaled covered folgende following hiermit hereby gestern heute morgen yesterday "
         u"today tomorrow it's it’s there's there’s that's that’s here's here’s we're we’re we've "
-        u"i'm i’m you're you’re said sagte meinte settled bitten danken"_s);
+        u"i'm i’m you're you’re said sagte meinte settled bitten danken ran geworden gewesen worden "
+        u"angefallen "
+        u"approving approve approved freigegeben"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -71,11 +73,13 @@ const Re& trailingConnector()
     static const Re pattern(
         uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
+        uR"(bleibt\s+bei|bleiben\s+bei|liegt\s+bei|liegen\s+bei|stays\s+at|remains\s+at|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
         uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
         uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben))+$)"_s,
+        uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben|the|die|)"
+        uR"(der|das|den|dem))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -140,8 +144,9 @@ QString phraseToEnd(const QString& text)
     qsizetype stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
     // "the usage license for one year, which we settled at": the clause after the comma tells of
     // the thing named before it.
-    static const Re relative(
-        uR"(^\s*(?:which|that|welche[nmrs]?|(?:die|den|das)\s+(?:wir|ich|Sie|du|ihr))\b)"_s, anyCase);
+    static const Re relative(uR"(^\s*(?:which|that|welche[nmrs]?|(?:die|den|das)\s+(?:wir|ich|Sie|du|ihr)|)"
+                             uR"(quoted|priced|charged|billed|angeboten|veranschlagt|berechnet)\b)"_s,
+                             anyCase);
     if (stop > 0 && phrase[stop] == u',' && relative.match(phrase.mid(stop + 1)).hasMatch()) {
         phrase.truncate(stop);
         stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
@@ -468,9 +473,11 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         description = workNamedIn(aside.before, true);
     if (description.isEmpty() && !aside.after.isEmpty())
         description = workNamedIn(aside.after, false);
-    static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
-                            uR"(Festpreis|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}-]))"_s,
-                            anyCase);
+    static const Re lumpSum(
+        uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
+        uR"(Festpreis|Pauschalpreis|Pauschalbetrag|Pauschalhonorar|fixed\s+price|fixed\s+fee|)"
+        uR"(flat(?!\s+white))(?![\p{L}-]))"_s,
+        anyCase);
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         lumpSum.match(clause).hasMatch())
         draft.item.unit = ExtractedUnit::lumpSum;
@@ -553,6 +560,29 @@ std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, boo
     return std::nullopt;
 }
 
+// An amount of time, in digits or in words: "7 days", "three days", "zwei Wochen".
+std::optional<Quantity> timeIn(const QString& text)
+{
+    if (std::optional<Quantity> quantity = quantityIn(text, {}, false))
+        return quantity;
+    static const Re inWords(
+        uR"((?<![\p{L}])(one|two|three|four|five|six|seven|eight|nine|ten|twelve|zwei|drei|vier|fünf|sechs|)"
+        uR"(sieben|acht|neun|zehn|zwölf)\s+((?:full\s+|ganze\s+|volle\s+)?(?:hours|days|weeks|Stunden|Tage|)"
+        uR"(Wochen))(?![\p{L}]))"_s,
+        anyCase);
+    const Match m = inWords.match(text);
+    if (!m.hasMatch())
+        return std::nullopt;
+    QString count = m.captured(1);
+    QString described = count + u" x"_s;
+    std::optional<ExtractedUnit> unit;
+    const std::optional<double> value = countInWords(described, &unit);
+    const QStringList unitWords = m.captured(2).split(u' ');
+    if (!value)
+        return std::nullopt;
+    return Quantity{*value, unitFromWord(unitWords.last()), {m.capturedStart(), m.capturedEnd()}};
+}
+
 } // namespace
 
 bool asksForBilling(const QList<TextLine>& lines)
@@ -565,6 +595,28 @@ bool asksForBilling(const QList<TextLine>& lines)
     return std::any_of(lines.cbegin(), lines.cend(),
                        [](const TextLine& line) { return pattern.match(line.plain).hasMatch(); });
 }
+
+namespace {
+
+// Whether the number before the full stop at dot is an ordinal ("am 3. März", "2. OG") rather
+// than an amount ending the sentence ("… day rate of $1,800. On top …").
+bool isOrdinal(const QString& text, qsizetype dot)
+{
+    qsizetype from = dot;
+    while (from > 0 && text[from - 1].isDigit())
+        --from;
+    if (from == dot || dot - from > 2)
+        return false;
+    if (from > 0) {
+        const QChar before = text[from - 1];
+        if (before == u',' || before == u'.' || before == u'\'' || before == u'$' || before == u'€' ||
+            before == u'£')
+            return false;
+    }
+    return true;
+}
+
+} // namespace
 
 QList<Span> sentencesOf(const QString& text)
 {
@@ -579,7 +631,7 @@ QList<Span> sentencesOf(const QString& text)
             while (w > start && text[w - 1].isLetter())
                 --w;
             const QString word = text.mid(w, i - w);
-            if (word.isEmpty() ? (i > 0 && text[i - 1].isDigit()) : (word.size() < 2 || isAbbreviation(word)))
+            if (word.isEmpty() ? isOrdinal(text, i) : (word.size() < 2 || isAbbreviation(word)))
                 continue;
         }
         spans.append({start, i});
@@ -682,8 +734,15 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
         ExtractedUnit unit;
         QString currency;
     };
+    struct Time
+    {
+        Quantity quantity;
+        QString after;  // the rest of the sentence: "… 7 days on the data pipeline"
+        QString before; // what the sentence said first: "The catalog shoot ran three days"
+        int line;
+    };
     QList<Rate> rates;
-    QList<std::pair<Quantity, QString>> times; // with the rest of the sentence after the quantity
+    QList<Time> times;
     auto timed = [](std::optional<ExtractedUnit> unit) {
         return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
     };
@@ -697,34 +756,64 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
         for (const Span& sentence : sentencesOf(text)) {
             const QString part = text.mid(sentence.from, sentence.to - sentence.from);
             const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
-            const std::optional<Quantity> quantity = quantityIn(part, {}, false);
+            std::optional<Quantity> quantity = timeIn(part);
+            if (quantity && !timed(quantity->unit))
+                quantity.reset();
+            auto time = [&] {
+                return Time{*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i};
+            };
             if (prices.isEmpty()) {
-                if (quantity && timed(quantity->unit))
-                    times.append({*quantity, part.mid(quantity->span.to)});
+                if (quantity)
+                    times.append(time());
                 continue;
             }
-            if (prices.size() != 1 || (quantity && timed(quantity->unit)))
-                continue;
-            std::optional<ExtractedUnit> unit = prices.first().unit;
-            if (const Match m = rateWord.match(part.left(prices.first().money.span.from)); m.hasMatch())
-                unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
-                       : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
-                                                         : ExtractedUnit::week;
-            else if (prices.first().role != PriceRole::perUnit)
-                continue;
-            if (timed(unit))
-                rates.append({prices.first().money.value, *unit, prices.first().money.currency});
+            // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
+            // clause of its own before the rate.
+            static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
+            const qsizetype firstPrice = prices.first().money.span.from;
+            if (quantity && quantity->span.to <= firstPrice &&
+                clauseBreak.match(part.mid(quantity->span.to, firstPrice - quantity->span.to)).hasMatch())
+                times.append(time());
+            qsizetype from = 0;
+            for (const PricedMoney& price : prices) {
+                QString segment = part.mid(from, price.money.span.from - from);
+                from = price.span.to;
+                // Only the words of the price's own clause count.
+                if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
+                    segment = segment.mid(comma + 1);
+                if (const std::optional<Quantity> counted = timeIn(segment); counted && timed(counted->unit))
+                    continue;
+                std::optional<ExtractedUnit> unit;
+                if (const Match m = rateWord.match(segment); m.hasMatch())
+                    unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
+                           : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
+                                                             : ExtractedUnit::week;
+                else if (price.role == PriceRole::perUnit && !price.times)
+                    unit = price.unit;
+                if (timed(unit))
+                    rates.append({price.money.value, *unit, price.money.currency});
+            }
         }
     }
-    if (rates.size() != 1 || times.size() != 1 || times.first().first.unit != rates.first().unit)
+    if (rates.size() != 1 || times.size() != 1 || times.first().quantity.unit != rates.first().unit)
         return std::nullopt;
+    const Time& found = times.first();
     ItemDraft draft;
-    draft.item.quantity = times.first().first.value;
+    draft.line = found.line;
+    draft.item.quantity = found.quantity.value;
     draft.item.unit = rates.first().unit;
     draft.item.unitPrice = rates.first().value;
     if (!rates.first().currency.isEmpty())
         draft.currencies.append(rates.first().currency);
-    const QString description = phraseFromStart(times.first().second);
+    QString description = phraseFromStart(found.after);
+    if (description.isEmpty()) {
+        // The work before the verb that measures it: "The spring catalog shoot ran".
+        QStringList tokens = found.before.split(u' ', Qt::SkipEmptyParts);
+        for (int verbs = 0; verbs < 2 && !tokens.isEmpty() && endsPhrase(tokens.last()); ++verbs)
+            tokens.removeLast();
+        if (tokens.size() < found.before.split(u' ', Qt::SkipEmptyParts).size())
+            description = phraseToEnd(tokens.join(u' '));
+    }
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     return draft;
