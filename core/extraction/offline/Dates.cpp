@@ -390,7 +390,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Lieferzeitraum|Ausführungsdatum|Ausführungszeitraum|Abrechnungszeitraum|Einsatzzeitraum|)"
         uR"(Projektzeitraum|Zeitraum|service\s+(?:period|date)|date\s+of\s+(?:service|supply|)"
         uR"(delivery)|period\s+of\s+(?:service|performance)|performance\s+period|delivery\s+(?:date|)"
-        uR"(period)|billing\s+period)"_s,
+        uR"(period)|billing\s+period|\bPeriod\s*:)"_s,
         anyCase);
     static const Re work(
         uR"(\b(?:Workshops?|Schulung|Seminar|Training|Einsatz|gearbeitet|Arbeiten|erbracht|)"
@@ -401,6 +401,14 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
         uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b)"_s,
         anyCase);
+    // What was done on a day, named by the occasion: "an unserer Generalversammlung vom 19.
+    // September", "Gartenarbeiten vom 3. bis 7. August", "for the fall gala on October 17".
+    static const Re occasion(uR"((?:versammlung|feier\b|fest\b|gala\b|hochzeit|wedding|tagung|arbeiten\b|)"
+                             uR"(\bparty\b|\bevent\b|\bceremony\b))"_s,
+                             anyCase);
+    // "bis Oktober 2026", "since March 2026": a month that bounds, not one worked.
+    static const Re bounding(
+        uR"(\b(?:seit|since|ab|bis|until|till|before|vor|nach|after|from|von|vom)\s*$)"_s, anyCase);
     static const Re negative(
         uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
         uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
@@ -437,11 +445,15 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     QList<Candidate> ranges;
     QList<Candidate> singles;
     QList<Candidate> monthsWorked;
+    int firstLine = 0;
+    while (firstLine < lines.size() && lines[firstLine].plain.isEmpty())
+        ++firstLine;
     for (int i = 0; i < lines.size(); ++i) {
         const QString& line = lines[i].plain;
         const QList<DateFound>& dates = lines[i].dates;
         if (dates.isEmpty())
             continue;
+        const bool workLine = work.match(line).hasMatch() || occasion.match(line).hasMatch();
         if (sentLine.match(line).hasMatch())
             continue;
         const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
@@ -463,14 +475,20 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             }
             if (date.wholeMonth) {
                 // "im März 2026 findet unser Sommerfest statt" names an event, not work billed.
-                const bool subjectLine = reach == 0 && subject.match(before).hasMatch();
+                // A title that ends in the month ("IT support log - October 2026") heads what follows.
+                const bool subjectLine =
+                    reach == 0 && (subject.match(before).hasMatch() ||
+                                   (i == firstLine && line.mid(date.span.to).trimmed().isEmpty()));
+                // On an item line the month dates the item: "Klavierunterricht Oktober 2026: 4 Std.",
+                // "6 yoga classes @ $85, Feb 2026".
                 if ((monthLead.match(window).hasMatch() &&
                      (itemLines.contains(i) || billed.match(line).hasMatch())) ||
-                    (subjectLine && work.match(line).hasMatch()))
+                    (itemLines.contains(i) && !bounding.match(window).hasMatch()) ||
+                    (subjectLine && workLine))
                     monthsWorked.append(candidate);
                 continue;
             }
-            if (!work.match(line).hasMatch() && !itemLines.contains(i))
+            if (!workLine && !itemLines.contains(i))
                 continue;
             (date.end.isValid() ? ranges : singles).append(candidate);
         }
