@@ -458,17 +458,20 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     std::optional<QString> signerCompany;
     // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
     static const Re signedLine(
-        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Gruess|Grüess\p{L}*|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|)"
+        uR"((?<=^|[.!?]\s)(?:LG|VG|MfG|Gruß|Gruss|Gruess|Grüess\p{L}*|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|)"
         uR"(Beste\s+Grüße|)"
         uR"(Cheers|Thanks|Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+([^.!?]+)$)"_s,
         anyCase);
     int signedAt = -1;
     for (int i = closing + 1; i < entries.size(); ++i)
         if (entries[i].role == Role::none && !entries[i].text.isEmpty())
-            if (const Match m = signedLine.match(entries[i].text); m.hasMatch())
+            // "Danke! Grüße, Petra Albrecht": the last sign-off is followed by the name alone.
+            for (Match m = signedLine.match(entries[i].text); m.hasMatch();
+                 m = signedLine.match(entries[i].text, m.capturedStart() + 1))
                 if (const auto name = personName(m.captured(1))) {
                     signedAt = i;
                     signer = name;
+                    break;
                 }
     // "… could you invoice me? – Chloe Barnes 😊": a chat or a note signed with a dash at its end.
     if (signedAt < 0) {

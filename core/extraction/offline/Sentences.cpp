@@ -209,8 +209,9 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
     return *found;
 }
 
-// Whether a capitalised word is a first name rather than a German noun or a month.
-bool soundsLikeFirstName(const QString& word)
+// Whether the capitalised word after "for" or "für" names someone rather than a month or, in German,
+// which writes its nouns capitalised too, a thing.
+bool namesSomeone(const QString& word, bool german)
 {
     static const Re noun(uR"((?:ung|keit|heit|ion|tät|schaft|ing|ik|ie|ei|ur|ment|nis|tum|ismus|werk|bau|)"
                          uR"(ort|zeit|tag|plan|satz|text|film|buch|fest|raum|haus|amt|ar|er|en)$)"_s,
@@ -220,16 +221,16 @@ bool soundsLikeFirstName(const QString& word)
         u"februar märz mai juni juli oktober dezember monday tuesday wednesday thursday friday saturday "
         u"sunday montag dienstag mittwoch donnerstag freitag samstag sonntag"_s);
     return word.size() >= 3 && word.size() <= 12 && word[0].isUpper() &&
-           word.mid(1) == word.mid(1).toLower() && !noun.match(word).hasMatch() &&
+           word.mid(1) == word.mid(1).toLower() && !(german && noun.match(word).hasMatch()) &&
            !months.contains(word.toLower());
 }
 
 // "GCSE maths tutoring for Ethan": whom the work was for is no part of its name.
 QString withoutBeneficiary(const QString& description)
 {
-    static const Re beneficiary(uR"(\s+(?:for|für)\s+(\p{Lu}\p{Ll}+)$)"_s, sameCase);
+    static const Re beneficiary(uR"(\s+(for|für)\s+(\p{Lu}\p{Ll}+)$)"_s, sameCase);
     const Match m = beneficiary.match(description);
-    if (!m.hasMatch() || !soundsLikeFirstName(m.captured(1)))
+    if (!m.hasMatch() || !namesSomeone(m.captured(2), m.captured(1) == u"für"))
         return description;
     return description.left(m.capturedStart()).trimmed();
 }
@@ -464,7 +465,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         if (last.hasMatch()) {
             named = lead.mid(last.capturedEnd());
             // "Klavierunterricht Oktober 2026 für Lena:": the work stands before the one it was for.
-            if (const QString whom = named.trimmed(); !whom.contains(u' ') && soundsLikeFirstName(whom))
+            if (const QString whom = named.trimmed();
+                !whom.contains(u' ') && namesSomeone(whom, last.captured().trimmed().toLower() != u"for"))
                 named = lead.left(last.capturedStart());
         }
         description = phraseToEnd(named);

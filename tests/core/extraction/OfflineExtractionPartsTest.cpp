@@ -592,3 +592,171 @@ TEST(OfflineExtractionRecipient, TheSignatureOfWhoeverBillsNamesNoRecipient)
     ASSERT_TRUE(asked.recipient);
     EXPECT_EQ(asked.recipient->name, u"Ann Field"_s);
 }
+
+TEST(OfflineExtractionSentences, AnAmountEndsASentenceWhereAnOrdinalDoesNot)
+{
+    EXPECT_EQ(sentences(u"We agreed on a day rate of $1,800. On top of that the licence."_s).size(), 2);
+    EXPECT_EQ(sentences(u"Der Satz liegt bei 95.00. Danke"_s).size(), 2);
+    EXPECT_EQ(sentences(u"Montage am 3. März und am 12. April"_s).size(), 1);
+}
+
+TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
+{
+    const struct
+    {
+        QString text;
+        QString description;
+    } cases[] = {
+        // whom the work was for
+        {u"Hi, maths tutoring for Oliver, 5 hours at £30/hr - please invoice me."_s, u"maths tutoring"_s},
+        // a relative clause or a participle after the name
+        {u"Please invoice the hosting for one year, which we settled at $900."_s, u"hosting for one year"_s},
+        {u"Please invoice the copy editing, quoted at £240 as a fixed fee."_s, u"copy editing"_s},
+        // the words that open the clause, a count of things before the work, a pair of names
+        {u"Please invoice it: as agreed it's £80 call-out."_s, u"call-out"_s},
+        {u"Please invoice 4 sessions of sports massage at £55 each."_s, u"sports massage"_s},
+        {u"Please invoice $2,000 for the website, plus $90 for the logo and favicon setup."_s, u"website"_s},
+        // "inkl." inside a name is part of it
+        {u"Bitte abrechnen:\n- Lichttechnik inkl. Pult und 4 Scheinwerfer: 980,00 €"_s,
+         u"Lichttechnik inkl. Pult und 4 Scheinwerfer"_s},
+        // the verb that ends the clause before the amount
+        {u"Die Fahrtkosten bleiben bei 45 € pauschal, bitte so abrechnen."_s, u"Fahrtkosten"_s},
+    };
+    for (const auto& c : cases) {
+        const QList<ExtractedItem> items = itemsOf(c.text);
+        ASSERT_FALSE(items.isEmpty()) << qPrintable(c.text);
+        EXPECT_EQ(items.first().description, c.description) << qPrintable(c.text);
+    }
+    EXPECT_EQ(itemsOf(u"Please invoice $2,000 for the website, plus $90 for the logo and favicon setup."_s)
+                  .value(1)
+                  .description,
+              u"logo and favicon setup"_s);
+    EXPECT_EQ(itemsOf(u"Please invoice 4 sessions of sports massage at £55 each."_s).value(0).quantity, 4);
+    // "flat" and "Pauschalpreis" after the price make it a lump sum.
+    EXPECT_EQ(itemsOf(u"Please bill the van hire at £150 flat."_s).value(0).unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(
+        itemsOf(u"Für die Moderation bitten wir um Rechnung über 900,00 € (Pauschalpreis)."_s).value(0).unit,
+        ExtractedUnit::lumpSum);
+}
+
+TEST(OfflineExtractionSentences, PricesOfOtherTimesOrLimitsBillNothing)
+{
+    // An old price, a threshold: the text prices nothing with them.
+    const QList<ExtractedItem> items =
+        itemsOf(u"Please invoice the garden design at €1,600 as quoted. (Your first quote said €1,400, but "
+                "that was before the pond.) Anything over €1,000 needs our PO number."_s);
+    ASSERT_EQ(items.size(), 1);
+    EXPECT_EQ(items[0].unitPrice, 1600);
+    EXPECT_EQ(itemsOf(u"Bitte 2 Tage Montage zu 640 € abrechnen (bisher 590 €)."_s).size(), 1);
+}
+
+TEST(OfflineExtractionSentences, RateAndTimeApartBesideOtherItems)
+{
+    // The time in one sentence, the rate in the next, and a further item after it.
+    const QList<ExtractedItem> items = itemsOf(
+        u"Hallo Tom,\n\nfür März sind es insgesamt 12,5 Stunden Bildbearbeitung geworden. Abgerechnet wird "
+        "mit dem vereinbarten Satz von 70 Euro pro Stunde, dazu kommen noch die 2 Drucke zu je 45 Euro.\n\n"
+        "Gruß\nJana"_s);
+    ASSERT_EQ(items.size(), 2);
+    EXPECT_EQ(items[0].description, u"Bildbearbeitung"_s);
+    EXPECT_EQ(items[0].quantity, 12.5);
+    EXPECT_EQ(items[0].unit, ExtractedUnit::hour);
+    EXPECT_EQ(items[0].unitPrice, 70);
+    EXPECT_EQ(items[1].quantity, 2);
+    EXPECT_EQ(items[1].unitPrice, 45);
+    // A count of days in words before the rate of the same sentence.
+    const QList<ExtractedItem> shoot =
+        itemsOf(u"Quick recap for your invoice. The product shoot ran two days, and we agreed on your day "
+                "rate of $1,500."_s);
+    ASSERT_EQ(shoot.size(), 1);
+    EXPECT_EQ(shoot[0].description, u"product shoot"_s);
+    EXPECT_EQ(shoot[0].quantity, 2);
+    EXPECT_EQ(shoot[0].unit, ExtractedUnit::day);
+    EXPECT_EQ(shoot[0].unitPrice, 1500);
+}
+
+TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
+{
+    const QList<ExtractedItem> items = itemsOf(
+        u"Item\tQty\tUnit Price\tTotal\nSandwich platters\t10\t$22.00\t$220.00\nSetup (fixed)\t1\t$60.00"
+        "\t$60.00\nSubtotal\t\t\t$280.00\nSales tax (6.625%)\t\t\t$18.55\nTotal\t\t\t$298.55"_s);
+    ASSERT_EQ(items.size(), 2);
+    EXPECT_EQ(items[0].vatPercentage, 6.625);
+    EXPECT_EQ(items[1].description, u"Setup"_s);
+    EXPECT_EQ(items[1].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(items[1].vatPercentage, 6.625);
+    // Measures count like pieces, and leave the name.
+    const QList<ExtractedItem> measured = itemsOf(u"Bitte abrechnen:\nErdaushub   12 m³ à 35,00 €"_s);
+    ASSERT_EQ(measured.size(), 1);
+    EXPECT_EQ(measured[0].description, u"Erdaushub"_s);
+    EXPECT_EQ(measured[0].quantity, 12);
+    EXPECT_FALSE(measured[0].unit);
+}
+
+TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
+{
+    const struct
+    {
+        QString text;
+        QString name;
+    } signedTexts[] = {
+        {u"Nachhilfe Mathe Mai 2026: 6 Stunden à 30 €. Danke! Grüße, Sabine Vogt"_s, u"Sabine Vogt"_s},
+        {u"could you invoice me for the 3 massages? £50 each – Emma Clarke 🙂"_s, u"Emma Clarke"_s},
+        {u"Hoi, bitte d Rächnig für 4 Lektione à Fr. 80.–. Gruess Nina Frei"_s, u"Nina Frei"_s},
+        // a surname that is also a word
+        {u"Please invoice 2 hours at £40 per hour.\n\nThanks\nOliver Price"_s, u"Oliver Price"_s},
+        {u"Thanks for Saturday! Bill it to me: Mia Lopez, 12 Oak Ave, Austin, TX 78701"_s, u"Mia Lopez"_s},
+    };
+    for (const auto& c : signedTexts)
+        EXPECT_EQ(OfflineExtractor::extract(c.text).recipient.value_or(ExtractedRecipient{}).name, c.name)
+            << qPrintable(c.text);
+
+    const struct
+    {
+        QString text;
+        QString business;
+    } businesses[] = {
+        {u"Send it to:\nCarter & Lane Architects\n5 Mill Street\nLeeds LS1 4AB"_s,
+         u"Carter & Lane Architects"_s},
+        {u"Invoice address:\nSt Mary's Primary School\nChurch Lane\nYork YO1 7HH"_s,
+         u"St Mary's Primary School"_s},
+        {u"bitte 2 Tage Aufbau zu je 400 € abrechnen – Rechnungsadresse: Nordwind Events GmbH, Hafenstraße "
+         u"3, "
+         "20457 Hamburg. Danke!"_s,
+         u"Nordwind Events GmbH"_s},
+        {u"Rechnungsanschrift wie immer:\nZahnarztpraxis Dr. Roth\nRingstraße 4\n50667 Köln"_s,
+         u"Zahnarztpraxis Dr. Roth"_s},
+    };
+    for (const auto& c : businesses)
+        EXPECT_EQ(OfflineExtractor::extract(c.text).recipient.value_or(ExtractedRecipient{}).businessName,
+                  c.business)
+            << qPrintable(c.text);
+
+    // Staircase and door of an Austrian address.
+    EXPECT_EQ(OfflineExtractor::extract(u"Auftraggeber: Leitner GmbH, Hauptstraße 71/2/14, 1030 Wien"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .addressLineOne,
+              u"Hauptstraße 71/2/14"_s);
+}
+
+TEST(OfflineExtractionRecipient, ANoteThatPassesOnAMailLetsItBeRead)
+{
+    const ExtractedInvoice invoice = OfflineExtractor::extract(
+        u"Hallo Frau Berg,\n\nunten die Freigabe von Herrn Lang, Sie können damit abrechnen.\n\nBeste Grüße\n"
+        "Eva Roth\n\nVon: Jonas Lang <j.lang@kanzlei-lang.de>\nGesendet: Montag, 5. Oktober 2026 10:12\nAn: "
+        "Eva Roth <e.roth@kanzlei-lang.de>\nBetreff: Übersetzung\n\nHallo Eva,\n\nfreigegeben: 20 Normseiten "
+        "Übersetzung à 30,00 €.\n\nRechnungsanschrift wie immer:\nKanzlei Lang PartGmbB\nz. Hd. Jonas "
+        "Lang\nMaximilianstraße 8\n80539 München\n\nGruß\nJonas"_s);
+    ASSERT_TRUE(invoice.recipient);
+    EXPECT_EQ(invoice.recipient->businessName, u"Kanzlei Lang PartGmbB"_s);
+    EXPECT_EQ(invoice.recipient->name, u"Jonas Lang"_s);
+    EXPECT_EQ(invoice.recipient->city, u"München"_s);
+    ASSERT_EQ(invoice.items.value_or(QList<ExtractedItem>()).size(), 1);
+    EXPECT_EQ(invoice.items->first().quantity, 20);
+    // The note's writer passes on a priced mail of their own: the mail below is older and stays unread.
+    const ExtractedInvoice own = OfflineExtractor::extract(
+        u"See below – please invoice 3 hours at €90.\n\n-----Original Message-----\nFrom: Tim <tim@x.de>\n"
+        "Sent: 1 March 2026\n\nCan we do 5 hours at €80?"_s);
+    ASSERT_EQ(own.items.value_or(QList<ExtractedItem>()).size(), 1);
+    EXPECT_EQ(own.items->first().unitPrice, 90);
+}

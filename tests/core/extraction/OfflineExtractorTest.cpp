@@ -310,6 +310,17 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         std::optional<QString> end;
     } cases[] = {
         {u"Leistungsdatum: 01.03.2026"_s, u"2026-03-01"_s, {}},
+        // days listed in one month, a labelled period, an occasion, a month on an item line or a title
+        {u"We had you for 4 days on the relaunch (9, 10, 12 and 13 March 2026), at £500 per day."_s,
+         u"2026-03-09"_s, u"2026-03-13"_s},
+        {u"Period: March 2–20, 2026."_s, u"2026-03-02"_s, u"2026-03-20"_s},
+        {u"Danke für die Technik an unserer Jahresversammlung vom 19. September 2026."_s,
+         u"2026-09-19"_s,
+         {}},
+        {u"bill Harbor Dental – 4 yoga classes @ $80, Feb 2026"_s, u"2026-02-01"_s, u"2026-02-28"_s},
+        {u"Support log - October 2026\nTask,Hours,Rate\nBackups,2,$90.00"_s, u"2026-10-01"_s,
+         u"2026-10-31"_s},
+        {u"Bitte abrechnen: Wartung bis Oktober 2026 je Monat 90 €"_s, {}, {}},
         {u"Leistungsdatum: 1.3.2026"_s, u"2026-03-01"_s, {}},
         {u"Leistungsdatum: 1. März 2026"_s, u"2026-03-01"_s, {}},
         {u"Service date: March 1, 2026"_s, u"2026-03-01"_s, {}},
