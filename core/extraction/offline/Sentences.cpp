@@ -240,7 +240,7 @@ bool isLumpSumLabel(const QString& text)
 {
     static const Re label(
         uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
-        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee|flat)$)"_s,
         anyCase);
     return label.match(text.trimmed()).hasMatch();
 }
@@ -249,9 +249,10 @@ bool isLumpSumLabel(const QString& text)
 // thing asked to be billed, "Please invoice the logo design we agreed on, flat fee $600".
 QString namedBeforeLumpSum(const QString& clause)
 {
-    static const Re label(uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
-                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}]))"_s,
-                          anyCase);
+    static const Re label(
+        uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}]))"_s,
+        anyCase);
     static const Re billingVerb(uR"(\b(?:invoice|bill|charge)\s+(?:us\s+(?:for\s+)?)?)"_s, anyCase);
     const Match m = label.match(clause);
     if (!m.hasMatch())
@@ -442,8 +443,10 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             uR"(discussed|please|bitte)"_s,
             anyCase);
         const QString after = trimmedPhrase(clause.mid(priceSpan.to));
-        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch())
-            description = phraseFromStart(after);
+        // Only words that end the clause: "£45 each like we said" names nothing.
+        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch() &&
+            phraseFromStart(after) == after)
+            description = after;
     }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
         description =
@@ -471,8 +474,16 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         }
         description = phraseToEnd(named);
     }
-    if (description.isEmpty() && !aside.before.isEmpty())
+    if (description.isEmpty() && !aside.before.isEmpty()) {
         description = workNamedIn(aside.before, true);
+        // "an invoice for the 2 PT sessions last week? £45 each": the count comes with the work.
+        static const Re leadingCount(uR"(^(\d{1,4})\s+(?=\p{L}))"_s, sameCase);
+        if (const Match m = leadingCount.match(description);
+            m.hasMatch() && !quantity && price.role == PriceRole::perUnit) {
+            draft.item.quantity = m.captured(1).toDouble();
+            description = description.mid(m.capturedLength());
+        }
+    }
     if (description.isEmpty() && !aside.after.isEmpty())
         description = workNamedIn(aside.after, false);
     static const Re lumpSum(
@@ -518,6 +529,13 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         if (const Match m = countedOf.match(description); m.hasMatch())
             description = description.mid(m.capturedLength());
     description = withoutBeneficiary(description);
+    // "Netzwerkumbau zu Ihrem neuen [Tagessatz von 720 €]": the rate's words went with its price.
+    static const Re rateLead(
+        uR"(\s+(?:zu|zum|at|for|mit|with)(?:\s+(?:Ihrem|ihrem|deinem|unserem|eurem|your|our|)"
+        uR"(my|the|dem|einem|neuen|new|current|aktuellen|vereinbarten|agreed|usual|üblichen))+$)"_s,
+        sameCase);
+    if (const Match m = rateLead.match(description); m.hasMatch() && m.capturedStart() > 0)
+        description.truncate(m.capturedStart());
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)

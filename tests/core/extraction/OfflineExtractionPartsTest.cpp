@@ -632,6 +632,18 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
                   .description,
               u"logo and favicon setup"_s);
     EXPECT_EQ(itemsOf(u"Please invoice 4 sessions of sports massage at £55 each."_s).value(0).quantity, 4);
+    // The work and its count asked for in one sentence, the price for each in the next.
+    const QList<ExtractedItem> asked =
+        itemsOf(u"could you invoice me for the 3 yoga classes last month? £20 each "
+                "like we said."_s);
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].description, u"yoga classes"_s);
+    EXPECT_EQ(asked[0].quantity, 3);
+    EXPECT_EQ(asked[0].unitPrice, 20);
+    const QList<ExtractedItem> flat = itemsOf(u"Please invoice the stage design as a flat $700."_s);
+    ASSERT_EQ(flat.size(), 1);
+    EXPECT_EQ(flat[0].description, u"stage design"_s);
+    EXPECT_EQ(flat[0].unit, ExtractedUnit::lumpSum);
     // "flat" and "Pauschalpreis" after the price make it a lump sum.
     EXPECT_EQ(itemsOf(u"Please bill the van hire at £150 flat."_s).value(0).unit, ExtractedUnit::lumpSum);
     EXPECT_EQ(
