@@ -292,7 +292,9 @@ const Re& officePattern()
 {
     static const Re pattern(
         uR"(^(?:i\.\s?A\.|i\.\s?V\.|ppa\.|Inh\.|Inhaber(?:in)?:?|Kassenwart(?:in)?|Kassierer(?:in)?|)"
-        uR"(Schatzmeister(?:in)?|Vorsitzende[r]?|1\.\s*Vorsitzende[r]?|Owner:?)\s+)"_s,
+        uR"(Schatzmeister(?:in)?|Vorsitzende[r]?|1\.\s*Vorsitzende[r]?|Owner:?|Rechtsanwalt|Rechtsanwältin|)"
+        uR"(Steuerberater(?:in)?|Notar(?:in)?|Architekt(?:in)?|Zahnarzt|Zahnärztin|Tierarzt|Tierärztin|Arzt|)"
+        uR"(Ärztin|Fachanwalt|Fachanwältin)\s+(?=\S))"_s,
         sameCase);
     return pattern;
 }

@@ -1,6 +1,7 @@
 #include "extraction/offline/Lines.h"
 
 #include "extraction/offline/Money.h"
+#include "extraction/offline/Recipient.h"
 #include "extraction/offline/Text.h"
 
 #include <QDate>
@@ -25,6 +26,30 @@ void applyStatedYear(QList<TextLine>& lines)
         for (TextLine& line : lines)
             if (auto dates = datesWithYear(line.plain, year))
                 line.dates = std::move(*dates);
+}
+
+// "Jonas: schreib mir einfach ne Rechnung", "[12.03.26, 10:15] Jonas Weber: …": a chat copied with
+// its speakers, whose names head the lines. Only a name that heads two lines or more is one.
+void withoutSpeakers(QStringList& rawLines)
+{
+    static const Re speaker(
+        uR"(^\s*(?:\[[^\]]{1,30}\]\s*|\d{1,2}[./]\d{1,2}[./]\d{2,4},?\s+\d{1,2}:\d{2}\s*[-–]\s*)?)"
+        uR"((\p{Lu}[\p{L}'’\-]{1,20}(?:\s\p{Lu}[\p{L}'’\-]{1,20})?)\s*:\s+(?=\S))"_s,
+        sameCase);
+    QHash<QString, int> counts;
+    for (const QString& line : std::as_const(rawLines))
+        if (const Match m = line.contains(u':') ? speaker.match(line) : Match(); m.hasMatch())
+            ++counts[m.captured(1)];
+    for (QString& line : rawLines) {
+        const Match m = line.contains(u':') ? speaker.match(line) : Match();
+        if (!m.hasMatch() || counts.value(m.captured(1)) < 2)
+            continue;
+        // A label such as "Adresse:" heading two lines is a form, not a speaker.
+        QString key = m.captured(1).toLower();
+        if (labels().contains(key))
+            continue;
+        line = line.mid(m.capturedEnd());
+    }
 }
 
 } // namespace
@@ -59,7 +84,8 @@ QList<TextLine> prepareLines(const QString& input)
     static const Re passesOn(uR"(\b(?:FYI|see\s+below|below|siehe\s+unten|unten|zur\s+Info|z\.\s?K\.|)"
                              uR"(forwarding|leite\s+.{0,20}weiter|weitergeleitet)\b)"_s,
                              anyCase);
-    const QStringList rawLines = text.split(u'\n');
+    QStringList rawLines = text.split(u'\n');
+    withoutSpeakers(rawLines);
     QList<TextLine> lines;
     // "See below from our events team, can you bill us?" above a forwarded or quoted message that
     // prices the work: the writer passes that message on, so it is read too.

@@ -389,6 +389,9 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
     }
     if (!haveStreet && !r.addressLineTwo && !r.name && !r.businessName)
         return std::nullopt;
+    // "Unit 7, Riverside Business Park" with no street below it is the first line of the address.
+    if (!r.addressLineOne && r.addressLineTwo && r.addressLineTwo->contains(u", "_s))
+        std::swap(r.addressLineOne, r.addressLineTwo);
 
     // Below the town: the country, then contact lines that still belong to the block.
     block.bottom = anchor;

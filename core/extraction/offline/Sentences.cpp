@@ -399,8 +399,19 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     static const Re forInside(uR"((?:^|\s)(?:for|für|fürs)\s+(?=\S))"_s, anyCase);
     const Span priceSpan = price.span;
     QString description;
-    if (quantity && quantity->span.to <= priceSpan.from)
+    if (quantity && quantity->span.to <= priceSpan.from) {
         description = phraseFromStart(clause.mid(quantity->span.to, priceSpan.from - quantity->span.to));
+        const QString before = phraseToEnd(clause.left(quantity->span.from));
+        // "die Schulungsunterlagen für 14 Teilnehmer zu je 35 €": the count says for whom, the work
+        // stands before it.
+        static const Re forCount(uR"((?:^|\s)(?:für|for|pro|per)\s*$)"_s, anyCase);
+        if (forCount.match(clause.left(quantity->span.from)).hasMatch() && !before.isEmpty())
+            description = before;
+        // "Guitar lessons for Maya - 4 lessons @ $55": the word counted repeats the work named before.
+        else if (!description.contains(u' ') && !before.isEmpty() &&
+                 withoutBeneficiary(before).endsWith(description, Qt::CaseInsensitive))
+            description = withoutBeneficiary(before);
+    }
     if (description.isEmpty()) {
         const QString after = clause.mid(priceSpan.to);
         if (const Match m = forPhrase.match(after); m.hasMatch())

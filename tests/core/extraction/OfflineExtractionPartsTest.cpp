@@ -619,6 +619,9 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
         // "inkl." inside a name is part of it
         {u"Bitte abrechnen:\n- Lichttechnik inkl. Pult und 4 Scheinwerfer: 980,00 €"_s,
          u"Lichttechnik inkl. Pult und 4 Scheinwerfer"_s},
+        // a count of those the work is for, a count that repeats the work named before it
+        {u"Bitte abrechnen: das Catering für 40 Gäste zu je 28,00 €."_s, u"Catering"_s},
+        {u"Piano lessons for Noah - 6 lessons in May @ $50 each. Invoice is fine."_s, u"Piano lessons"_s},
         // the verb that ends the clause before the amount
         {u"Die Fahrtkosten bleiben bei 45 € pauschal, bitte so abrechnen."_s, u"Fahrtkosten"_s},
     };
@@ -743,6 +746,25 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
         EXPECT_EQ(OfflineExtractor::extract(c.text).recipient.value_or(ExtractedRecipient{}).businessName,
                   c.business)
             << qPrintable(c.text);
+
+    // A chat copied with its speakers; a profession before the name; a unit of a business park.
+    const ExtractedInvoice chat =
+        OfflineExtractor::extract(u"Mia: danke für gestern!\nMia: schreib mir ne Rechnung, Gartenhilfe 6 "
+                                  u"Std. à 25 €\nMia: Adresse: Mia Roth, "
+                                  "Lindenweg 2, 34117 Kassel"_s);
+    ASSERT_TRUE(chat.recipient);
+    EXPECT_EQ(chat.recipient->name, u"Mia Roth"_s);
+    EXPECT_EQ(chat.items.value_or(QList<ExtractedItem>()).value(0).description, u"Gartenhilfe"_s);
+    const ExtractedInvoice letterhead = OfflineExtractor::extract(
+        u"Kanzlei Dr. Roth\nSteuerberaterin Dr. Ute Roth\nAm Markt 3\n30159 Hannover\n\nBeratung 2 Std. à 90,00 €"_s);
+    ASSERT_TRUE(letterhead.recipient);
+    EXPECT_EQ(letterhead.recipient->businessName, u"Kanzlei Dr. Roth"_s);
+    EXPECT_EQ(letterhead.recipient->name, u"Dr. Ute Roth"_s);
+    EXPECT_EQ(OfflineExtractor::extract(
+                  u"Invoice to:\nBrightwell Ltd\nUnit 4, Meadow Business Park\nDerby\nDE24 8HY"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .addressLineOne,
+              u"Unit 4, Meadow Business Park"_s);
 
     // Staircase and door of an Austrian address.
     EXPECT_EQ(OfflineExtractor::extract(u"Auftraggeber: Leitner GmbH, Hauptstraße 71/2/14, 1030 Wien"_s)
