@@ -466,6 +466,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         drafts.append(draft);
         context.itemCurrencies.append(draft.currencies);
     };
+    QSet<int> wholeLines = skipped; // lines that are an item each hold no rate stated apart
     for (int i = 0; i < lines.size(); ++i) {
         const QString& plain = lines[i].plain;
         if (plain.isEmpty() || skipped.contains(i) || mailHeader.match(plain).hasMatch())
@@ -503,6 +504,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                 } else if (auto draft = itemFromLine(lines[j], j, context)) {
                     accept(*draft);
                 }
+                wholeLines.insert(j);
             }
             i = j - 1;
             continue;
@@ -522,6 +524,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
         if (draft) {
             accept(*draft);
+            wholeLines.insert(i);
             continue;
         }
         // What a line that is no item says about all of them.
@@ -538,7 +541,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
     // A rate and an amount of time named apart, beside other items or alone; not when an item
     // already has that rate or that time.
     if (billing)
-        if (auto draft = itemFromRateAndTime(lines, skipped, context);
+        if (auto draft = itemFromRateAndTime(lines, wholeLines, context);
             draft && std::none_of(drafts.cbegin(), drafts.cend(), [&](const ItemDraft& other) {
                 return other.item.unit == draft->item.unit &&
                        ((other.item.unitPrice &&

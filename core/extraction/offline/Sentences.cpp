@@ -777,55 +777,68 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
     auto timed = [](std::optional<ExtractedUnit> unit) {
         return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
     };
-    for (int i = 0; i < lines.size(); ++i) {
-        const QString& plain = lines[i].plain;
-        if (skipped.contains(i) || plain.isEmpty() || isNoiseLine(plain) ||
-            !std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }))
-            continue;
-        const Vat vat = vatIn(plain);
-        const QString text = masked(plain, notPrices(plain, vat, dateSpans(lines[i].dates)));
-        for (const Span& sentence : sentencesOf(text)) {
-            const QString part = text.mid(sentence.from, sentence.to - sentence.from);
-            const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
-            std::optional<Quantity> quantity = timeIn(part);
-            if (quantity && !timed(quantity->unit))
-                quantity.reset();
-            auto time = [&] {
-                return Time{*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i};
-            };
-            if (prices.isEmpty()) {
-                if (quantity)
-                    times.append(time());
+    // The rate first, on the lines that name a unit of time at all; the times only when there is
+    // exactly one, which most texts with items in lines do not have.
+    static const Re timeWord(
+        uR"(std|stunde|hour|hrs?\b|/\s*h\b|tag|day|woche|week|wk|satz|rate|lohn|honorar)"_s, anyCase);
+    for (const bool ratePass : {true, false})
+        for (int i = 0; i < lines.size(); ++i) {
+            if (!ratePass && rates.size() != 1)
+                break;
+            const QString& plain = lines[i].plain;
+            if (skipped.contains(i) || plain.isEmpty() ||
+                !std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }) ||
+                (ratePass && !timeWord.match(plain).hasMatch()) || isNoiseLine(plain))
                 continue;
-            }
-            // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
-            // clause of its own before the rate.
-            static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
-            const qsizetype firstPrice = prices.first().money.span.from;
-            if (quantity && quantity->span.to <= firstPrice &&
-                clauseBreak.match(part.mid(quantity->span.to, firstPrice - quantity->span.to)).hasMatch())
-                times.append(time());
-            qsizetype from = 0;
-            for (const PricedMoney& price : prices) {
-                QString segment = part.mid(from, price.money.span.from - from);
-                from = price.span.to;
-                // Only the words of the price's own clause count.
-                if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
-                    segment = segment.mid(comma + 1);
-                if (const std::optional<Quantity> counted = timeIn(segment); counted && timed(counted->unit))
+            const Vat vat = vatIn(plain);
+            const QString text = masked(plain, notPrices(plain, vat, dateSpans(lines[i].dates)));
+            for (const Span& sentence : sentencesOf(text)) {
+                const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+                const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+                std::optional<Quantity> quantity = timeIn(part);
+                if (quantity && !timed(quantity->unit))
+                    quantity.reset();
+                auto time = [&] {
+                    return Time{*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i};
+                };
+                if (prices.isEmpty()) {
+                    if (quantity && !ratePass)
+                        times.append(time());
                     continue;
-                std::optional<ExtractedUnit> unit;
-                if (const Match m = rateWord.match(segment); m.hasMatch())
-                    unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
-                           : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
-                                                             : ExtractedUnit::week;
-                else if (price.role == PriceRole::perUnit && !price.times)
-                    unit = price.unit;
-                if (timed(unit))
-                    rates.append({price.money.value, *unit, price.money.currency});
+                }
+                // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
+                // clause of its own before the rate.
+                static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
+                const qsizetype firstPrice = prices.first().money.span.from;
+                if (!ratePass) {
+                    if (quantity && quantity->span.to <= firstPrice &&
+                        clauseBreak.match(part.mid(quantity->span.to, firstPrice - quantity->span.to))
+                            .hasMatch())
+                        times.append(time());
+                    continue;
+                }
+                qsizetype from = 0;
+                for (const PricedMoney& price : prices) {
+                    QString segment = part.mid(from, price.money.span.from - from);
+                    from = price.span.to;
+                    // Only the words of the price's own clause count.
+                    if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
+                        segment = segment.mid(comma + 1);
+                    if (const std::optional<Quantity> counted = timeIn(segment);
+                        counted && timed(counted->unit))
+                        continue;
+                    std::optional<ExtractedUnit> unit;
+                    if (const Match m = rateWord.match(segment); m.hasMatch())
+                        unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
+                               : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
+                                                                 : ExtractedUnit::week;
+                    else if (price.role == PriceRole::perUnit && !price.times)
+                        unit = price.unit;
+                    if (timed(unit))
+                        rates.append({price.money.value, *unit, price.money.currency});
+                }
             }
         }
-    }
     if (rates.size() != 1 || times.size() != 1 || times.first().quantity.unit != rates.first().unit)
         return std::nullopt;
     const Time& found = times.first();
