@@ -223,7 +223,8 @@ bool isLineTwo(const QString& text)
     static const Re numberedRoom(uR"(^(?:Studio|Office|Workshop|Atelier|Büro|Praxis)\s+\d{1,4}[A-Za-z]?$)"_s,
                                  anyCase);
     static const Re building(
-        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:House|Court|Chambers|Tower|Lodge|Mill|Works|Buildings)$)"_s,
+        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:House|Court|Chambers|Tower|Lodge|Mill|Works|Buildings|Cottage|Barn|)"
+        uR"(Granary|Farm|Hall|Rectory|Vicarage|Manor|Studios)$)"_s,
         sameCase);
     return text.size() <= 60 && (pattern.match(text).hasMatch() || numberedRoom.match(text).hasMatch() ||
                                  building.match(text).hasMatch());
@@ -278,7 +279,9 @@ const QSet<QString>& nameStopWords()
             u"leistung leistungen leistungszeitraum std stunden tage tel fax telefon mobil bank "
             u"sparkasse volksbank herzlich willkommen adresse anschrift rechnungsadresse "
             u"lieferadresse kunde customer client hinweis note anmerkung nachricht message "
-            u"gesendet sent von from an to cc wie geht gut alles okay ok schönen"_s;
+            u"gesendet sent von from an to cc wie geht gut alles okay ok schönen managing senior junior "
+            u"chief "
+            u"executive editor"_s;
         for (const QString& word : list.split(u' ', Qt::SkipEmptyParts))
             set.insert(word);
         return set;
@@ -381,7 +384,7 @@ bool soundsLikeBusiness(const QString& text)
 {
     static const Re stems(
         uR"((?:agentur|kanzlei|architekt|architect|consult|praxis|büro|schule|akademie|academy|school|)"
-        uR"(college|kindergarten|kirche|church|council|charity|stiftung|solutions|software|technolog|logistik|logistics|tischlerei|)"
+        uR"(college|kindergarten|kirche|church|council|charity|stiftung|\p{L}{3,}erei\b|solutions|software|technolog|logistik|logistics|tischlerei|)"
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
@@ -410,7 +413,8 @@ bool isRoleLine(const QString& text)
         uR"(Co-Founder|Gründer(?:in)?|Director|Manager(?:in)?|Head\s+of|Lead|Officer|Assistant|)"
         uR"(Coordinator|Accounts\s+Payable|Accounting|Finance|Procurement|Purchasing|Department|)"
         uR"(Dept\.|Owner|President|VP|Consultant|Berater(?:in)?|Redaktion|Redakteur(?:in)?|Lektorat|)"
-        uR"(Marketing|HR)\b)"_s,
+        uR"(Marketing|HR|Editor|Chief|Producer|Engineer|Administrator|Secretary|Treasurer|Supervisor|)"
+        uR"(Specialist|Analyst|Executive|Accountant|Buyer|Bookkeeper|Buchhalter(?:in)?|Einkäufer(?:in)?)\b)"_s,
         sameCase);
     return bare.match(text).hasMatch() || (text.size() <= 60 && role.match(text).hasMatch());
 }

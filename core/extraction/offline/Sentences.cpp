@@ -76,7 +76,7 @@ const Re& trailingConnector()
         uR"(bleibt\s+bei|bleiben\s+bei|liegt\s+bei|liegen\s+bei|stays\s+at|remains\s+at|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
         uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
-        uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum|flat)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
         uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben|the|die|)"
         uR"(der|das|den|dem))+$)"_s,
@@ -265,6 +265,8 @@ QString namedBeforeLumpSum(const QString& clause)
         named = phraseFromStart(before.mid(verb.capturedEnd()));
     return isLumpSumLabel(named) ? QString() : named;
 }
+
+std::optional<Quantity> timeIn(const QString& text);
 
 struct ClauseText
 {
@@ -494,6 +496,11 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             draft.item.quantity = m.captured(1).toDouble();
             description = description.mid(m.capturedLength());
         }
+        // "Du warst 9 Stunden bei uns für die Umstellung. Abgerechnet wird mit 78 Euro die Stunde."
+        if (const std::optional<Quantity> time = timeIn(aside.before);
+            !description.isEmpty() && time && !quantity && price.role == PriceRole::perUnit && price.unit &&
+            time->unit == price.unit && *price.unit != ExtractedUnit::lumpSum)
+            draft.item.quantity = time->value;
     }
     if (description.isEmpty() && !aside.after.isEmpty())
         description = workNamedIn(aside.after, false);
@@ -644,7 +651,16 @@ bool isOrdinal(const QString& text, qsizetype dot)
             before == u'£')
             return false;
     }
-    return true;
+    // An ordinal stands after an article or a preposition, at the start, or before a month or a
+    // floor; "auf Windows 11. Abgerechnet wird …" ends a sentence.
+    static const Re leading(uR"((?:^|\b(?:am|vom|bis|zum|zur|der|die|das|den|dem|des|ab|im|an|ans|beim|)"
+                            uR"(jeden|jede|jeder|seit|nach|vor|und|&|,|–|-)\s*)$)"_s,
+                            anyCase);
+    static const Re following(
+        uR"(^\s*(?:\p{Ll}|(?:Jan|Feb|Mär|Mar|Apr|Mai|May|Jun|Jul|Aug|Sep|Okt|Oct|Nov|Dez|Dec)\w*|)"
+        uR"(OG|UG|EG|DG|Stock|Etage|Obergeschoss|Quartal|Klasse|Mal|Tag|Woche|Monat|Jahr)\b)"_s,
+        sameCase);
+    return leading.match(text.left(from)).hasMatch() || following.match(text.mid(dot + 1)).hasMatch();
 }
 
 } // namespace
@@ -850,6 +866,10 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
     if (!rates.first().currency.isEmpty())
         draft.currencies.append(rates.first().currency);
     QString description = phraseFromStart(found.after);
+    // "9 Stunden bei uns für die Umstellung der Arbeitsplätze": the work named after "für".
+    static const Re forWork(uR"((?:^|\s)(?:for|für|fürs)\s+(?=\S))"_s, anyCase);
+    if (const Match m = description.isEmpty() ? forWork.match(found.after) : Match(); m.hasMatch())
+        description = phraseFromStart(found.after.mid(m.capturedEnd()));
     if (description.isEmpty()) {
         // The work before the verb that measures it: "The spring catalog shoot ran".
         QStringList tokens = found.before.split(u' ', Qt::SkipEmptyParts);
