@@ -421,9 +421,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
     // another clause.
-    static const Re limit(uR"((?:bis\s+zum|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
-                          uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
-                          anyCase);
+    static const Re limit(
+        uR"((?:\bbis(?:\s+zum|\s+spätestens)?|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
+        uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
+        anyCase);
     // A month counts as the period only where it says when the work was done or what is billed:
     // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
     static const Re monthLead(uR"(\b(?:im|in|for|für|during|während|over|Monat|month\s+of|Monats?)\s+)"

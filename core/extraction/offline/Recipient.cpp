@@ -84,7 +84,8 @@ QStringList commaParts(const QString& text)
                                 sameCase);
     // An address written into a sentence: "… for travel. Address is 815 Pine Street, Seattle,
     // WA 98101. Thanks!" The sentences around it are pieces of their own.
-    static const Re sentenceEnd(uR"((?:(?<=\p{Ll}{4})|(?<=\d))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
+    static const Re sentenceEnd(
+        uR"((?:(?<=\p{Ll}{4})|(?<=\d)|(?<=\d\p{Lu}{2}))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
     static const Re leadIn(uR"(^(?:(?:our|the|my|unsere?|die|meine)\s+)?(?:(?:billing|postal|invoice|)"
                            uR"(mailing)\s+)?(?:address|Adresse|Anschrift)\s*(?:is|ist|lautet|:)\s*)"_s,
                            anyCase);

@@ -51,7 +51,7 @@ bool endsPhrase(const QString& token)
         u"today tomorrow it's it’s there's there’s that's that’s here's here’s we're we’re we've "
         u"i'm i’m you're you’re said sagte meinte settled bitten danken ran geworden gewesen worden "
         u"angefallen "
-        u"approving approve approved freigegeben"_s);
+        u"approving approve approved freigegeben ahead proceed"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -176,8 +176,10 @@ bool usable(const QString& description)
     if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
         return false;
     const qsizetype words = tokens.size();
+    // "KW 14 (two days on site)": when, not what.
+    static const Re week(uR"(^(?:KW|CW|Kalenderwoche|calendar\s+week|week)\s*\d)"_s, anyCase);
     return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(description) &&
-           !isLabelOnlyDescription(description);
+           !isLabelOnlyDescription(description) && !week.match(description).hasMatch();
 }
 
 // "three social media crops at £45 each": a count in words, only beside a price for each one.
@@ -193,6 +195,16 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
     const qsizetype space = description.indexOf(u' ');
     if (space < 0)
         return std::nullopt;
+    // "the two-day workshop": the count and its unit in one word.
+    static const Re joined(uR"(^(\p{L}+)-(day|hour|week)s?$)"_s, anyCase);
+    if (const Match m = joined.match(description.left(space)); m.hasMatch() && unit) {
+        const auto count = numbers.constFind(m.captured(1).toLower());
+        if (count == numbers.constEnd())
+            return std::nullopt;
+        *unit = unitFromWord(m.captured(2));
+        description = description.mid(space + 1);
+        return *count;
+    }
     const auto found = numbers.constFind(description.left(space).toLower());
     if (found == numbers.constEnd())
         return std::nullopt;
@@ -456,9 +468,10 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             uR"(discussed|please|bitte)"_s,
             anyCase);
         const QString after = trimmedPhrase(clause.mid(priceSpan.to));
-        // Only words that end the clause: "£45 each like we said" names nothing.
+        // Only words that end the clause: "£45 each like we said" names nothing, "£650 (monthly
+        // retainer)" only says what the price is.
         if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch() &&
-            phraseFromStart(after) == after)
+            !after.startsWith(u'(') && phraseFromStart(after) == after)
             description = after;
     }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)

@@ -647,6 +647,20 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     ASSERT_EQ(flat.size(), 1);
     EXPECT_EQ(flat[0].description, u"stage design"_s);
     EXPECT_EQ(flat[0].unit, ExtractedUnit::lumpSum);
+    // A note in brackets after the price says what the price is; the label before it names the work.
+    EXPECT_EQ(itemsOf(u"For March please bill:\n- Newsletter design: £400 (monthly retainer)"_s)
+                  .value(0)
+                  .description,
+              u"Newsletter design"_s);
+    // "the two-day workshop": the count and its unit in one word.
+    const QList<ExtractedItem> workshop =
+        itemsOf(u"We'd like to go ahead with the three-day workshop at €900 per day, as quoted."_s);
+    ASSERT_EQ(workshop.size(), 1);
+    EXPECT_EQ(workshop[0].description, u"workshop"_s);
+    EXPECT_EQ(workshop[0].quantity, 3);
+    EXPECT_EQ(workshop[0].unit, ExtractedUnit::day);
+    // "KW 14 (…)" says when, not what.
+    EXPECT_FALSE(itemsOf(u"Invoice: KW 14 (on site) at USD 1,400/day"_s).value(0).description.has_value());
     // "flat" and "Pauschalpreis" after the price make it a lump sum.
     EXPECT_EQ(itemsOf(u"Please bill the van hire at £150 flat."_s).value(0).unit, ExtractedUnit::lumpSum);
     EXPECT_EQ(
@@ -765,6 +779,13 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
                   .recipient.value_or(ExtractedRecipient{})
                   .addressLineOne,
               u"Unit 4, Meadow Business Park"_s);
+
+    // A British postcode ends the sentence it is written in.
+    EXPECT_EQ(OfflineExtractor::extract(
+                  u"Please invoice Hartley Homes Ltd, 21 Station Road, Bath BA1 1AA. Thanks"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .postcode,
+              u"BA1 1AA"_s);
 
     // Staircase and door of an Austrian address.
     EXPECT_EQ(OfflineExtractor::extract(u"Auftraggeber: Leitner GmbH, Hauptstraße 71/2/14, 1030 Wien"_s)
