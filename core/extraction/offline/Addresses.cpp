@@ -434,7 +434,7 @@ bool isClosing(const QString& text)
         uR"(^(?:(?:mit\s+)?(?:freundlichen|freundliche|viele|vielen|beste|besten|liebe|lieben|)"
         uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue|u)(?:ß|)"
         uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue|u)(?:ß|ss)(?:e|)"
-        uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
+        uR"(en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+)?gr(?:ü|ue|u)ess(?:li|e)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
         uR"(best\s+wishes|all\s+the\s+best|cheers|thanks|thank\s+you|many\s+thanks|thanks\s+again|)"
         uR"(thanks\s+a\s+lot|thanks\s+so\s+much|sincerely|yours\s+sincerely|yours\s+faithfully|)"
         uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue|u)(?:ß|ss)e)?|)"

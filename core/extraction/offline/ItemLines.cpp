@@ -434,8 +434,14 @@ QList<Span> notPrices(const QString& line, const Vat& vat, const QList<Span>& da
 
 QList<PricedMoney> pricesIn(const QString& text, bool documentCurrency)
 {
+    // "3 Mann à 8 Stunden": a bare number followed by what it counts is a quantity.
+    static const Re counts(uR"(^\s*(?:Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?|Wochen|weeks?|)"
+                           uR"(Stück|Stk\.?|pcs|pieces|Personen|people|Mann|m²|m³|km|kg)(?![\p{L}\d]))"_s,
+                           anyCase);
     QList<PricedMoney> prices;
     for (const Money& money : moneyIn(text)) {
+        if (money.currency.isEmpty() && !money.dash && counts.match(text.mid(money.span.to)).hasMatch())
+            continue;
         const PricedMoney priced = priceRole(text, money);
         // Bare numbers are prices only where the line marks them as such.
         const bool trailing = text.mid(money.span.to).trimmed().isEmpty();
@@ -513,6 +519,10 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
         draft.item.unit = ExtractedUnit::lumpSum;
     const QString description = cleanDescription(text, used);
     if (description.isEmpty() && !quantity)
+        return std::nullopt;
+    // "Visitenkarten 500 St. 2 49,00": an amount left in the name is a column misread.
+    static const Re amountLeft(uR"((?<![\d.,])\d{1,3}(?:[.,']\d{3})*[.,]\d{2}(?![\d.,]))"_s, sameCase);
+    if (amountLeft.match(description).hasMatch())
         return std::nullopt;
     if (!description.isEmpty() &&
         (isProse(description) || isLabelOnlyDescription(description) || !isPlausibleDescription(description)))

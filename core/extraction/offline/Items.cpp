@@ -172,7 +172,8 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
             u"einzelpreis|ep|e-preis|preis/einheit|preis pro einheit|preis je einheit|stückpreis|stundensatz|"
             u"tagessatz|satz|rate|hourly rate|day rate|unit price|price per unit|unit cost|einzelpreis netto|"
             u"ep netto|preis/std|€/std|€/h|eur/h|€/tag|preis/stunde|price/unit|price each|each|ansatz|"
-            u"stundenansatz|tagesansatz"_s);
+            u"stundenansatz|tagesansatz|preis/stk|preis/stück|preis pro stück|preis je stück|€/stk|price/pc|"
+            u"price/piece|price per piece|price/hr|rate/hr|rate/h|€/stunde|rate/day|preis/tag"_s);
         add(Column::price, u"preis|price|kosten|cost|preis netto|price net|netto|net"_s);
         add(Column::total,
             u"gesamt|gesamtpreis|gp|betrag|summe|total|amount|line total|gesamt netto|total net|subtotal|"

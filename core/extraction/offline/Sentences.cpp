@@ -109,9 +109,15 @@ QString trimmedPhrase(QString text)
 QString phraseFromStart(const QString& text)
 {
     QString phrase = trimmedPhrase(text);
-    const qsizetype comma = phrase.indexOf(u',');
-    if (comma >= 0)
-        phrase.truncate(comma);
+    // The first comma outside parentheses ends it: "materials (grout, adhesive, trim), and …".
+    int depth = 0;
+    for (qsizetype i = 0; i < phrase.size(); ++i) {
+        depth += phrase[i] == u'(' ? 1 : phrase[i] == u')' ? -1 : 0;
+        if (phrase[i] == u',' && depth <= 0) {
+            phrase.truncate(i);
+            break;
+        }
+    }
     QStringList kept;
     const QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
     for (qsizetype k = 0; k < tokens.size(); ++k) {
@@ -428,8 +434,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     }
     if (description.isEmpty()) {
         const QString after = clause.mid(priceSpan.to);
+        // "$260 in materials": what the amount went on.
+        static const Re inPhrase(uR"(^\s*in\s+(?=\p{Ll}))"_s, sameCase);
         if (const Match m = forPhrase.match(after); m.hasMatch())
             description = phraseFromStart(after.mid(m.capturedEnd()));
+        else if (const Match spent = inPhrase.match(after); spent.hasMatch())
+            description = phraseFromStart(after.mid(spent.capturedEnd()));
         else if (const Match later = !quantity ? forInside.match(after) : Match(); later.hasMatch())
             description = phraseFromStart(after.mid(later.capturedEnd()));
     }
@@ -734,13 +744,12 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             continue;
         }
         const bool ordered = orders(part);
-        // Only one priced clause can take the work named beside it.
+        // The work named in the sentence before goes to the first priced clause; the one named
+        // after only to a sentence with one price.
         Beside aside;
-        if (prices.size() == 1) {
-            aside.before = workBefore;
-            if (s + 1 < spans.size())
-                aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
-        }
+        aside.before = workBefore;
+        if (prices.size() == 1 && s + 1 < spans.size())
+            aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
         workBefore.clear();
         qsizetype from = 0;
         for (qsizetype k = 0; k < prices.size(); ++k) {
@@ -765,7 +774,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                 }
             }
             if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing,
-                                            aside, ordered))
+                                            k == 0 ? aside : Beside{}, ordered))
                 drafts.append(*draft);
             from = next;
         }

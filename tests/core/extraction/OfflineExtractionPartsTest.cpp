@@ -647,6 +647,20 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     ASSERT_EQ(flat.size(), 1);
     EXPECT_EQ(flat[0].description, u"stage design"_s);
     EXPECT_EQ(flat[0].unit, ExtractedUnit::lumpSum);
+    // The work asked for in the sentence before goes to the first of several prices; "in" names
+    // what an amount went on, with its parenthesis whole.
+    const QList<ExtractedItem> tiling =
+        itemsOf(u"Can you send me an invoice for the kitchen tiling? It was 2 days "
+                "at $400/day, plus $180 in materials (grout, trim)."_s);
+    ASSERT_EQ(tiling.size(), 2);
+    EXPECT_EQ(tiling[0].description, u"kitchen tiling"_s);
+    EXPECT_EQ(tiling[0].quantity, 2);
+    EXPECT_EQ(tiling[1].description, u"materials (grout, trim)"_s);
+    EXPECT_EQ(tiling[1].unitPrice, 180);
+    // "3 Mann à 8 Stunden": a number before what it counts is no price.
+    for (const ExtractedItem& item : itemsOf(
+             u"Die Umzugsarbeiten rechnen Sie bitte mit 3 Mann à 8 Stunden zum Stundensatz von 38 € ab."_s))
+        EXPECT_NE(item.unitPrice, 8);
     // A note in brackets after the price says what the price is; the label before it names the work.
     EXPECT_EQ(itemsOf(u"For March please bill:\n- Newsletter design: £400 (monthly retainer)"_s)
                   .value(0)
@@ -714,6 +728,15 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     EXPECT_EQ(items[1].description, u"Setup"_s);
     EXPECT_EQ(items[1].unit, ExtractedUnit::lumpSum);
     EXPECT_EQ(items[1].vatPercentage, 6.625);
+    // Columns set with spaces under "Preis/Stk"; a line read with an amount left in its name is none.
+    const QList<ExtractedItem> order = itemsOf(
+        u"Pos. Artikel              Menge  Preis/Stk  Betrag\n1    Visitenkarten 500 St.   2     49,00      "
+        "98,00\n\nSumme netto 98,00 EUR"_s);
+    ASSERT_EQ(order.size(), 1);
+    EXPECT_EQ(order[0].description, u"Visitenkarten 500 St."_s);
+    EXPECT_EQ(order[0].quantity, 2);
+    EXPECT_EQ(order[0].unitPrice, 49);
+    EXPECT_TRUE(itemsOf(u"Bitte abrechnen:\nFlyer 2 19,00 38,00 €"_s).isEmpty());
     // Measures count like pieces, and leave the name.
     const QList<ExtractedItem> measured = itemsOf(u"Bitte abrechnen:\nErdaushub   12 m³ à 35,00 €"_s);
     ASSERT_EQ(measured.size(), 1);
@@ -732,6 +755,7 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
         {u"Nachhilfe Mathe Mai 2026: 6 Stunden à 30 €. Danke! Grüße, Sabine Vogt"_s, u"Sabine Vogt"_s},
         {u"could you invoice me for the 3 massages? £50 each – Emma Clarke 🙂"_s, u"Emma Clarke"_s},
         {u"Hoi, bitte d Rächnig für 4 Lektione à Fr. 80.–. Gruess Nina Frei"_s, u"Nina Frei"_s},
+        {u"Bitte verrechnen: 4 Stunden à CHF 180.–\n\nLiebe Grüess\nCorinne Frei"_s, u"Corinne Frei"_s},
         // a surname that is also a word
         {u"Please invoice 2 hours at £40 per hour.\n\nThanks\nOliver Price"_s, u"Oliver Price"_s},
         {u"Thanks for Saturday! Bill it to me: Mia Lopez, 12 Oak Ave, Austin, TX 78701"_s, u"Mia Lopez"_s},
