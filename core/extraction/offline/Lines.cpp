@@ -67,6 +67,10 @@ QList<TextLine> prepareLines(const QString& input)
     text.remove(QChar(0x200B));
     text.remove(QChar(0xFEFF));
     text.remove(QChar(0x00AD));
+    // "Webseitenpflege ....... 180,00 €": dot leaders of a price list are a column gap.
+    static const Re leaders(uR"([ \t]*(?:\.{3,}|…+|_{3,}|·{3,})[ \t]*(?=\S))"_s, sameCase);
+    if (text.contains(u"..."_s) || text.contains(u'…') || text.contains(u"___"_s) || text.contains(u"···"_s))
+        text.replace(leaders, u"    "_s);
 
     static const Re replyMarker(
         uR"(^(?:(?:Am|On)\b.{0,160}\b(?:schrieb|wrote)\b.*|-{2,}\s*(?:Original Message|)"

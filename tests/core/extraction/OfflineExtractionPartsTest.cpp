@@ -737,6 +737,14 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     EXPECT_EQ(order[0].quantity, 2);
     EXPECT_EQ(order[0].unitPrice, 49);
     EXPECT_TRUE(itemsOf(u"Bitte abrechnen:\nFlyer 2 19,00 38,00 €"_s).isEmpty());
+    // Dot leaders of a price list are a gap between the columns.
+    const QList<ExtractedItem> listed =
+        itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
+    ASSERT_EQ(listed.size(), 2);
+    EXPECT_EQ(listed[0].description, u"Webseitenpflege"_s);
+    EXPECT_EQ(listed[1].description, u"Newsletter"_s);
+    EXPECT_EQ(listed[1].quantity, 2);
+    EXPECT_EQ(listed[1].unitPrice, 75);
     // Measures count like pieces, and leave the name.
     const QList<ExtractedItem> measured = itemsOf(u"Bitte abrechnen:\nErdaushub   12 m³ à 35,00 €"_s);
     ASSERT_EQ(measured.size(), 1);
