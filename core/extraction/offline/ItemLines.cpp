@@ -166,6 +166,19 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         return std::none_of(money.cbegin(), money.cend(),
                             [&](const Money& m) { return overlaps(m.span, span); });
     };
+    // "8 Termine à 1,5 Std.", "3 Mann à 8 Stunden": so many times so much time.
+    static const Re product(
+        uR"((?<![\w.,])(\d{1,3})\s+\p{L}[\p{L}\-]*\s+(?:à|á|a|x|×|je|zu\s+je|of)\s+)"
+        uR"((\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?)(?![\p{L}]))"_s,
+        anyCase);
+    if (const Match m = product.match(text); m.hasMatch()) {
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        const auto count = parseNumber(m.captured(1));
+        const auto each = parseNumber(m.captured(2));
+        if (clear(span) && count && each && *count > 0 && *each > 0)
+            if (const auto total = exactCents(*count * *each))
+                return Quantity{*total, unitFromWord(m.captured(3)), span};
+    }
     auto it = withUnit.globalMatch(text);
     while (it.hasNext()) {
         const Match m = it.next();
@@ -354,7 +367,8 @@ bool isWorkDescription(const QString& description)
     // Words that name no work on their own: "flat", "each", "total", "net".
     static const Re bareWord(
         uR"(^(?:flat|each|total|net|gross|extra|more|less|plus|minus|pauschal|je|pro|netto|brutto|insgesamt|)"
-        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit)$)"_s,
+        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit|(?:pro|per|je|a|an|die|the)\s+(?:Stunde|Std\.?|hour|Tag|)"
+        uR"(day|Stück|piece|Woche|week))$)"_s,
         anyCase);
     const QString text = description.trimmed();
     return !text.isEmpty() && !clauseStart.match(text).hasMatch() && !bareWord.match(text).hasMatch() &&

@@ -71,7 +71,7 @@ const Re& leadingConnector()
 const Re& trailingConnector()
 {
     static const Re pattern(
-        uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
+        uR"((?:\s+(?:at|zu|zum|zur|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
         uR"(bleibt\s+bei|bleiben\s+bei|liegt\s+bei|liegen\s+bei|stays\s+at|remains\s+at|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
@@ -162,29 +162,56 @@ QString phraseToEnd(const QString& text)
     QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
     qsizetype first = tokens.size();
     int depth = 0; // words in parentheses belong to the name: "Material (Switch und Kabel)"
+    // "Wartung unserer Klimaanlagen", "translation of our onboarding guide": a possessive after a
+    // noun or "of" belongs to the name; what stands before that noun's "für" or "for" does not.
+    static const QSet<QString> possessives =
+        wordSet(u"unserer unseres ihrer ihres deiner deines eurer eures our your their"_s);
+    bool possessed = false;
     while (first > 0) {
         const QString& token = tokens[first - 1];
         depth += int(token.count(u')')) - int(token.count(u'('));
-        if (depth <= 0 && endsPhrase(token))
+        if (depth <= 0 && possessed && (token.toLower() == u"für" || token.toLower() == u"for"))
             break;
+        if (depth <= 0 && endsPhrase(token)) {
+            const QString noun = first >= 2 ? tokens[first - 2] : QString();
+            if (possessed || !possessives.contains(token.toLower()) || noun.isEmpty() ||
+                !(noun == u"of" || (noun[0].isUpper() && !endsPhrase(noun))))
+                break;
+            possessed = true;
+        }
         --first;
     }
     tokens = tokens.mid(first);
     return trimmedPhrase(tokens.join(u' '));
 }
 
+// Words that join the name of the work to the rest, and name nothing on their own.
+bool onlyConnectors(const QString& text)
+{
+    static const QSet<QString> connectors = wordSet(
+        u"für fuer for of von mit with zu zum zur at je à the die der das den dem des a an und and weitere "
+        u"further additional another plus sowie also in im as als"_s);
+    const QStringList tokens = text.toLower().split(u' ', Qt::SkipEmptyParts);
+    return std::all_of(tokens.cbegin(), tokens.cend(),
+                       [](const QString& t) { return connectors.contains(t); });
+}
+
 bool usable(const QString& description)
 {
-    static const QSet<QString> connectors =
-        wordSet(u"für fuer for of von mit with zu at je à the die der das den dem des a an und and weitere "
-                u"further additional another plus sowie also in im as als"_s);
-    const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
-    if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
+    if (onlyConnectors(description))
         return false;
+    const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
     const qsizetype words = tokens.size();
     // "KW 14 (two days on site)": when, not what.
     static const Re week(uR"(^(?:KW|CW|Kalenderwoche|calendar\s+week|week)\s*\d)"_s, anyCase);
-    return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(description) &&
+    // "Wartung unserer Klimaanlagen": a possessive after a noun or "of" is no sign of a sentence.
+    static const Re possessive(
+        uR"((\b(?:\p{Lu}\p{Ll}{2,}|of))\s+(?:unserer|unseres|ihrer|ihres|deiner|deines|eurer|)"
+        uR"(eures|our|your|their)(?=\s))"_s,
+        sameCase);
+    QString plain = description;
+    plain.replace(possessive, u"\\1"_s);
+    return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(plain) &&
            !isLabelOnlyDescription(description) && !week.match(description).hasMatch();
 }
 
@@ -421,6 +448,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     QString description;
     if (quantity && quantity->span.to <= priceSpan.from) {
         description = phraseFromStart(clause.mid(quantity->span.to, priceSpan.from - quantity->span.to));
+        if (onlyConnectors(description))
+            description.clear();
         const QString before = phraseToEnd(clause.left(quantity->span.from));
         // "die Schulungsunterlagen für 14 Teilnehmer zu je 35 €": the count says for whom, the work
         // stands before it.

@@ -657,6 +657,21 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     EXPECT_EQ(tiling[0].quantity, 2);
     EXPECT_EQ(tiling[1].description, u"materials (grout, trim)"_s);
     EXPECT_EQ(tiling[1].unitPrice, 180);
+    // So many times so much time: the quantity is their product.
+    const QList<ExtractedItem> moving =
+        itemsOf(u"Bitte abrechnen: Umzugshilfe 3 Mann à 8 Stunden zum Stundensatz von 38 €."_s);
+    ASSERT_EQ(moving.size(), 1);
+    EXPECT_EQ(moving[0].description, u"Umzugshilfe"_s);
+    EXPECT_EQ(moving[0].quantity, 24);
+    EXPECT_EQ(moving[0].unit, ExtractedUnit::hour);
+    EXPECT_EQ(moving[0].unitPrice, 38);
+    // A possessive after a noun or "of" is part of the name.
+    EXPECT_EQ(
+        itemsOf(u"Hiermit beauftragen wir Sie mit der Wartung unserer Klimaanlagen zum Pauschalpreis von "
+                "1.980,00 € netto."_s)
+            .value(0)
+            .description,
+        u"Wartung unserer Klimaanlagen"_s);
     // "3 Mann à 8 Stunden": a number before what it counts is no price.
     for (const ExtractedItem& item : itemsOf(
              u"Die Umzugsarbeiten rechnen Sie bitte mit 3 Mann à 8 Stunden zum Stundensatz von 38 € ab."_s))
