@@ -171,7 +171,10 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"((?<![\w.,])(\d{1,3})\s+\p{L}[\p{L}\-]*\s+(?:à|á|a|x|×|je|zu\s+je|of)\s+)"
         uR"((\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?)(?![\p{L}]))"_s,
         anyCase);
-    if (const Match m = product.match(text); m.hasMatch()) {
+    const bool joined = text.contains(u'à') || text.contains(u'á') || text.contains(u'×') ||
+                        text.contains(u" x "_s) || text.contains(u" je "_s) || text.contains(u" of "_s) ||
+                        text.contains(u" a "_s);
+    if (const Match m = joined ? product.match(text) : Match(); m.hasMatch()) {
         const Span span{m.capturedStart(), m.capturedEnd()};
         const auto count = parseNumber(m.captured(1));
         const auto each = parseNumber(m.captured(2));

@@ -450,16 +450,16 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         description = phraseFromStart(clause.mid(quantity->span.to, priceSpan.from - quantity->span.to));
         if (onlyConnectors(description))
             description.clear();
-        const QString before = phraseToEnd(clause.left(quantity->span.from));
         // "die Schulungsunterlagen für 14 Teilnehmer zu je 35 €": the count says for whom, the work
-        // stands before it.
+        // stands before it. "Guitar lessons for Maya - 4 lessons @ $55": the word counted repeats
+        // the work named before.
         static const Re forCount(uR"((?:^|\s)(?:für|for|pro|per)\s*$)"_s, anyCase);
-        if (forCount.match(clause.left(quantity->span.from)).hasMatch() && !before.isEmpty())
-            description = before;
-        // "Guitar lessons for Maya - 4 lessons @ $55": the word counted repeats the work named before.
-        else if (!description.contains(u' ') && !before.isEmpty() &&
-                 withoutBeneficiary(before).endsWith(description, Qt::CaseInsensitive))
-            description = withoutBeneficiary(before);
+        const bool forWhom = forCount.match(clause.left(quantity->span.from)).hasMatch();
+        if (forWhom || !description.contains(u' ')) {
+            const QString before = withoutBeneficiary(phraseToEnd(clause.left(quantity->span.from)));
+            if (!before.isEmpty() && (forWhom || before.endsWith(description, Qt::CaseInsensitive)))
+                description = before;
+        }
     }
     if (description.isEmpty()) {
         const QString after = clause.mid(priceSpan.to);
