@@ -398,7 +398,11 @@ bool soundsLikeBusiness(const QString& text)
         uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
         uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice|Union|Trust|Kita|University|Institute)\b)"_s,
         sameCase);
-    return text.size() <= 80 && (stems.match(text).hasMatch() || words.match(text).hasMatch());
+    // "Blumenhaus Vogel", "Friseursalon Kern": a trade's place before the owner's name.
+    static const Re place(uR"(^\p{Lu}\p{Ll}+(?:haus|laden|salon|studio|markt|stube|küche|garten)\s)"_s,
+                          sameCase);
+    return text.size() <= 80 &&
+           (stems.match(text).hasMatch() || words.match(text).hasMatch() || place.match(text).hasMatch());
 }
 
 bool isRoleLine(const QString& text)

@@ -51,7 +51,8 @@ bool endsPhrase(const QString& token)
         u"today tomorrow it's it’s there's there’s that's that’s here's here’s we're we’re we've "
         u"i'm i’m you're you’re said sagte meinte settled bitten danken ran geworden gewesen worden "
         u"angefallen "
-        u"approving approve approved freigegeben ahead proceed"_s);
+        u"approving approve approved freigegeben ahead proceed montag dienstag mittwoch donnerstag freitag "
+        u"samstag sonntag monday tuesday wednesday thursday friday saturday sunday wochenende weekend"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -409,6 +410,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
         uR"(überwiesen|bezahlt|paid|refund|Erstattung|bisher|previously|originally|ursprünglich|)"
         uR"(anything\s+over|over|above|more\s+than|less\s+than|mehr\s+als|weniger\s+als|up\s+to|bis\s+zu|)"
+        uR"(nicht\s+in\s+Frage|kommt\s+nicht|entfällt|entfallen|verzichten|nicht\s+benötigt|not\s+needed|)"
+        uR"(no\s+longer|don'?t\s+need|do\s+not\s+need|declined?|not\s+required|)"
         uR"((?:first|original|old|earlier|previous|alte[nmrs]?|erste[nmrs]?|frühere[nmrs]?)\s+)"
         uR"((?:quote|estimate|Angebot|Kostenvoranschlag|price|Preis|rate|Satz))\b)"_s,
         anyCase);
@@ -454,7 +457,12 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         // stands before it. "Guitar lessons for Maya - 4 lessons @ $55": the word counted repeats
         // the work named before.
         static const Re forCount(uR"((?:^|\s)(?:für|for|pro|per)\s*$)"_s, anyCase);
-        const bool forWhom = forCount.match(clause.left(quantity->span.from)).hasMatch();
+        static const Re people(
+            uR"(^\s*\S+\s+(?:Personen|Teilnehmer\S*|Gäste|Gäste\S*|Mitarbeiter\S*|Kinder|Schüler\S*|)"
+            uR"(people|persons|guests|participants|attendees|employees|staff|children|students)\b)"_s,
+            anyCase);
+        const bool forWhom = forCount.match(clause.left(quantity->span.from)).hasMatch() &&
+                             people.match(clause.mid(quantity->span.from)).hasMatch();
         if (forWhom || !description.contains(u' ')) {
             const QString before = withoutBeneficiary(phraseToEnd(clause.left(quantity->span.from)));
             if (!before.isEmpty() && (forWhom || before.endsWith(description, Qt::CaseInsensitive)))
@@ -530,14 +538,22 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         Match last;
         for (auto it = forInside.globalMatch(lead); it.hasNext();)
             last = it.next();
+        bool afterFor = false;
         if (last.hasMatch()) {
             named = lead.mid(last.capturedEnd());
+            afterFor = true;
             // "Klavierunterricht Oktober 2026 für Lena:": the work stands before the one it was for.
             if (const QString whom = named.trimmed();
-                !whom.contains(u' ') && namesSomeone(whom, last.captured().trimmed().toLower() != u"for"))
+                !whom.contains(u' ') && namesSomeone(whom, last.captured().trimmed().toLower() != u"for")) {
                 named = lead.left(last.capturedStart());
+                afterFor = false;
+            }
         }
-        description = phraseToEnd(named);
+        // "für das Fotoshooting am Samstag:": the work right after "für", not the day after it.
+        if (afterFor)
+            description = phraseFromStart(named);
+        if (description.isEmpty())
+            description = phraseToEnd(named);
     }
     if (description.isEmpty() && !aside.before.isEmpty()) {
         description = workNamedIn(aside.before, true);

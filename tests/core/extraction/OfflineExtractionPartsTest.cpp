@@ -622,6 +622,10 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
         // a count of those the work is for, a count that repeats the work named before it
         {u"Bitte abrechnen: das Catering für 40 Gäste zu je 28,00 €."_s, u"Catering"_s},
         {u"Piano lessons for Noah - 6 lessons in May @ $50 each. Invoice is fine."_s, u"Piano lessons"_s},
+        // a count after "for" that counts the goods themselves, the work before the day it was done
+        {u"We confirm the order for 250 tote bags (printed) at EUR 4.80 each."_s, u"tote bags (printed)"_s},
+        {u"Liebe Anja, wie besprochen für das Fotoshooting am Samstag: 3 Stunden à 120 € netto."_s,
+         u"Fotoshooting"_s},
         // the verb that ends the clause before the amount
         {u"Die Fahrtkosten bleiben bei 45 € pauschal, bitte so abrechnen."_s, u"Fahrtkosten"_s},
     };
@@ -706,6 +710,11 @@ TEST(OfflineExtractionSentences, PricesOfOtherTimesOrLimitsBillNothing)
     ASSERT_EQ(items.size(), 1);
     EXPECT_EQ(items[0].unitPrice, 1600);
     EXPECT_EQ(itemsOf(u"Bitte 2 Tage Montage zu 640 € abrechnen (bisher 590 €)."_s).size(), 1);
+    // An option turned down.
+    EXPECT_EQ(itemsOf(u"Wir nehmen Variante B zum Festpreis von 6.800 €, bitte so abrechnen. Die Variante A "
+                      "(4.900 €) kommt für uns nicht in Frage."_s)
+                  .size(),
+              1);
 }
 
 TEST(OfflineExtractionSentences, RateAndTimeApartBesideOtherItems)
@@ -827,6 +836,12 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
                   .addressLineOne,
               u"Unit 4, Meadow Business Park"_s);
 
+    // A trade's place before the owner's name is a business; the one who signs is the person.
+    const ExtractedInvoice florist = OfflineExtractor::extract(
+        u"Bitte 3 Stunden à 120 € abrechnen. LG Katrin Vogel, Blumenhaus Vogel, Marktplatz 1, 97070 Würzburg"_s);
+    ASSERT_TRUE(florist.recipient);
+    EXPECT_EQ(florist.recipient->businessName, u"Blumenhaus Vogel"_s);
+    EXPECT_EQ(florist.recipient->name, u"Katrin Vogel"_s);
     // A British postcode ends the sentence it is written in.
     EXPECT_EQ(OfflineExtractor::extract(
                   u"Please invoice Hartley Homes Ltd, 21 Station Road, Bath BA1 1AA. Thanks"_s)
