@@ -375,7 +375,7 @@ bool hasLegalForm(const QString& text)
         uR"(LLP|Inc\.?|Incorporated|Corp\.?|Corporation|PLC|plc|S\.A\.S\.?|S\.A\.|SAS|SA|SARL|)"
         uR"(S\.à\s?r\.l\.|Sàrl|S\.r\.l\.|Srl|S\.p\.A\.|SpA|B\.V\.|BV|N\.V\.|NV|AB|ApS|A/S|AS|ASA|Oy|)"
         uR"(Oyj|Pty\.?\s*Ltd\.?|s\.r\.o\.|sp\.\s*z\s*o\.\s*o\.|Kft\.?|GesmbH|Ges\.m\.b\.H\.|)"
-        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne|e\.\s?U\.|OG|KEG|GesbR|PLLC|Co\.(?=$)|LLP)(?=$|[\s,.);]))"_s,
+        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne|&\s*Daughters|&\s*Töchter|e\.\s?U\.|OG|KEG|GesbR|PLLC|Co\.(?=$)|LLP)(?=$|[\s,.);]))"_s,
         sameCase);
     return text.size() <= 80 && legalForm.match(text).hasMatch();
 }

@@ -350,6 +350,17 @@ QList<DateFound> datesWritten(const QString& line)
         if (first.isValid() && last.isValid())
             add(m, first, last.addDays(6));
     });
+    // "Jan–Dez 2025", "March to May 2026": whole months, from the first to the last.
+    static const Re monthRange(u"\\b"_s + month + u"\\.?\\s*(?:[-–—]|bis|to|until|through)\\s*"_s + month +
+                                   u"\\.?\\s+(\\d{4})\\b"_s,
+                               anyCase);
+    scan(months && connected, monthRange, [&](const Match& m) {
+        const QDate end(m.captured(3).toInt(), monthNumber(m.captured(2)), 1);
+        QDate start(end.year(), monthNumber(m.captured(1)), 1);
+        if (start.isValid() && start > end)
+            start = start.addYears(-1);
+        add(m, start, end.isValid() ? end.addMonths(1).addDays(-1) : QDate(), true);
+    });
     scan(months, monthYear, [&](const Match& m) {
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);

@@ -72,12 +72,13 @@ bool isVatLine(const QString& line)
 
 QString withoutBullet(const QString& line)
 {
-    static const Re bullet(uR"(^(?:[-*•·–+]\s+|\d{1,2}[.)]\s+(?=\D)|Pos\.?\s*\d+[:.)]?\s+|#\d+\s+))"_s,
-                           anyCase);
+    static const Re bullet(
+        uR"(^(?:[-*•·–+]\s+|\d{1,2}[.)]\s+(?=\D)|[a-z]\)\s+|Pos\.?\s*\d+[:.)]?\s+|#\d+\s+))"_s, anyCase);
     const QChar first = line.isEmpty() ? QChar() : line.front();
     const bool candidate = first.isDigit() || first == u'-' || first == u'*' || first == u'•' ||
                            first == u'·' || first == u'–' || first == u'+' || first == u'#' ||
-                           first == u'P' || first == u'p';
+                           first == u'P' || first == u'p' ||
+                           (first.isLower() && line.size() > 2 && line[1] == u')');
     const Match m = candidate ? bullet.match(line) : Match();
     return m.hasMatch() ? line.mid(m.capturedLength()) : line;
 }
@@ -534,9 +535,20 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         (lumpSum.match(text).hasMatch() || fixed.hasMatch()))
         draft.item.unit = ExtractedUnit::lumpSum;
-    const QString description = cleanDescription(text, used);
+    QString description = cleanDescription(text, used);
     if (description.isEmpty() && !quantity)
         return std::nullopt;
+    // "Workshop facilitation, 2 sessions – $900 each": the word counted is no part of the name.
+    static const Re countedWord(uR"(^\s*(\p{L}{3,})\b)"_s, sameCase);
+    if (const Match m =
+            quantity && !quantity->unit ? countedWord.match(text.mid(quantity->span.to)) : Match();
+        m.hasMatch() && description.endsWith(u' ' + m.captured(1))) {
+        QString rest = description.left(description.size() - m.captured(1).size()).trimmed();
+        while (rest.endsWith(u',') || rest.endsWith(u'-') || rest.endsWith(u'–'))
+            rest = rest.chopped(1).trimmed();
+        if (!rest.isEmpty())
+            description = rest;
+    }
     // "Visitenkarten 500 St. 2 49,00": an amount left in the name is a column misread.
     static const Re amountLeft(uR"((?<![\d.,])\d{1,3}(?:[.,']\d{3})*[.,]\d{2}(?![\d.,]))"_s, sameCase);
     if (amountLeft.match(description).hasMatch())

@@ -142,7 +142,8 @@ Vat vatIn(const QString& line)
         uR"(\.)?\s+)?(?:(?<r1>\d{1,2}(?:[.,]\d{1,3})?)\s*%\s*(?:der\s+)?(?:MwSt\.?|Mwst\.?|MWST\.?|)"
         uR"(USt\.?|Ust\.?|Mehrwertsteuer|Umsatzsteuer|VAT|Sales\s+tax|tax|GST|TVA|IVA|BTW)|)"
         uR"((?:MwSt\.?|Mwst\.?|MWST\.?|USt\.?|Ust\.?|Mehrwertsteuer|Umsatzsteuer|VAT|Sales\s+tax|)"
-        uR"(GST|TVA|IVA|BTW)\s*(?:\(|:|von|of|at|@)?\s*(?<r2>\d{1,2}(?:[.,]\d{1,3})?)\s*%\)?))"_s,
+        uR"(GST|TVA|IVA|BTW)(?:\s+(?:to\s+be\s+added|will\s+be\s+added|added|charged|applies|is))?\s*)"
+        uR"((?:\(|:|von|of|at|@)?\s*(?<r2>\d{1,2}(?:[.,]\d{1,3})?)\s*%\)?))"_s,
         anyCase);
     static const Re unrated(
         uR"((?<pre>zzgl\.?|zuzüglich|plus|inkl\.?|inklusive|incl\.?|including|inc\.|exkl\.?|excl\.?|)"

@@ -506,7 +506,7 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             if (const qsizetype comma = t.indexOf(u", "_s);
                 comma > 0 && isRoleLine(t.left(comma)) && hasLegalForm(t.mid(comma + 2)))
                 t = t.mid(comma + 2);
-            if (first && !hasLegalForm(t))
+            if (first && !hasLegalForm(t) && !soundsLikeBusiness(t))
                 signer = personName(t);
             else if (!signerCompany && hasLegalForm(t))
                 signerCompany = t;
@@ -654,6 +654,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         }
     }
 
+    // "Kita Sonnenschein" signed below its own address: a business, not a person as well.
+    if (r.name && r.businessName && *r.name == *r.businessName)
+        r.name.reset();
     if (r == ExtractedRecipient{})
         return std::nullopt;
     return r;

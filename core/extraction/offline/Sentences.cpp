@@ -173,7 +173,9 @@ QString phraseToEnd(const QString& text)
         depth += int(token.count(u')')) - int(token.count(u'('));
         if (depth <= 0 && possessed && (token.toLower() == u"für" || token.toLower() == u"for"))
             break;
-        if (depth <= 0 && endsPhrase(token)) {
+        // "Delivery charge £12.00": right before the price, "charge" is the noun.
+        const bool chargeNoun = first == tokens.size() && token.startsWith(u"charge"_s, Qt::CaseInsensitive);
+        if (depth <= 0 && endsPhrase(token) && !chargeNoun) {
             const QString noun = first >= 2 ? tokens[first - 2] : QString();
             if (possessed || !possessives.contains(token.toLower()) || noun.isEmpty() ||
                 !(noun == u"of" || (noun[0].isUpper() && !endsPhrase(noun))))

@@ -761,6 +761,16 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     EXPECT_EQ(order[0].quantity, 2);
     EXPECT_EQ(order[0].unitPrice, 49);
     EXPECT_TRUE(itemsOf(u"Bitte abrechnen:\nFlyer 2 19,00 38,00 €"_s).isEmpty());
+    // Lettered lists, a word counted after the name, a tax to be added for all.
+    const QList<ExtractedItem> lettered = itemsOf(u"Bitte in Rechnung stellen:\na) Jahresabschluss 2025: "
+                                                  u"2.400,00 €\nb) Workshop, 2 Termine – je 300,00 €"_s);
+    ASSERT_EQ(lettered.size(), 2);
+    EXPECT_EQ(lettered[0].description, u"Jahresabschluss 2025"_s);
+    EXPECT_EQ(lettered[1].description, u"Workshop"_s);
+    EXPECT_EQ(lettered[1].quantity, 2);
+    EXPECT_EQ(
+        itemsOf(u"Our order: 12 x Oak brackets @ £14.50. VAT to be added at 20%."_s).value(0).vatPercentage,
+        20);
     // Dot leaders of a price list are a gap between the columns.
     const QList<ExtractedItem> listed =
         itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
@@ -842,6 +852,12 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
     ASSERT_TRUE(florist.recipient);
     EXPECT_EQ(florist.recipient->businessName, u"Blumenhaus Vogel"_s);
     EXPECT_EQ(florist.recipient->name, u"Katrin Vogel"_s);
+    // A business signing below its own address names no person.
+    const ExtractedInvoice kita = OfflineExtractor::extract(
+        u"Bitte 4 Stunden zu je 45 € abrechnen.\nViele Grüße\nKita Sonnenschein\nBirkenweg 5\n01307 Dresden"_s);
+    ASSERT_TRUE(kita.recipient);
+    EXPECT_EQ(kita.recipient->businessName, u"Kita Sonnenschein"_s);
+    EXPECT_FALSE(kita.recipient->name);
     // A British postcode ends the sentence it is written in.
     EXPECT_EQ(OfflineExtractor::extract(
                   u"Please invoice Hartley Homes Ltd, 21 Station Road, Bath BA1 1AA. Thanks"_s)

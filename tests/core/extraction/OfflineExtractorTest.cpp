@@ -322,6 +322,8 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
          u"2026-10-31"_s},
         {u"Bitte abrechnen: Wartung bis Oktober 2026 je Monat 90 €"_s, {}, {}},
         {u"Übersetzung 2.000 Wörter à 0,20 €, Lieferung bis 30. April 2026"_s, {}, {}},
+        {u"Bitte abrechnen: Lohnbuchhaltung Jan–Dez 2025 (12 Monate à 180,00 €)"_s, u"2025-01-01"_s,
+         u"2025-12-31"_s},
         {u"Leistungsdatum: 1.3.2026"_s, u"2026-03-01"_s, {}},
         {u"Leistungsdatum: 1. März 2026"_s, u"2026-03-01"_s, {}},
         {u"Service date: March 1, 2026"_s, u"2026-03-01"_s, {}},
