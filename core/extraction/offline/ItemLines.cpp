@@ -147,7 +147,7 @@ const Re& countNoun()
 std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& money, bool pricedPerUnit)
 {
     static const Re withUnit(
-        uR"((?<![\w.,])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
+        uR"((?<![\w.,/])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
         uR"((?<u>Arbeitsstunden|Stunden|Stunde|Std\.?|hours|hour|hrs\.?|hr\.?|h|Personentage|)"
         uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
         uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
@@ -538,6 +538,15 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
     QString description = cleanDescription(text, used);
     if (description.isEmpty() && !quantity)
         return std::nullopt;
+    // "12 Reels-Schnitt à 35 €": nothing else names the work but the word counted.
+    static const Re countedName(uR"(^[\d.,']+\s+(\p{Lu}[\p{L}\-]{2,})$)"_s, sameCase);
+    if (const Match m =
+            description.isEmpty() && quantity && !quantity->unit
+                ? countedName.match(
+                      text.mid(quantity->span.from, quantity->span.to - quantity->span.from).trimmed())
+                : Match();
+        m.hasMatch())
+        description = m.captured(1);
     // "Workshop facilitation, 2 sessions – $900 each": the word counted is no part of the name.
     static const Re countedWord(uR"(^\s*(\p{L}{3,})\b)"_s, sameCase);
     if (const Match m =

@@ -183,7 +183,8 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         // Columns read elsewhere or not at all: position numbers, article numbers, the day or date
         // of a timesheet row.
         add(Column::ignore,
-            u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikelnummer|sku|day|weekday|tag|wochentag|date|"
+            u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikel-nr|artnr|artikelnummer|sku|item no|"
+            u"item #|part no|day|weekday|tag|wochentag|date|"
             u"datum|week|woche|kw"_s);
         return table;
     }();

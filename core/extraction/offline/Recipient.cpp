@@ -556,6 +556,27 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     // signature, then the sender of the mail; any other only when it is the only one.
     static const Re invoiceWords(uR"(Rechnung|invoice|billing|Buchhaltung|accounting|accounts|Belege)"_s,
                                  anyCase);
+    // "Chris – can you invoice my client directly? Bill to: Harbor & Pine Realty LLC": the sender
+    // of the mail passes the billing address of another business on.
+    auto passedOnBy = [&](const QString& address) {
+        if (!chosen || chosen->score != billingLabel || !chosen->recipient.businessName)
+            return false;
+        QString domain = address.section(u'@', 1).toLower();
+        domain.replace(u"ä"_s, u"ae"_s)
+            .replace(u"ö"_s, u"oe"_s)
+            .replace(u"ü"_s, u"ue"_s)
+            .replace(u"ß"_s, u"ss"_s);
+        QString business = chosen->recipient.businessName->toLower();
+        business.replace(u"ä"_s, u"ae"_s)
+            .replace(u"ö"_s, u"oe"_s)
+            .replace(u"ü"_s, u"ue"_s)
+            .replace(u"ß"_s, u"ss"_s);
+        static const Re word(uR"(\p{L}{4,})"_s, sameCase);
+        for (auto it = word.globalMatch(business); it.hasNext();)
+            if (domain.contains(it.next().captured()))
+                return false;
+        return true;
+    };
     int bestRank = 0;
     QString email;
     QSet<QString> others;
@@ -574,6 +595,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                 rank = 2;
             else if (e.role == Role::mailFrom || (!chosen && e.role == Role::email))
                 rank = 2;
+            if (e.role == Role::mailFrom && passedOnBy(address))
+                continue;
             if (rank == 1) {
                 others.insert(address.toLower());
                 continue;
@@ -588,7 +611,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         for (const Entry& e : entries)
             if (e.role != Role::mailTo)
                 for (const QString& address : emailsIn(e.text))
-                    email = address;
+                    if (others.contains(address.toLower()))
+                        email = address;
     if (!email.isEmpty())
         r.email = email;
 

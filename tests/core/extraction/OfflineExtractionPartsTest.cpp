@@ -771,6 +771,14 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     EXPECT_EQ(
         itemsOf(u"Our order: 12 x Oak brackets @ £14.50. VAT to be added at 20%."_s).value(0).vatPercentage,
         20);
+    // "1/2 Tag" is no quantity of two days; a counted word names the work when nothing else does.
+    const QList<ExtractedItem> march = itemsOf(
+        u"Die Rechnung bitte wie folgt:\n• Fotoshooting, 1/2 Tag: 480 €\n• 12 Reels-Schnitt à 35 €"_s);
+    ASSERT_EQ(march.size(), 2);
+    EXPECT_EQ(march[0].description, u"Fotoshooting, 1/2 Tag"_s);
+    EXPECT_FALSE(march[0].quantity);
+    EXPECT_EQ(march[1].description, u"Reels-Schnitt"_s);
+    EXPECT_EQ(march[1].quantity, 12);
     // Dot leaders of a price list are a gap between the columns.
     const QList<ExtractedItem> listed =
         itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
@@ -852,6 +860,15 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
     ASSERT_TRUE(florist.recipient);
     EXPECT_EQ(florist.recipient->businessName, u"Blumenhaus Vogel"_s);
     EXPECT_EQ(florist.recipient->name, u"Katrin Vogel"_s);
+    // Whoever forwards another business's billing address is not reached at their own.
+    const ExtractedInvoice passed = OfflineExtractor::extract(
+        u"---------- Forwarded message ---------\nFrom: Ellen Park <ellen@parkstudio.com>\nTo: Chris "
+        "<chris@mooredesign.co>\n\nChris - can you invoice my client directly?\n\nBill to:\nHarbor Realty "
+        "LLC\n77 "
+        "Commercial St\nPortland, ME 04101\n\nLogo design: $1,800"_s);
+    ASSERT_TRUE(passed.recipient);
+    EXPECT_EQ(passed.recipient->businessName, u"Harbor Realty LLC"_s);
+    EXPECT_FALSE(passed.recipient->email);
     // A business signing below its own address names no person.
     const ExtractedInvoice kita = OfflineExtractor::extract(
         u"Bitte 4 Stunden zu je 45 € abrechnen.\nViele Grüße\nKita Sonnenschein\nBirkenweg 5\n01307 Dresden"_s);
