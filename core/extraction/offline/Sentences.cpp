@@ -334,7 +334,8 @@ qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsi
         auto it = pattern->globalMatch(text.left(to), from);
         while (it.hasNext()) {
             const Match m = it.next();
-            const QString before = text.left(m.capturedStart());
+            // Only a parenthesis opened between the two prices holds the word.
+            const QString before = text.mid(from, m.capturedStart() - from);
             if (before.count(u'(') > before.count(u')'))
                 continue;
             *next = m.capturedEnd();
@@ -776,7 +777,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     const bool noisy = isNoiseLine(line); // then some sentence of it is
     for (qsizetype s = 0; s < spans.size(); ++s) {
         const Span& sentence = spans[s];
-        const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+        QString part = text.mid(sentence.from, sentence.to - sentence.from);
         // A sentence with the bank details or an address for the invoice mail prices nothing,
         // though the one before it may: "… for the Q1 sessions? Their AP email is …".
         if (noisy && isNoiseLine(part)) {
@@ -784,7 +785,20 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             workBefore.clear();
             continue;
         }
-        const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+        QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+        // "Total was £780 (£600 labour + £180 materials)": an amount that the others add up to is
+        // their sum, not an item of its own.
+        if (prices.size() >= 3) {
+            double all = 0;
+            for (const PricedMoney& price : std::as_const(prices))
+                all += price.money.value;
+            for (const PricedMoney& price : std::as_const(prices))
+                if (nearlyEqual(price.money.value, all - price.money.value)) {
+                    part = masked(part, {price.money.span});
+                    prices = pricesIn(part, context.documentCurrency);
+                    break;
+                }
+        }
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
             workBefore = part;

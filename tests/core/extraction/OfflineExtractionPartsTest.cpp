@@ -676,6 +676,15 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
             .value(0)
             .description,
         u"Wartung unserer Klimaanlagen"_s);
+    // A total followed by what it is made of: the parts are the items.
+    const QList<ExtractedItem> fence = itemsOf(
+        u"Thanks for fixing the fence. Total as discussed was £780 (£600 labour + £180 materials). Can "
+        "you pop an invoice over?"_s);
+    ASSERT_EQ(fence.size(), 2);
+    EXPECT_EQ(fence[0].description, u"labour"_s);
+    EXPECT_EQ(fence[0].unitPrice, 600);
+    EXPECT_EQ(fence[1].description, u"materials"_s);
+    EXPECT_EQ(fence[1].unitPrice, 180);
     // "3 Mann à 8 Stunden": a number before what it counts is no price.
     for (const ExtractedItem& item : itemsOf(
              u"Die Umzugsarbeiten rechnen Sie bitte mit 3 Mann à 8 Stunden zum Stundensatz von 38 € ab."_s))
