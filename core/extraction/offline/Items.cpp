@@ -163,7 +163,7 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         add(Column::description,
             u"beschreibung|leistung|leistungen|leistungsbeschreibung|bezeichnung|artikel|artikelbezeichnung|"
             u"position|tätigkeit|description|item|items|service|services|product|produkt|task|text|"
-            u"positionstext"_s);
+            u"positionstext|project|projekt|aufgabe|activity|work|arbeit"_s);
         add(Column::quantity, u"menge|anzahl|anz|qty|quantity|stück|stk|units|anzahl stunden|amount of"_s);
         add(Column::hours, u"stunden|std|hours|hrs|h"_s);
         add(Column::days, u"tage|days|personentage|pt"_s);
@@ -555,6 +555,22 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             drafts.insert(at, *draft);
             context.itemCurrencies.append(draft->currencies);
         }
+
+    // "Stundensatz wie vereinbart 85 €" below a timesheet: the one rate stated apart prices every
+    // line of its unit that has none.
+    auto unpriced = [](const ItemDraft& draft) {
+        return !draft.item.unitPrice && !draft.amount && draft.item.quantity &&
+               (draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
+                draft.item.unit == ExtractedUnit::week);
+    };
+    if (billing && std::any_of(drafts.cbegin(), drafts.cend(), unpriced))
+        if (const QList<StatedRate> rates = ratesStatedApart(lines, wholeLines, context); rates.size() == 1)
+            for (ItemDraft& draft : drafts)
+                if (unpriced(draft) && draft.item.unit == rates.first().unit) {
+                    draft.item.unitPrice = rates.first().value;
+                    if (!rates.first().currency.isEmpty())
+                        context.itemCurrencies.append(rates.first().currency);
+                }
 
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;

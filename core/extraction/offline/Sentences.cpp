@@ -415,6 +415,8 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         uR"(anything\s+over|over|above|more\s+than|less\s+than|mehr\s+als|weniger\s+als|up\s+to|bis\s+zu|)"
         uR"(nicht\s+in\s+Frage|kommt\s+nicht|entfällt|entfallen|verzichten|nicht\s+benötigt|not\s+needed|)"
         uR"(no\s+longer|don'?t\s+need|do\s+not\s+need|declined?|not\s+required|)"
+        uR"(don'?t\s+include|do\s+not\s+include|ourselves|selbst\s+(?:gekauft|bezahlt|besorgt)|)"
+        uR"(nicht\s+(?:mit\s+)?(?:berechnen|abrechnen|aufführen|draufschreiben)|)"
         uR"((?:first|original|old|earlier|previous|alte[nmrs]?|erste[nmrs]?|frühere[nmrs]?)\s+)"
         uR"((?:quote|estimate|Angebot|Kostenvoranschlag|price|Preis|rate|Satz))\b)"_s,
         anyCase);
@@ -850,20 +852,76 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     return drafts;
 }
 
-std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
-                                             const ItemContext& context)
+namespace {
+
+bool isTimed(std::optional<ExtractedUnit> unit)
+{
+    return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
+}
+
+// The text of a line as the sentence readers see it: tax notes, dates and times of day blanked.
+QString maskedLine(const TextLine& line)
+{
+    const Vat vat = vatIn(line.plain);
+    return masked(line.plain, notPrices(line.plain, vat, dateSpans(line.dates)));
+}
+
+bool worthReading(const QString& plain)
+{
+    return !plain.isEmpty() &&
+           std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }) &&
+           !isNoiseLine(plain);
+}
+
+} // namespace
+
+QList<StatedRate> ratesStatedApart(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                   const ItemContext& context)
 {
     static const Re rateWord(
         uR"((?<![\p{L}])(?:(?<hour>Stundensatz|Stundenlohn|Stundenhonorar|hourly\s+rate|)"
         uR"(rate\s+per\s+hour)|(?<day>Tagessatz|Tageshonorar|day\s+rate|daily\s+rate)|)"
         uR"((?<week>Wochensatz|weekly\s+rate))(?![\p{L}]))"_s,
         anyCase);
-    struct Rate
-    {
-        double value;
-        ExtractedUnit unit;
-        QString currency;
-    };
+    // Only lines that name a unit of time at all can state a rate for it.
+    static const Re timeWord(
+        uR"(std|stunde|hour|hrs?\b|/\s*h\b|tag|day|woche|week|wk|satz|rate|lohn|honorar)"_s, anyCase);
+    QList<StatedRate> rates;
+    for (int i = 0; i < lines.size(); ++i) {
+        const QString& plain = lines[i].plain;
+        if (skipped.contains(i) || !worthReading(plain) || !timeWord.match(plain).hasMatch())
+            continue;
+        const QString text = maskedLine(lines[i]);
+        for (const Span& sentence : sentencesOf(text)) {
+            const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+            qsizetype from = 0;
+            for (const PricedMoney& price : pricesIn(part, context.documentCurrency)) {
+                QString segment = part.mid(from, price.money.span.from - from);
+                from = price.span.to;
+                // Only the words of the price's own clause count.
+                if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
+                    segment = segment.mid(comma + 1);
+                if (const std::optional<Quantity> counted = timeIn(segment);
+                    counted && isTimed(counted->unit))
+                    continue;
+                std::optional<ExtractedUnit> unit;
+                if (const Match m = rateWord.match(segment); m.hasMatch())
+                    unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
+                           : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
+                                                             : ExtractedUnit::week;
+                else if (price.role == PriceRole::perUnit && !price.times)
+                    unit = price.unit;
+                if (isTimed(unit))
+                    rates.append({price.money.value, *unit, price.money.currency});
+            }
+        }
+    }
+    return rates;
+}
+
+std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                             const ItemContext& context)
+{
     struct Time
     {
         Quantity quantity;
@@ -871,73 +929,33 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
         QString before; // what the sentence said first: "The catalog shoot ran three days"
         int line;
     };
-    QList<Rate> rates;
+    // The rate first; the times only when there is exactly one, which most texts with items in
+    // lines do not have.
+    const QList<StatedRate> rates = ratesStatedApart(lines, skipped, context);
+    if (rates.size() != 1)
+        return std::nullopt;
     QList<Time> times;
-    auto timed = [](std::optional<ExtractedUnit> unit) {
-        return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
-    };
-    // The rate first, on the lines that name a unit of time at all; the times only when there is
-    // exactly one, which most texts with items in lines do not have.
-    static const Re timeWord(
-        uR"(std|stunde|hour|hrs?\b|/\s*h\b|tag|day|woche|week|wk|satz|rate|lohn|honorar)"_s, anyCase);
-    for (const bool ratePass : {true, false})
-        for (int i = 0; i < lines.size(); ++i) {
-            if (!ratePass && rates.size() != 1)
-                break;
-            const QString& plain = lines[i].plain;
-            if (skipped.contains(i) || plain.isEmpty() ||
-                !std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }) ||
-                (ratePass && !timeWord.match(plain).hasMatch()) || isNoiseLine(plain))
+    for (int i = 0; i < lines.size(); ++i) {
+        if (skipped.contains(i) || !worthReading(lines[i].plain))
+            continue;
+        const QString text = maskedLine(lines[i]);
+        for (const Span& sentence : sentencesOf(text)) {
+            const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+            std::optional<Quantity> quantity = timeIn(part);
+            if (!quantity || !isTimed(quantity->unit))
                 continue;
-            const Vat vat = vatIn(plain);
-            const QString text = masked(plain, notPrices(plain, vat, dateSpans(lines[i].dates)));
-            for (const Span& sentence : sentencesOf(text)) {
-                const QString part = text.mid(sentence.from, sentence.to - sentence.from);
-                const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
-                std::optional<Quantity> quantity = timeIn(part);
-                if (quantity && !timed(quantity->unit))
-                    quantity.reset();
-                auto time = [&] {
-                    return Time{*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i};
-                };
-                if (prices.isEmpty()) {
-                    if (quantity && !ratePass)
-                        times.append(time());
-                    continue;
-                }
-                // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
-                // clause of its own before the rate.
-                static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
-                const qsizetype firstPrice = prices.first().money.span.from;
-                if (!ratePass) {
-                    if (quantity && quantity->span.to <= firstPrice &&
-                        clauseBreak.match(part.mid(quantity->span.to, firstPrice - quantity->span.to))
-                            .hasMatch())
-                        times.append(time());
-                    continue;
-                }
-                qsizetype from = 0;
-                for (const PricedMoney& price : prices) {
-                    QString segment = part.mid(from, price.money.span.from - from);
-                    from = price.span.to;
-                    // Only the words of the price's own clause count.
-                    if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
-                        segment = segment.mid(comma + 1);
-                    if (const std::optional<Quantity> counted = timeIn(segment);
-                        counted && timed(counted->unit))
-                        continue;
-                    std::optional<ExtractedUnit> unit;
-                    if (const Match m = rateWord.match(segment); m.hasMatch())
-                        unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
-                               : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
-                                                                 : ExtractedUnit::week;
-                    else if (price.role == PriceRole::perUnit && !price.times)
-                        unit = price.unit;
-                    if (timed(unit))
-                        rates.append({price.money.value, *unit, price.money.currency});
-                }
-            }
+            const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+            // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
+            // clause of its own before the rate.
+            static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
+            if (prices.isEmpty() ||
+                (quantity->span.to <= prices.first().money.span.from &&
+                 clauseBreak
+                     .match(part.mid(quantity->span.to, prices.first().money.span.from - quantity->span.to))
+                     .hasMatch()))
+                times.append({*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i});
         }
+    }
     if (rates.size() != 1 || times.size() != 1 || times.first().quantity.unit != rates.first().unit)
         return std::nullopt;
     const Time& found = times.first();

@@ -728,6 +728,20 @@ TEST(OfflineExtractionSentences, PricesOfOtherTimesOrLimitsBillNothing)
 
 TEST(OfflineExtractionSentences, RateAndTimeApartBesideOtherItems)
 {
+    // A timesheet without prices and the one rate stated below it.
+    const QList<ExtractedItem> sheet = itemsOf(
+        u"Date        Project            Hours\n01.10.2026  Relaunch           6,5\n05.10.2026  SEO-Audit   "
+        "       4\n\nStundensatz wie vereinbart 85 €. Rechnung bitte an die Agentur."_s);
+    ASSERT_EQ(sheet.size(), 2);
+    EXPECT_EQ(sheet[0].description, u"Relaunch"_s);
+    EXPECT_EQ(sheet[0].quantity, 6.5);
+    EXPECT_EQ(sheet[0].unitPrice, 85);
+    EXPECT_EQ(sheet[1].unitPrice, 85);
+    // Things the customer bought themselves are not billed.
+    EXPECT_EQ(itemsOf(u"Your invoice should show: demolition $1,200. Don't include the appliances, we bought "
+                      "those ourselves ($3,400)."_s)
+                  .size(),
+              1);
     // The time in one sentence, the rate in the next, and a further item after it.
     const QList<ExtractedItem> items = itemsOf(
         u"Hallo Tom,\n\nfür März sind es insgesamt 12,5 Stunden Bildbearbeitung geworden. Abgerechnet wird "
