@@ -540,21 +540,22 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
     }
 
+    // Rates per hour, day or week stated apart from an amount of time, read once for both uses.
+    const QList<StatedRate> rates =
+        billing ? ratesStatedApart(lines, wholeLines, context) : QList<StatedRate>();
     // A rate and an amount of time named apart, beside other items or alone; not when an item
     // already has that rate or that time.
-    if (billing)
-        if (auto draft = itemFromRateAndTime(lines, wholeLines, context);
-            draft && std::none_of(drafts.cbegin(), drafts.cend(), [&](const ItemDraft& other) {
-                return other.item.unit == draft->item.unit &&
-                       ((other.item.unitPrice &&
-                         nearlyEqual(*other.item.unitPrice, *draft->item.unitPrice)) ||
-                        (other.item.quantity && nearlyEqual(*other.item.quantity, *draft->item.quantity)));
-            })) {
-            auto at = std::find_if(drafts.begin(), drafts.end(),
-                                   [&](const ItemDraft& other) { return other.line >= draft->line; });
-            drafts.insert(at, *draft);
-            context.itemCurrencies.append(draft->currencies);
-        }
+    if (auto draft = itemFromRateAndTime(lines, wholeLines, context, rates);
+        draft && std::none_of(drafts.cbegin(), drafts.cend(), [&](const ItemDraft& other) {
+            return other.item.unit == draft->item.unit &&
+                   ((other.item.unitPrice && nearlyEqual(*other.item.unitPrice, *draft->item.unitPrice)) ||
+                    (other.item.quantity && nearlyEqual(*other.item.quantity, *draft->item.quantity)));
+        })) {
+        auto at = std::find_if(drafts.begin(), drafts.end(),
+                               [&](const ItemDraft& other) { return other.line >= draft->line; });
+        drafts.insert(at, *draft);
+        context.itemCurrencies.append(draft->currencies);
+    }
 
     // "Stundensatz wie vereinbart 85 €" below a timesheet: the one rate stated apart prices every
     // line of its unit that has none.
@@ -563,14 +564,13 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                (draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
                 draft.item.unit == ExtractedUnit::week);
     };
-    if (billing && std::any_of(drafts.cbegin(), drafts.cend(), unpriced))
-        if (const QList<StatedRate> rates = ratesStatedApart(lines, wholeLines, context); rates.size() == 1)
-            for (ItemDraft& draft : drafts)
-                if (unpriced(draft) && draft.item.unit == rates.first().unit) {
-                    draft.item.unitPrice = rates.first().value;
-                    if (!rates.first().currency.isEmpty())
-                        context.itemCurrencies.append(rates.first().currency);
-                }
+    if (rates.size() == 1)
+        for (ItemDraft& draft : drafts)
+            if (unpriced(draft) && draft.item.unit == rates.first().unit) {
+                draft.item.unitPrice = rates.first().value;
+                if (!rates.first().currency.isEmpty())
+                    context.itemCurrencies.append(rates.first().currency);
+            }
 
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;

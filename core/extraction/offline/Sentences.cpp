@@ -920,7 +920,7 @@ QList<StatedRate> ratesStatedApart(const QList<TextLine>& lines, const QSet<int>
 }
 
 std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
-                                             const ItemContext& context)
+                                             const ItemContext& context, const QList<StatedRate>& rates)
 {
     struct Time
     {
@@ -929,9 +929,8 @@ std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const
         QString before; // what the sentence said first: "The catalog shoot ran three days"
         int line;
     };
-    // The rate first; the times only when there is exactly one, which most texts with items in
-    // lines do not have.
-    const QList<StatedRate> rates = ratesStatedApart(lines, skipped, context);
+    // The times only when there is exactly one rate, which most texts with items in lines do not
+    // have.
     if (rates.size() != 1)
         return std::nullopt;
     QList<Time> times;

@@ -40,6 +40,6 @@ QList<StatedRate> ratesStatedApart(const QList<TextLine>& lines, const QSet<int>
 // In total you worked 7 days on the data pipeline." Only when the text holds exactly one of each
 // and their units agree.
 std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
-                                             const ItemContext& context);
+                                             const ItemContext& context, const QList<StatedRate>& rates);
 
 } // namespace OfflineExtraction
