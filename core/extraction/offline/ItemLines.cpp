@@ -119,8 +119,14 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     // "Honorar: 1.800 € netto für den Vortrag": the label prices, the words after it name the work.
     static const Re labelled(
         uR"(^([\p{L} ]{2,30}):\s+(?:(?:für|fuer|for)\s+(?:(?:den|die|das|the)\s+)?)?(\S.*)$)"_s, anyCase);
+    // "Leistung: 8 x Unterhaltsreinigung": a heading that says an item follows.
+    static const Re heading(
+        uR"(^(?:Leistung(?:en)?|Services?|Work|Tätigkeit|Position|Posten|Artikel|Items?|Auftrag|)"
+        uR"(Job|Description|Beschreibung|Bezeichnung|Produkt|Product|Task|Aufgabe)$)"_s,
+        anyCase);
     if (const Match m = text.contains(u':') ? labelled.match(text) : Match();
-        m.hasMatch() && isLabelOnlyDescription(m.captured(1).trimmed()))
+        m.hasMatch() && (isLabelOnlyDescription(m.captured(1).trimmed()) ||
+                         heading.match(m.captured(1).trimmed()).hasMatch()))
         text = m.captured(2);
     text = withParenthesesMended(text);
     text = text.simplified();
@@ -553,9 +559,11 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
             quantity && !quantity->unit ? countedWord.match(text.mid(quantity->span.to)) : Match();
         m.hasMatch() && description.endsWith(u' ' + m.captured(1))) {
         QString rest = description.left(description.size() - m.captured(1).size()).trimmed();
+        // Only where a comma or a dash sets the count apart from the name.
+        const bool apart = rest.endsWith(u',') || rest.endsWith(u'-') || rest.endsWith(u'–');
         while (rest.endsWith(u',') || rest.endsWith(u'-') || rest.endsWith(u'–'))
             rest = rest.chopped(1).trimmed();
-        if (!rest.isEmpty())
+        if (apart && !rest.isEmpty())
             description = rest;
     }
     // "Visitenkarten 500 St. 2 49,00": an amount left in the name is a column misread.

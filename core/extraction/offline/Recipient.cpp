@@ -388,6 +388,17 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
             break;
         }
     }
+    // A form: "Name:" and "Company:" fields above its "Address:".
+    if (entries[block.top].opens)
+        for (int j = block.top - 1; j >= 0 && j >= block.top - 4; --j) {
+            const Entry& e = entries[j];
+            if (e.role == Role::name && !isRoleLine(e.text))
+                setOnce(r.name, personName(e.text).value_or(e.text));
+            else if (e.role == Role::company)
+                setOnce(r.businessName, e.text);
+            else if (e.role != Role::email)
+                break;
+        }
     if (!haveStreet && !r.addressLineTwo && !r.name && !r.businessName)
         return std::nullopt;
     // "Unit 7, Riverside Business Park" with no street below it is the first line of the address.

@@ -719,6 +719,9 @@ TEST(OfflineExtractionSentences, PricesOfOtherTimesOrLimitsBillNothing)
     ASSERT_EQ(items.size(), 1);
     EXPECT_EQ(items[0].unitPrice, 1600);
     EXPECT_EQ(itemsOf(u"Bitte 2 Tage Montage zu 640 € abrechnen (bisher 590 €)."_s).size(), 1);
+    // "over" is a limit only before an amount.
+    EXPECT_EQ(itemsOf(u"Please invoice: Voice-over recording, 2 hours at £150/hr."_s).value(0).description,
+              u"Voice-over recording"_s);
     // An option turned down.
     EXPECT_EQ(itemsOf(u"Wir nehmen Variante B zum Festpreis von 6.800 €, bitte so abrechnen. Die Variante A "
                       "(4.900 €) kommt für uns nicht in Frage."_s)
@@ -802,6 +805,11 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     EXPECT_FALSE(march[0].quantity);
     EXPECT_EQ(march[1].description, u"Reels-Schnitt"_s);
     EXPECT_EQ(march[1].quantity, 12);
+    // A heading before the item; the word after "8 x" is the work itself.
+    EXPECT_EQ(itemsOf(u"Auftrag: Reinigung\nLeistung: 8 x Unterhaltsreinigung à 65,00 € netto"_s)
+                  .value(0)
+                  .description,
+              u"Unterhaltsreinigung"_s);
     // Dot leaders of a price list are a gap between the columns.
     const QList<ExtractedItem> listed =
         itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
@@ -904,6 +912,16 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
                   .recipient.value_or(ExtractedRecipient{})
                   .postcode,
               u"BA1 1AA"_s);
+
+    // A form: name and company fields above the address field.
+    const ExtractedInvoice form =
+        OfflineExtractor::extract(u"Here's the info for the invoice:\n\nName: Daniel O'Connor\nCompany: "
+                                  u"Brightwave Media Ltd\nAddress: 5th "
+                                  "Floor, 20 Lime Street, London EC3M 7AN\n\nEditing £90."_s);
+    ASSERT_TRUE(form.recipient);
+    EXPECT_EQ(form.recipient->name, u"Daniel O'Connor"_s);
+    EXPECT_EQ(form.recipient->businessName, u"Brightwave Media Ltd"_s);
+    EXPECT_EQ(form.recipient->postcode, u"EC3M 7AN"_s);
 
     // Staircase and door of an Austrian address.
     EXPECT_EQ(OfflineExtractor::extract(u"Auftraggeber: Leitner GmbH, Hauptstraße 71/2/14, 1030 Wien"_s)
