@@ -87,7 +87,7 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
 {
     static const Re fillers(
         uR"((?<![\p{L}])(?:zzgl\.?|exkl\.?|excl\.?|zuzüglich|netto|net|brutto|gross|)"
-        uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|)"
+        uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|flat(?!\s+white)|)"
         uR"(flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|Stundensatz|Tagessatz|Tagsatz|Stundenansatz|)"
         uR"(Tagesansatz|hourly\s+rate|day\s+rate|)"
         uR"(daily\s+rate|each|je|pro\s+Stück|per\s+piece)(?![\p{L}]))"_s,
@@ -178,6 +178,11 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"((?<![\w.,])(\d{1,3})\s+\p{L}[\p{L}\-]*\s+(?:à|á|a|x|×|je|zu\s+je|of)\s+)"
         uR"((\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?)(?![\p{L}]))"_s,
         anyCase);
+    // "5 hrs x 2 bartenders": the same the other way round.
+    static const Re timesMany(
+        uR"((?<![\w.,])(\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Std\.?|hours|hrs?\.?|h|Tage|days?))"
+        uR"(\s*[x×]\s*(\d{1,3})\s+\p{L}[\p{L}\-]*)"_s,
+        anyCase);
     const bool joined = text.contains(u'à') || text.contains(u'á') || text.contains(u'×') ||
                         text.contains(u" x "_s) || text.contains(u" je "_s) || text.contains(u" of "_s) ||
                         text.contains(u" a "_s);
@@ -188,6 +193,14 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         if (clear(span) && count && each && *count > 0 && *each > 0)
             if (const auto total = exactCents(*count * *each))
                 return Quantity{*total, unitFromWord(m.captured(3)), span};
+    }
+    if (const Match m = joined ? timesMany.match(text) : Match(); m.hasMatch()) {
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        const auto each = parseNumber(m.captured(1));
+        const auto count = parseNumber(m.captured(3));
+        if (clear(span) && count && each && *count > 0 && *each > 0)
+            if (const auto total = exactCents(*count * *each))
+                return Quantity{*total, unitFromWord(m.captured(2)), span};
     }
     auto it = withUnit.globalMatch(text);
     while (it.hasNext()) {
@@ -528,7 +541,7 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
     }
     static const Re lumpSum(
         uR"((?<![\p{L}-])(?:\p{L}*pauschale|pauschal|Pauschalpreis|Pauschalbetrag|Festpreis|)"
-        uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}-]))"_s,
         anyCase);
     // "Cable management (fixed)": the price marked as fixed in brackets after the name.
     static const Re markedFixed(

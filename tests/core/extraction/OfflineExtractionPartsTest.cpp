@@ -669,6 +669,12 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     EXPECT_EQ(moving[0].quantity, 24);
     EXPECT_EQ(moving[0].unit, ExtractedUnit::hour);
     EXPECT_EQ(moving[0].unitPrice, 38);
+    EXPECT_EQ(itemsOf(u"For the invoice: bartending 5 hrs x 2 bartenders @ $40/hr."_s).value(0).quantity, 10);
+    // "flat" before the price in a line.
+    const QList<ExtractedItem> proofreading = itemsOf(u"Please invoice:\nProofreading – flat €60"_s);
+    ASSERT_EQ(proofreading.size(), 1);
+    EXPECT_EQ(proofreading[0].description, u"Proofreading"_s);
+    EXPECT_EQ(proofreading[0].unit, ExtractedUnit::lumpSum);
     // A possessive after a noun or "of" is part of the name.
     EXPECT_EQ(
         itemsOf(u"Hiermit beauftragen wir Sie mit der Wartung unserer Klimaanlagen zum Pauschalpreis von "
