@@ -384,7 +384,8 @@ bool soundsLikeBusiness(const QString& text)
 {
     static const Re stems(
         uR"((?:agentur|kanzlei|architekt|architect|consult|praxis|büro|schule|akademie|academy|school|)"
-        uR"(college|kindergarten|kirche|church|council|charity|stiftung|\p{L}{3,}erei\b|solutions|software|technolog|logistik|logistics|tischlerei|)"
+        uR"(college|kindergarten|kirche|church|council|charity|stiftung|\p{L}{3,}erei\b|\p{L}{3,}service\b|)"
+        uR"(\p{L}{3,}dienst\b|solutions|software|technolog|logistik|logistics|tischlerei|)"
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"

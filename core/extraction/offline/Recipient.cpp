@@ -539,6 +539,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         })) {
         signer.reset();
         signerCompany.reset();
+        // The unlabelled address in that signature is the writer's own as well.
+        if (chosen && chosen->score == 0 && closing >= 0 && chosen->top > closing)
+            chosen.reset();
     }
 
     ExtractedRecipient r;

@@ -586,6 +586,11 @@ TEST(OfflineExtractionRecipient, TheSignatureOfWhoeverBillsNamesNoRecipient)
     const ExtractedInvoice ownEnglish = OfflineExtractor::extract(
         u"Hi Ann,\n\n3 hours of tutoring at £30 per hour. I'll send the invoice tomorrow.\n\nBest\nTom Reid\n"_s);
     EXPECT_FALSE(ownEnglish.recipient && ownEnglish.recipient->name);
+    // Nor is the address in that signature the customer's.
+    const ExtractedInvoice ownAddress = OfflineExtractor::extract(
+        u"Hallo Frau Kramer,\n\n12 Stunden Gartenpflege à 38 €. Ich schicke Ihnen die Rechnung per Post.\n\n"
+        "Viele Grüße\nJan Hoffmann\nGartenservice Hoffmann\nAm Bach 3\n31134 Hildesheim"_s);
+    EXPECT_FALSE(ownAddress.recipient && ownAddress.recipient->city);
     // Asked for an invoice, the one who signs is the customer.
     const ExtractedInvoice asked = OfflineExtractor::extract(
         u"Hi Tom,\n\ncould you send me the invoice for 3 hours of tutoring at £30 per hour?\n\nBest\nAnn Field\n"_s);
