@@ -397,7 +397,10 @@ bool soundsLikeBusiness(const QString& text)
         uR"(Restaurant|Café|Cafe|Labs|Services|Agency|Club|Center|Centre|Zentrum|Schule|Klinik|)"
         uR"(Praxis|Gemeinde|Foundation|Trading|Ventures|Capital|Association|Society|Company|Werbung|)"
         uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
-        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice|Union|Trust|Kita|University|Institute)\b)"_s,
+        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice|Union|Trust|Kita|University|Institute|Organics|Foods|)"
+        uR"(Farms|Brands|Goods|Supplies|Industries|Holdings|Enterprises|Associates|Builders|Construction|)"
+        uR"(Landscaping|Realty|Properties|Motors|Outfitters|Apparel|Interiors|Kitchens|Catering|Logistics|)"
+        uR"(Consulting|Marketing|Publishing|Records|Films|Pictures|Entertainment|Health|Wellness|Fitness)\b)"_s,
         sameCase);
     // "Blumenhaus Vogel", "Friseursalon Kern": a trade's place before the owner's name.
     static const Re place(uR"(^\p{Lu}\p{Ll}+(?:haus|laden|salon|studio|markt|stube|küche|garten)\s)"_s,

@@ -102,7 +102,25 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
         uR"(^(?:à|á|x|×|@|(?:of|for|für|add|include|dazu)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s,
         anyCase);
     QString text = masked(line, spans);
-    text.replace(fillers, u" "_s);
+    // Outside parentheses only: "(1,500 words each)" says what the item is.
+    {
+        QString outside = text;
+        int depth = 0;
+        for (QChar& c : outside) {
+            depth += c == u'(' ? 1 : 0;
+            const bool inside = depth > 0;
+            depth -= c == u')' && depth > 0 ? 1 : 0;
+            if (inside)
+                c = u'\x01';
+        }
+        auto it = fillers.globalMatch(outside);
+        QList<Span> found;
+        while (it.hasNext()) {
+            const Match m = it.next();
+            found.append({m.capturedStart(), m.capturedEnd()});
+        }
+        text = masked(text, found);
+    }
     text.replace(symbols, u" "_s);
     text = text.simplified();
     for (int round = 0; round < 4; ++round) {

@@ -821,6 +821,9 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
                   .value(0)
                   .description,
               u"Unterhaltsreinigung"_s);
+    // Words in parentheses stay as written.
+    EXPECT_EQ(itemsOf(u"For October:\n- 3 blog posts (1,500 words each) @ $275/post"_s).value(0).description,
+              u"blog posts (1,500 words each)"_s);
     // Dot leaders of a price list are a gap between the columns.
     const QList<ExtractedItem> listed =
         itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
@@ -863,6 +866,7 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
     } businesses[] = {
         {u"Send it to:\nCarter & Lane Architects\n5 Mill Street\nLeeds LS1 4AB"_s,
          u"Carter & Lane Architects"_s},
+        {u"Invoice to: Greenfield Organics, 1450 Market St, Denver, CO 80202."_s, u"Greenfield Organics"_s},
         {u"Invoice address:\nSt Mary's Primary School\nChurch Lane\nYork YO1 7HH"_s,
          u"St Mary's Primary School"_s},
         {u"bitte 2 Tage Aufbau zu je 400 € abrechnen – Rechnungsadresse: Nordwind Events GmbH, Hafenstraße "
