@@ -80,7 +80,7 @@ const Re& trailingConnector()
         uR"(flat\s+fee|flat\s+rate|lump\s+sum|flat)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
         uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben|the|die|)"
-        uR"(der|das|den|dem))+$)"_s,
+        uR"(der|das|den|dem|zusätzlich|additionally|extra|noch))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -175,7 +175,10 @@ QString phraseToEnd(const QString& text)
             break;
         // "Delivery charge £12.00": right before the price, "charge" is the noun.
         const bool chargeNoun = first == tokens.size() && token.startsWith(u"charge"_s, Qt::CaseInsensitive);
-        if (depth <= 0 && endsPhrase(token) && !chargeNoun) {
+        // "Auf- und Abbau", "Hin- und Rückfahrt": one name in two halves.
+        const bool halves = first >= 2 && tokens[first - 2].endsWith(u'-') &&
+                            (token.toLower() == u"und" || token.toLower() == u"oder" || token == u"&");
+        if (depth <= 0 && endsPhrase(token) && !chargeNoun && !halves) {
             const QString noun = first >= 2 ? tokens[first - 2] : QString();
             if (possessed || !possessives.contains(token.toLower()) || noun.isEmpty() ||
                 !(noun == u"of" || (noun[0].isUpper() && !endsPhrase(noun))))
@@ -327,16 +330,24 @@ struct ClauseText
 qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsizetype* next)
 {
     static const Re conjunction(
-        uR"((?:,\s*|\s+)(?:und|and|plus|sowie|dazu|zusätzlich|außerdem|as\s+well\s+as|&)\s+|\s+\+\s+|;\s*)"_s,
+        uR"((?:,\s*|\s+)(?:und|and|plus|sowie|as\s+well\s+as|&)\s+|\s+\+\s+|;\s*|)"
+        // "dazu", "zusätzlich" open a clause, but not right before its price: "die Visitenkarten
+        // zusätzlich 180 €".
+        uR"((?:,\s*|\s+)(?:dazu|zusätzlich|außerdem)\s+(?!(?:[\d€$£]|EUR|CHF|USD|GBP|Fr\.)))"_s,
         anyCase);
     static const Re comma(uR"(,\s+)"_s, sameCase);
     for (const Re* pattern : {&conjunction, &comma}) {
-        auto it = pattern->globalMatch(text.left(to), from);
+        // The whole text is searched so that what follows a word can be seen; only words before
+        // the next price count.
+        auto it = pattern->globalMatch(text, from);
         while (it.hasNext()) {
             const Match m = it.next();
-            // Only a parenthesis opened between the two prices holds the word.
+            if (m.capturedEnd() > to)
+                break;
+            // Only a parenthesis opened between the two prices holds the word; "Auf- und Abbau" is
+            // one name.
             const QString before = text.mid(from, m.capturedStart() - from);
-            if (before.count(u'(') > before.count(u')'))
+            if (before.count(u'(') > before.count(u')') || before.endsWith(u'-'))
                 continue;
             *next = m.capturedEnd();
             return m.capturedStart();

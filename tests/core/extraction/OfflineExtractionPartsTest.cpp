@@ -631,6 +631,8 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
         {u"We confirm the order for 250 tote bags (printed) at EUR 4.80 each."_s, u"tote bags (printed)"_s},
         {u"Liebe Anja, wie besprochen für das Fotoshooting am Samstag: 3 Stunden à 120 € netto."_s,
          u"Fotoshooting"_s},
+        // one name in two halves
+        {u"Bitte abrechnen: Standbau 3 Tage à € 640,–, Auf- und Abbau pauschal € 480,–."_s, u"Standbau"_s},
         // the verb that ends the clause before the amount
         {u"Die Fahrtkosten bleiben bei 45 € pauschal, bitte so abrechnen."_s, u"Fahrtkosten"_s},
     };
@@ -656,6 +658,15 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     ASSERT_EQ(flat.size(), 1);
     EXPECT_EQ(flat[0].description, u"stage design"_s);
     EXPECT_EQ(flat[0].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(itemsOf(u"Bitte abrechnen: Standbau 3 Tage à € 640,–, Auf- und Abbau pauschal € 480,–."_s)
+                  .value(1)
+                  .description,
+              u"Auf- und Abbau"_s);
+    // "zusätzlich" right before a price says more of it, and opens no clause.
+    EXPECT_EQ(itemsOf(u"Bitte abrechnen: für das Logo 950 €, die Visitenkarten zusätzlich 180 €."_s)
+                  .value(1)
+                  .description,
+              u"Visitenkarten"_s);
     // The work asked for in the sentence before goes to the first of several prices; "in" names
     // what an amount went on, with its parenthesis whole.
     const QList<ExtractedItem> tiling =
