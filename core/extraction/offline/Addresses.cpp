@@ -281,7 +281,7 @@ const QSet<QString>& nameStopWords()
             u"lieferadresse kunde customer client hinweis note anmerkung nachricht message "
             u"gesendet sent von from an to cc wie geht gut alles okay ok schönen managing senior junior "
             u"chief "
-            u"executive editor"_s;
+            u"executive editor management team"_s;
         for (const QString& word : list.split(u' ', Qt::SkipEmptyParts))
             set.insert(word);
         return set;
@@ -422,7 +422,8 @@ bool isRoleLine(const QString& text)
         uR"(Coordinator|Accounts\s+Payable|Accounting|Finance|Procurement|Purchasing|Department|)"
         uR"(Dept\.|Owner|President|VP|Consultant|Berater(?:in)?|Redaktion|Redakteur(?:in)?|Lektorat|)"
         uR"(Marketing|HR|Editor|Chief|Producer|Engineer|Administrator|Secretary|Treasurer|Supervisor|)"
-        uR"(Specialist|Analyst|Executive|Accountant|Buyer|Bookkeeper|Buchhalter(?:in)?|Einkäufer(?:in)?)\b)"_s,
+        uR"(Specialist|Analyst|Executive|Accountant|Buyer|Bookkeeper|Buchhalter(?:in)?|Einkäufer(?:in)?|)"
+        uR"(\w*[Mm]anagement|Verwaltung|Team)\b)"_s,
         sameCase);
     return bare.match(text).hasMatch() || (text.size() <= 60 && role.match(text).hasMatch());
 }

@@ -180,8 +180,9 @@ QString phraseToEnd(const QString& text)
                             (token.toLower() == u"und" || token.toLower() == u"oder" || token == u"&");
         if (depth <= 0 && endsPhrase(token) && !chargeNoun && !halves) {
             const QString noun = first >= 2 ? tokens[first - 2] : QString();
+            static const QSet<QString> places = wordSet(u"of to at in into from zu an"_s);
             if (possessed || !possessives.contains(token.toLower()) || noun.isEmpty() ||
-                !(noun == u"of" || (noun[0].isUpper() && !endsPhrase(noun))))
+                !(places.contains(noun) || (noun[0].isUpper() && !endsPhrase(noun))))
                 break;
             possessed = true;
         }
@@ -212,7 +213,7 @@ bool usable(const QString& description)
     static const Re week(uR"(^(?:KW|CW|Kalenderwoche|calendar\s+week|week)\s*\d)"_s, anyCase);
     // "Wartung unserer Klimaanlagen": a possessive after a noun or "of" is no sign of a sentence.
     static const Re possessive(
-        uR"((\b(?:\p{Lu}\p{Ll}{2,}|of))\s+(?:unserer|unseres|ihrer|ihres|deiner|deines|eurer|)"
+        uR"((\b(?:\p{Lu}\p{Ll}{2,}|of|to|at|in|into|from))\s+(?:unserer|unseres|ihrer|ihres|deiner|deines|eurer|)"
         uR"(eures|our|your|their)(?=\s))"_s,
         sameCase);
     QString plain = description;

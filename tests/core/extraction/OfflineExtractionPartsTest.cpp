@@ -691,6 +691,10 @@ TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
     ASSERT_EQ(proofreading.size(), 1);
     EXPECT_EQ(proofreading[0].description, u"Proofreading"_s);
     EXPECT_EQ(proofreading[0].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(itemsOf(u"Please invoice:\n15 hampers at £42.50\nDelivery to our office (one drop) £25"_s)
+                  .value(1)
+                  .description,
+              u"Delivery to our office (one drop)"_s);
     // A possessive after a noun or "of" is part of the name.
     EXPECT_EQ(
         itemsOf(u"Hiermit beauftragen wir Sie mit der Wartung unserer Klimaanlagen zum Pauschalpreis von "
@@ -939,6 +943,13 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
                   .postcode,
               u"BA1 1AA"_s);
 
+    // A department between the person and the business names neither.
+    const ExtractedInvoice clinic = OfflineExtractor::extract(
+        u"Bitte 120 Prüfpunkte à 4,50 € abrechnen.\n\nMit freundlichen Grüßen\ni. A. Jana Koch\nFacility "
+        "Management\nKlinikum Nord gGmbH\nAm Klinikum 1\n30659 Hannover"_s);
+    ASSERT_TRUE(clinic.recipient);
+    EXPECT_EQ(clinic.recipient->name, u"Jana Koch"_s);
+    EXPECT_EQ(clinic.recipient->businessName, u"Klinikum Nord gGmbH"_s);
     // A form: name and company fields above the address field.
     const ExtractedInvoice form =
         OfflineExtractor::extract(u"Here's the info for the invoice:\n\nName: Daniel O'Connor\nCompany: "
