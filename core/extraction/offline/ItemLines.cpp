@@ -183,7 +183,7 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"((?<![\w.,])(?<q>\d{1,4}(?:[.,]\d{1,2})?)\s*(?=(?:à|á|@|je|each)\s*(?:[\d€$£]|EUR|CHF|)"
         uR"(GBP|USD))|(?<![\w.,])(?<n>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}[\p{L}\-]*\s+(?=(?:à|á|)"
         uR"(@|je|each|at)\s*(?:[\d€$£]|EUR|CHF|GBP|USD))|^(?<lead>\d{1,3})\s+(?=\p{L})|(?:^|)"
-        uR"(\s)[x×]\s*(?<after>\d{1,4}(?:[.,]\d{1,2})?)(?![\d.,])(?:\s*(?:km|h|Std\.?|Stk\.?|Stück|)"
+        uR"([\s(])[x×]\s*(?<after>\d{1,4}(?:[.,]\d{1,2})?)(?![\d.,])(?:\s*(?:km|h|Std\.?|Stk\.?|Stück|)"
         uR"(pcs|Seiten|pages|Wörter|words|Nächte|nights)(?![\p{L}]))?)"_s,
         anyCase);
     static const Re counted(uR"((?<![\w.,])(?<m>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}{2,}\.?)"_s, anyCase);

@@ -502,6 +502,17 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                     signer = name;
                 }
     }
+    // "… email the invoice to me.\n\nRosa Garcia": a name alone on the last line, set apart.
+    if (signedAt < 0 && closing < 0) {
+        int last = int(entries.size()) - 1;
+        while (last >= 0 && entries[last].isBlank())
+            --last;
+        if (last >= 1 && entries[last - 1].isBlank() && entries[last].role == Role::none)
+            if (const auto name = personName(entries[last].text)) {
+                signedAt = last;
+                signer = name;
+            }
+    }
     if (signedAt >= 0) {
         closing = signedAt;
     } else if (closing >= 0) {

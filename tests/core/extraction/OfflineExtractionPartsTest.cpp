@@ -839,6 +839,8 @@ TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
     // Words in parentheses stay as written.
     EXPECT_EQ(itemsOf(u"For October:\n- 3 blog posts (1,500 words each) @ $275/post"_s).value(0).description,
               u"blog posts (1,500 words each)"_s);
+    // "(x4)" after the name counts it.
+    EXPECT_EQ(itemsOf(u"Invoice please:\nBridesmaid bouquets (x4) $65 each"_s).value(0).quantity, 4);
     // Dot leaders of a price list are a gap between the columns.
     const QList<ExtractedItem> listed =
         itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
@@ -866,6 +868,9 @@ TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
         {u"could you invoice me for the 3 massages? £50 each – Emma Clarke 🙂"_s, u"Emma Clarke"_s},
         {u"Hoi, bitte d Rächnig für 4 Lektione à Fr. 80.–. Gruess Nina Frei"_s, u"Nina Frei"_s},
         {u"Bitte verrechnen: 4 Stunden à CHF 180.–\n\nLiebe Grüess\nCorinne Frei"_s, u"Corinne Frei"_s},
+        // a name alone on the last line, set apart from the text
+        {u"Thanks Kim! 6 lessons at $60 each, please email the invoice to me.\n\nRosa Garcia"_s,
+         u"Rosa Garcia"_s},
         // a surname that is also a word
         {u"Please invoice 2 hours at £40 per hour.\n\nThanks\nOliver Price"_s, u"Oliver Price"_s},
         {u"Thanks for Saturday! Bill it to me: Mia Lopez, 12 Oak Ave, Austin, TX 78701"_s, u"Mia Lopez"_s},
