@@ -257,7 +257,7 @@ QList<DateFound> datesWritten(const QString& line)
     // from the first to the last.
     static const Re dayList(u"(?<![\\d.,])(\\d{1,2})(?:\\.|"_s + ordinal +
                                 u")?((?:\\s*,\\s*\\d{1,2}(?:\\.|"_s + ordinal +
-                                u")?)+)\\s*,?\\s*(?:and|und|&)\\s*(\\d{1,2})(?:\\.|"_s + ordinal +
+                                u")?){1,30})\\s*,?\\s*(?:and|und|&)\\s*(\\d{1,2})(?:\\.|"_s + ordinal +
                                 u")?\\s*(?:of\\s+)?"_s + month + u"\\s*,?\\s*(\\d{4})"_s,
                             anyCase);
     scan(months && connected, dayList, [&](const Match& m) {

@@ -495,7 +495,7 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         int last = int(entries.size()) - 1;
         while (last >= 0 && entries[last].isBlank())
             --last;
-        if (last > closing && entries[last].role == Role::none)
+        if (last > closing && entries[last].role == Role::none && entries[last].text.size() <= 400)
             if (const Match m = dashSigned.match(entries[last].text); m.hasMatch())
                 if (const auto name = personName(m.captured(1))) {
                     signedAt = last;
