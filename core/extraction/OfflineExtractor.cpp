@@ -81,7 +81,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         anyCase);
     static const Re purchaseOrder(
         uR"((?<![\w-])(PO-\d[A-Za-z0-9\-_/]*)|(?<![\w-])(?:PO|P\.O\.)(?:\s*(?:[Nn]umber|[Nn]o\.?|#|)"
-        uR"(-?Nr\.?))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
+        uR"(-?Nr\.?))?(?:\s+for\s+(?:this|it|the\s+\p{L}+))?\s*[:#]?\s*(?:(?:is|lautet|ist)\s+)?)"_s +
             value,
         sameCase);
     static const Re reference(
@@ -196,7 +196,8 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
     // only a reply that agrees to it takes them from there.
     static const Re agrees(
         uR"(\bso\s+(?:abrechnen|berechnen|verrechnen|in\s+Rechnung)|wie\s+(?:angeboten|vorgeschlagen)|)"
-        uR"(\bpasst\b|einverstanden|as\s+(?:quoted|proposed)|sounds\s+good|go\s+ahead\s+as)"_s,
+        uR"(\bpasst\b|einverstanden|as\s+(?:quoted|proposed)|sounds\s+good|go\s+ahead\s+(?:as|and\s+invoice)|)"
+        uR"(\bapproved\b|freigegeben|genehmigt)"_s,
         anyCase);
     if (items.items.isEmpty() && std::any_of(lines.cbegin(), lines.cend(), [](const TextLine& line) {
             return agrees.match(line.plain).hasMatch();

@@ -223,7 +223,8 @@ bool isLineTwo(const QString& text)
     static const Re numberedRoom(uR"(^(?:Studio|Office|Workshop|Atelier|Büro|Praxis)\s+\d{1,4}[A-Za-z]?$)"_s,
                                  anyCase);
     static const Re building(
-        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:House|Court|Chambers|Tower|Lodge|Mill|Works|Buildings)$)"_s,
+        uR"(^(?:\p{Lu}[\p{Ll}'’]+\s+){1,3}(?:House|Court|Chambers|Tower|Lodge|Mill|Works|Buildings|Cottage|Barn|)"
+        uR"(Granary|Farm|Hall|Rectory|Vicarage|Manor|Studios)$)"_s,
         sameCase);
     return text.size() <= 60 && (pattern.match(text).hasMatch() || numberedRoom.match(text).hasMatch() ||
                                  building.match(text).hasMatch());
@@ -231,8 +232,9 @@ bool isLineTwo(const QString& text)
 
 bool isStreet(const QString& text)
 {
+    // "Hauptstraße 71/2/14": Austrian addresses add the staircase and the door.
     static const Re continental(
-        uR"(^\p{L}[\p{L}\d.'’\- ]{1,50}?\s\d{1,4}\s?[a-zA-Z]?(?:\s?[-–/+]\s?\d{1,4}\s?[a-zA-Z]?)?$)"_s,
+        uR"(^\p{L}[\p{L}\d.'’\- ]{1,50}?\s\d{1,4}\s?[a-zA-Z]?(?:\s?[-–/+]\s?\d{1,4}\s?[a-zA-Z]?){0,3}$)"_s,
         sameCase);
     static const Re numberFirst(
         uR"(^\d{1,5}[A-Za-z]?(?:[-–]\d{1,5}[A-Za-z]?)?,?\s+(?:\p{L}|\d{1,3}(?:st|nd|rd|th)\b))"
@@ -277,7 +279,9 @@ const QSet<QString>& nameStopWords()
             u"leistung leistungen leistungszeitraum std stunden tage tel fax telefon mobil bank "
             u"sparkasse volksbank herzlich willkommen adresse anschrift rechnungsadresse "
             u"lieferadresse kunde customer client hinweis note anmerkung nachricht message "
-            u"gesendet sent von from an to cc wie geht gut alles okay ok schönen"_s;
+            u"gesendet sent von from an to cc wie geht gut alles okay ok schönen managing senior junior "
+            u"chief "
+            u"executive editor management team"_s;
         for (const QString& word : list.split(u' ', Qt::SkipEmptyParts))
             set.insert(word);
         return set;
@@ -291,7 +295,9 @@ const Re& officePattern()
 {
     static const Re pattern(
         uR"(^(?:i\.\s?A\.|i\.\s?V\.|ppa\.|Inh\.|Inhaber(?:in)?:?|Kassenwart(?:in)?|Kassierer(?:in)?|)"
-        uR"(Schatzmeister(?:in)?|Vorsitzende[r]?|1\.\s*Vorsitzende[r]?|Owner:?)\s+)"_s,
+        uR"(Schatzmeister(?:in)?|Vorsitzende[r]?|1\.\s*Vorsitzende[r]?|Owner:?|Rechtsanwalt|Rechtsanwältin|)"
+        uR"(Steuerberater(?:in)?|Notar(?:in)?|Architekt(?:in)?|Zahnarzt|Zahnärztin|Tierarzt|Tierärztin|Arzt|)"
+        uR"(Ärztin|Fachanwalt|Fachanwältin)\s+(?=\S))"_s,
         sameCase);
     return pattern;
 }
@@ -326,6 +332,9 @@ std::optional<QString> personName(QString text)
     const QStringList tokens = text.split(u' ', Qt::SkipEmptyParts);
     if (tokens.isEmpty() || tokens.size() > 5)
         return std::nullopt;
+    // Words that are surnames as often as anything else ("Hannah Price", "Tom Best"): only after a
+    // first name.
+    static const QSet<QString> surnames{u"price"_s, u"bank"_s, u"best"_s, u"kind"_s, u"summe"_s, u"young"_s};
     int proper = 0;
     bool lastProper = false;
     for (const QString& token : tokens) {
@@ -341,7 +350,9 @@ std::optional<QString> personName(QString text)
             lastProper = false;
             continue;
         }
-        if (!word.match(token).hasMatch() || nameStopWords().contains(token.toLower()))
+        if (!word.match(token).hasMatch() ||
+            (nameStopWords().contains(token.toLower()) &&
+             !(proper > 0 && &token == &tokens.last() && surnames.contains(token.toLower()))))
             return std::nullopt;
         if (token.size() == 2 && token.endsWith(u'.')) {
             lastProper = false;
@@ -364,7 +375,7 @@ bool hasLegalForm(const QString& text)
         uR"(LLP|Inc\.?|Incorporated|Corp\.?|Corporation|PLC|plc|S\.A\.S\.?|S\.A\.|SAS|SA|SARL|)"
         uR"(S\.à\s?r\.l\.|Sàrl|S\.r\.l\.|Srl|S\.p\.A\.|SpA|B\.V\.|BV|N\.V\.|NV|AB|ApS|A/S|AS|ASA|Oy|)"
         uR"(Oyj|Pty\.?\s*Ltd\.?|s\.r\.o\.|sp\.\s*z\s*o\.\s*o\.|Kft\.?|GesmbH|Ges\.m\.b\.H\.|)"
-        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne|e\.\s?U\.|OG|KEG|GesbR|PLLC|Co\.(?=$)|LLP)(?=$|[\s,.);]))"_s,
+        uR"(&\s*Co\.?|&\s*Partner|&\s*Sons|&\s*Söhne|&\s*Daughters|&\s*Töchter|e\.\s?U\.|OG|KEG|GesbR|PLLC|Co\.(?=$)|LLP)(?=$|[\s,.);]))"_s,
         sameCase);
     return text.size() <= 80 && legalForm.match(text).hasMatch();
 }
@@ -372,7 +383,9 @@ bool hasLegalForm(const QString& text)
 bool soundsLikeBusiness(const QString& text)
 {
     static const Re stems(
-        uR"((?:agentur|kanzlei|architekt|consult|solutions|software|technolog|logistik|logistics|tischlerei|)"
+        uR"((?:agentur|kanzlei|architekt|architect|consult|praxis|büro|schule|akademie|academy|school|)"
+        uR"(college|kindergarten|kirche|church|council|charity|stiftung|\p{L}{3,}erei\b|\p{L}{3,}service\b|)"
+        uR"(\p{L}{3,}dienst\b|solutions|software|technolog|logistik|logistics|tischlerei|)"
         uR"(schreinerei|dental|bibliothek|museum|)"
         uR"(immobilien|manufaktur|druckerei|werkstatt|stiftung|institut|universit|hochschule|)"
         uR"(apotheke|bäckerei|verlag|holding|gruppe|verein|steuerberat|rechtsanw|versicherung|)"
@@ -384,9 +397,16 @@ bool soundsLikeBusiness(const QString& text)
         uR"(Restaurant|Café|Cafe|Labs|Services|Agency|Club|Center|Centre|Zentrum|Schule|Klinik|)"
         uR"(Praxis|Gemeinde|Foundation|Trading|Ventures|Capital|Association|Society|Company|Werbung|)"
         uR"(Events|Productions|Systems|Systeme|Galerie|Gallery|Shop|Store|Bistro|Bar|Clinic|Hospital|)"
-        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice)\b)"_s,
+        uR"(Dentistry|Pharmacy|Veterinary|Surgery|Practice|Union|Trust|Kita|University|Institute|Organics|Foods|)"
+        uR"(Farms|Brands|Goods|Supplies|Industries|Holdings|Enterprises|Associates|Builders|Construction|)"
+        uR"(Landscaping|Realty|Properties|Motors|Outfitters|Apparel|Interiors|Kitchens|Catering|Logistics|)"
+        uR"(Consulting|Marketing|Publishing|Records|Films|Pictures|Entertainment|Health|Wellness|Fitness)\b)"_s,
         sameCase);
-    return text.size() <= 80 && (stems.match(text).hasMatch() || words.match(text).hasMatch());
+    // "Blumenhaus Vogel", "Friseursalon Kern": a trade's place before the owner's name.
+    static const Re place(uR"(^\p{Lu}\p{Ll}+(?:haus|laden|salon|studio|markt|stube|küche|garten)\s)"_s,
+                          sameCase);
+    return text.size() <= 80 &&
+           (stems.match(text).hasMatch() || words.match(text).hasMatch() || place.match(text).hasMatch());
 }
 
 bool isRoleLine(const QString& text)
@@ -401,7 +421,9 @@ bool isRoleLine(const QString& text)
         uR"(Co-Founder|Gründer(?:in)?|Director|Manager(?:in)?|Head\s+of|Lead|Officer|Assistant|)"
         uR"(Coordinator|Accounts\s+Payable|Accounting|Finance|Procurement|Purchasing|Department|)"
         uR"(Dept\.|Owner|President|VP|Consultant|Berater(?:in)?|Redaktion|Redakteur(?:in)?|Lektorat|)"
-        uR"(Marketing|HR)\b)"_s,
+        uR"(Marketing|HR|Editor|Chief|Producer|Engineer|Administrator|Secretary|Treasurer|Supervisor|)"
+        uR"(Specialist|Analyst|Executive|Accountant|Buyer|Bookkeeper|Buchhalter(?:in)?|Einkäufer(?:in)?|)"
+        uR"(\w*[Mm]anagement|Verwaltung|Team)\b)"_s,
         sameCase);
     return bare.match(text).hasMatch() || (text.size() <= 60 && role.match(text).hasMatch());
 }
@@ -421,7 +443,7 @@ bool isClosing(const QString& text)
         uR"(^(?:(?:mit\s+)?(?:freundlichen|freundliche|viele|vielen|beste|besten|liebe|lieben|)"
         uR"(herzliche|herzlichen|schöne|schönen|sonnige|kollegiale|kollegialen)\s+gr(?:ü|ue|u)(?:ß|)"
         uR"(ss)(?:e|en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+){0,2}gr(?:ü|ue|u)(?:ß|ss)(?:e|)"
-        uR"(en)?(?:\s+aus\s+.+)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
+        uR"(en)?(?:\s+aus\s+.+)?|(?:\p{L}+\s+)?gr(?:ü|ue|u)ess(?:li|e)?|mfg|lg|vg|bg|thx|ta|(?:best|kind|warm|warmest)\s+regards|regards|best|)"
         uR"(best\s+wishes|all\s+the\s+best|cheers|thanks|thank\s+you|many\s+thanks|thanks\s+again|)"
         uR"(thanks\s+a\s+lot|thanks\s+so\s+much|sincerely|yours\s+sincerely|yours\s+faithfully|)"
         uR"(yours\s+truly|(?:vielen\s+)?dank(?:e)?(?:\s+(?:und|&)\s+.{0,30}gr(?:ü|ue|u)(?:ß|ss)e)?|)"

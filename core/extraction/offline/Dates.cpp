@@ -253,6 +253,25 @@ QList<DateFound> datesWritten(const QString& line)
         return start;
     };
 
+    // "2, 3, 5 and 6 March 2026", "am 3., 4. und 7. März 2026": days listed in one month, worked
+    // from the first to the last.
+    static const Re dayList(u"(?<![\\d.,])(\\d{1,2})(?:\\.|"_s + ordinal +
+                                u")?((?:\\s*,\\s*\\d{1,2}(?:\\.|"_s + ordinal +
+                                u")?){1,30})\\s*,?\\s*(?:and|und|&)\\s*(\\d{1,2})(?:\\.|"_s + ordinal +
+                                u")?\\s*(?:of\\s+)?"_s + month + u"\\s*,?\\s*(\\d{4})"_s,
+                            anyCase);
+    scan(months && connected, dayList, [&](const Match& m) {
+        const int monthValue = monthNumber(m.captured(4));
+        const QDate end(yearOf(m.captured(5)), monthValue, m.captured(3).toInt());
+        const QDate start(end.year(), monthValue, m.captured(1).toInt());
+        if (start.isValid() && end.isValid() && start < end &&
+            std::none_of(taken.cbegin(), taken.cend(), [&](const Span& s) {
+                return overlaps(s, {m.capturedStart(), m.capturedEnd()});
+            })) {
+            taken.append({m.capturedStart(), m.capturedEnd()});
+            found.append({start, end, {m.capturedStart(), m.capturedEnd()}, false});
+        }
+    });
     scan(dash, isoRange, [&](const Match& m) {
         add(m, QDate(m.captured(1).toInt(), m.captured(2).toInt(), m.captured(3).toInt()),
             QDate(m.captured(4).toInt(), m.captured(5).toInt(), m.captured(6).toInt()));
@@ -331,6 +350,17 @@ QList<DateFound> datesWritten(const QString& line)
         if (first.isValid() && last.isValid())
             add(m, first, last.addDays(6));
     });
+    // "Jan–Dez 2025", "March to May 2026": whole months, from the first to the last.
+    static const Re monthRange(u"\\b"_s + month + u"\\.?\\s*(?:[-–—]|bis|to|until|through)\\s*"_s + month +
+                                   u"\\.?\\s+(\\d{4})\\b"_s,
+                               anyCase);
+    scan(months && connected, monthRange, [&](const Match& m) {
+        const QDate end(m.captured(3).toInt(), monthNumber(m.captured(2)), 1);
+        QDate start(end.year(), monthNumber(m.captured(1)), 1);
+        if (start.isValid() && start > end)
+            start = start.addYears(-1);
+        add(m, start, end.isValid() ? end.addMonths(1).addDays(-1) : QDate(), true);
+    });
     scan(months, monthYear, [&](const Match& m) {
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
@@ -371,7 +401,7 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Lieferzeitraum|Ausführungsdatum|Ausführungszeitraum|Abrechnungszeitraum|Einsatzzeitraum|)"
         uR"(Projektzeitraum|Zeitraum|service\s+(?:period|date)|date\s+of\s+(?:service|supply|)"
         uR"(delivery)|period\s+of\s+(?:service|performance)|performance\s+period|delivery\s+(?:date|)"
-        uR"(period)|billing\s+period)"_s,
+        uR"(period)|billing\s+period|\bPeriod\s*:)"_s,
         anyCase);
     static const Re work(
         uR"(\b(?:Workshops?|Schulung|Seminar|Training|Einsatz|gearbeitet|Arbeiten|erbracht|)"
@@ -382,6 +412,14 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
         uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b)"_s,
         anyCase);
+    // What was done on a day, named by the occasion: "an unserer Generalversammlung vom 19.
+    // September", "Gartenarbeiten vom 3. bis 7. August", "for the fall gala on October 17".
+    static const Re occasion(uR"((?:versammlung|feier\b|fest\b|gala\b|hochzeit|wedding|tagung|arbeiten\b|)"
+                             uR"(\bparty\b|\bevent\b|\bceremony\b))"_s,
+                             anyCase);
+    // "bis Oktober 2026", "since March 2026": a month that bounds, not one worked.
+    static const Re bounding(
+        uR"(\b(?:seit|since|ab|bis|until|till|before|vor|nach|after|from|von|vom)\s*$)"_s, anyCase);
     static const Re negative(
         uR"(Rechnungsdatum|Invoice\s+date|Bestelldatum|Order\s+date|Auftragsdatum|Angebotsdatum|)"
         uR"(Gesendet|schrieb|wrote|fällig|Fälligkeit|Zahlungsziel|zahlbar|Zahlung|bezahlt|)"
@@ -394,9 +432,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
     // another clause.
-    static const Re limit(uR"((?:bis\s+zum|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
-                          uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
-                          anyCase);
+    static const Re limit(
+        uR"((?:\bbis(?:\s+zum|\s+spätestens)?|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
+        uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
+        anyCase);
     // A month counts as the period only where it says when the work was done or what is billed:
     // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".
     static const Re monthLead(uR"(\b(?:im|in|for|für|during|während|over|Monat|month\s+of|Monats?)\s+)"
@@ -418,11 +457,15 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     QList<Candidate> ranges;
     QList<Candidate> singles;
     QList<Candidate> monthsWorked;
+    int firstLine = 0;
+    while (firstLine < lines.size() && lines[firstLine].plain.isEmpty())
+        ++firstLine;
     for (int i = 0; i < lines.size(); ++i) {
         const QString& line = lines[i].plain;
         const QList<DateFound>& dates = lines[i].dates;
         if (dates.isEmpty())
             continue;
+        const bool workLine = work.match(line).hasMatch() || occasion.match(line).hasMatch();
         if (sentLine.match(line).hasMatch())
             continue;
         const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
@@ -444,14 +487,20 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             }
             if (date.wholeMonth) {
                 // "im März 2026 findet unser Sommerfest statt" names an event, not work billed.
-                const bool subjectLine = reach == 0 && subject.match(before).hasMatch();
+                // A title that ends in the month ("IT support log - October 2026") heads what follows.
+                const bool subjectLine =
+                    reach == 0 && (subject.match(before).hasMatch() ||
+                                   (i == firstLine && line.mid(date.span.to).trimmed().isEmpty()));
+                // On an item line the month dates the item: "Klavierunterricht Oktober 2026: 4 Std.",
+                // "6 yoga classes @ $85, Feb 2026".
                 if ((monthLead.match(window).hasMatch() &&
                      (itemLines.contains(i) || billed.match(line).hasMatch())) ||
-                    (subjectLine && work.match(line).hasMatch()))
+                    (itemLines.contains(i) && !bounding.match(window).hasMatch()) ||
+                    (subjectLine && workLine))
                     monthsWorked.append(candidate);
                 continue;
             }
-            if (!work.match(line).hasMatch() && !itemLines.contains(i))
+            if (!workLine && !itemLines.contains(i))
                 continue;
             (date.end.isValid() ? ranges : singles).append(candidate);
         }

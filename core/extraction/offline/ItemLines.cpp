@@ -35,7 +35,7 @@ std::optional<ExtractedUnit> unitFromWord(QString word)
         add(ExtractedUnit::lumpSum,
             u"pauschal|pauschale|pauschalen|pauschalpreis|flat|pauschalbetrag|psch|pausch|flat fee|flat "
             u"fees|lump sums|"
-            u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|"
+            u"flat rate|flat-rate|lump sum|lump-sum|lumpsum|fixed price|fixed fee|festpreis|ls|fixed|"
             u"pschl"_s);
         add(std::nullopt, u"monat|monate|monaten|month|months|mon|mt|jahr|jahre|year|years"_s);
         return table;
@@ -72,12 +72,13 @@ bool isVatLine(const QString& line)
 
 QString withoutBullet(const QString& line)
 {
-    static const Re bullet(uR"(^(?:[-*•·–+]\s+|\d{1,2}[.)]\s+(?=\D)|Pos\.?\s*\d+[:.)]?\s+|#\d+\s+))"_s,
-                           anyCase);
+    static const Re bullet(
+        uR"(^(?:[-*•·–+]\s+|\d{1,2}[.)]\s+(?=\D)|[a-z]\)\s+|Pos\.?\s*\d+[:.)]?\s+|#\d+\s+))"_s, anyCase);
     const QChar first = line.isEmpty() ? QChar() : line.front();
     const bool candidate = first.isDigit() || first == u'-' || first == u'*' || first == u'•' ||
                            first == u'·' || first == u'–' || first == u'+' || first == u'#' ||
-                           first == u'P' || first == u'p';
+                           first == u'P' || first == u'p' ||
+                           (first.isLower() && line.size() > 2 && line[1] == u')');
     const Match m = candidate ? bullet.match(line) : Match();
     return m.hasMatch() ? line.mid(m.capturedLength()) : line;
 }
@@ -85,8 +86,8 @@ QString withoutBullet(const QString& line)
 QString cleanDescription(const QString& line, const QList<Span>& spans)
 {
     static const Re fillers(
-        uR"((?<![\p{L}])(?:zzgl\.?|inkl\.?|exkl\.?|excl\.?|incl\.?|zuzüglich|netto|net|brutto|gross|)"
-        uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|)"
+        uR"((?<![\p{L}])(?:zzgl\.?|exkl\.?|excl\.?|zuzüglich|netto|net|brutto|gross|)"
+        uR"(plus|EUR|Euro|USD|GBP|CHF|pauschal|Pauschale|Pauschalpreis|Festpreis|flat\s+fee|flat(?!\s+white)|)"
         uR"(flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|Stundensatz|Tagessatz|Tagsatz|Stundenansatz|)"
         uR"(Tagesansatz|hourly\s+rate|day\s+rate|)"
         uR"(daily\s+rate|each|je|pro\s+Stück|per\s+piece)(?![\p{L}]))"_s,
@@ -95,12 +96,31 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     static const Re emptyParentheses(uR"(\(\s*[,;]?\s*\))"_s, sameCase);
     static const Re edges(uR"(^[\s:;,\-–—=|/@*(+]+|[\s:;,\-–—=|/@*(+]+$)"_s, sameCase);
     static const Re danglingWord(
-        uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on)$)"_s, anyCase);
+        uR"((?:^|\s)(?:à|á|at|je|für|for|zu|a|x|×|@|each|per|pro|zum|von|am|vom|on|inkl\.?|incl\.?)$)"_s,
+        anyCase);
     static const Re leadingWord(
         uR"(^(?:à|á|x|×|@|(?:of|for|für|add|include|dazu)\s+(?:(?:the|die|das|den|dem)\s+)?(?=\S))(?:\s|$)?)"_s,
         anyCase);
     QString text = masked(line, spans);
-    text.replace(fillers, u" "_s);
+    // Outside parentheses only: "(1,500 words each)" says what the item is.
+    {
+        QString outside = text;
+        int depth = 0;
+        for (QChar& c : outside) {
+            depth += c == u'(' ? 1 : 0;
+            const bool inside = depth > 0;
+            depth -= c == u')' && depth > 0 ? 1 : 0;
+            if (inside)
+                c = u'\x01';
+        }
+        auto it = fillers.globalMatch(outside);
+        QList<Span> found;
+        while (it.hasNext()) {
+            const Match m = it.next();
+            found.append({m.capturedStart(), m.capturedEnd()});
+        }
+        text = masked(text, found);
+    }
     text.replace(symbols, u" "_s);
     text = text.simplified();
     for (int round = 0; round < 4; ++round) {
@@ -117,8 +137,14 @@ QString cleanDescription(const QString& line, const QList<Span>& spans)
     // "Honorar: 1.800 € netto für den Vortrag": the label prices, the words after it name the work.
     static const Re labelled(
         uR"(^([\p{L} ]{2,30}):\s+(?:(?:für|fuer|for)\s+(?:(?:den|die|das|the)\s+)?)?(\S.*)$)"_s, anyCase);
+    // "Leistung: 8 x Unterhaltsreinigung": a heading that says an item follows.
+    static const Re heading(
+        uR"(^(?:Leistung(?:en)?|Services?|Work|Tätigkeit|Position|Posten|Artikel|Items?|Auftrag|)"
+        uR"(Job|Description|Beschreibung|Bezeichnung|Produkt|Product|Task|Aufgabe)$)"_s,
+        anyCase);
     if (const Match m = text.contains(u':') ? labelled.match(text) : Match();
-        m.hasMatch() && isLabelOnlyDescription(m.captured(1).trimmed()))
+        m.hasMatch() && (isLabelOnlyDescription(m.captured(1).trimmed()) ||
+                         heading.match(m.captured(1).trimmed()).hasMatch()))
         text = m.captured(2);
     text = withParenthesesMended(text);
     text = text.simplified();
@@ -145,18 +171,19 @@ const Re& countNoun()
 std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& money, bool pricedPerUnit)
 {
     static const Re withUnit(
-        uR"((?<![\w.,])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
+        uR"((?<![\w.,/])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
         uR"((?<u>Arbeitsstunden|Stunden|Stunde|Std\.?|hours|hour|hrs\.?|hr\.?|h|Personentage|)"
         uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
         uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
         uR"(wks\.?|wk\.?|Stück|Stck\.?|Stk\.?|pcs\.?|pieces|piece|pc\.?|Exemplare|Monaten|Monate|)"
-        uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?)(?![\p{L}])))"_s,
+        uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?|)"
+        uR"(m²|m³|qm|cbm|lfm|km|kg)(?![\p{L}\d])))"_s,
         anyCase);
     static const Re beforeEach(
         uR"((?<![\w.,])(?<q>\d{1,4}(?:[.,]\d{1,2})?)\s*(?=(?:à|á|@|je|each)\s*(?:[\d€$£]|EUR|CHF|)"
         uR"(GBP|USD))|(?<![\w.,])(?<n>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}[\p{L}\-]*\s+(?=(?:à|á|)"
         uR"(@|je|each|at)\s*(?:[\d€$£]|EUR|CHF|GBP|USD))|^(?<lead>\d{1,3})\s+(?=\p{L})|(?:^|)"
-        uR"(\s)[x×]\s*(?<after>\d{1,4}(?:[.,]\d{1,2})?)(?![\d.,])(?:\s*(?:km|h|Std\.?|Stk\.?|Stück|)"
+        uR"([\s(])[x×]\s*(?<after>\d{1,4}(?:[.,]\d{1,2})?)(?![\d.,])(?:\s*(?:km|h|Std\.?|Stk\.?|Stück|)"
         uR"(pcs|Seiten|pages|Wörter|words|Nächte|nights)(?![\p{L}]))?)"_s,
         anyCase);
     static const Re counted(uR"((?<![\w.,])(?<m>\d{1,3}(?:[.,']\d{3})+|\d{1,4})\s+\p{L}{2,}\.?)"_s, anyCase);
@@ -164,6 +191,35 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         return std::none_of(money.cbegin(), money.cend(),
                             [&](const Money& m) { return overlaps(m.span, span); });
     };
+    // "8 Termine à 1,5 Std.", "3 Mann à 8 Stunden": so many times so much time.
+    static const Re product(
+        uR"((?<![\w.,])(\d{1,3})\s+\p{L}[\p{L}\-]*\s+(?:à|á|a|x|×|je|zu\s+je|of)\s+)"
+        uR"((\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?)(?![\p{L}]))"_s,
+        anyCase);
+    // "5 hrs x 2 bartenders": the same the other way round.
+    static const Re timesMany(
+        uR"((?<![\w.,])(\d{1,3}(?:[.,]\d{1,2})?)\s*(Stunden|Std\.?|hours|hrs?\.?|h|Tage|days?))"
+        uR"(\s*[x×]\s*(\d{1,3})\s+\p{L}[\p{L}\-]*)"_s,
+        anyCase);
+    const bool joined = text.contains(u'à') || text.contains(u'á') || text.contains(u'×') ||
+                        text.contains(u" x "_s) || text.contains(u" je "_s) || text.contains(u" of "_s) ||
+                        text.contains(u" a "_s);
+    if (const Match m = joined ? product.match(text) : Match(); m.hasMatch()) {
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        const auto count = parseNumber(m.captured(1));
+        const auto each = parseNumber(m.captured(2));
+        if (clear(span) && count && each && *count > 0 && *each > 0)
+            if (const auto total = exactCents(*count * *each))
+                return Quantity{*total, unitFromWord(m.captured(3)), span};
+    }
+    if (const Match m = joined ? timesMany.match(text) : Match(); m.hasMatch()) {
+        const Span span{m.capturedStart(), m.capturedEnd()};
+        const auto each = parseNumber(m.captured(1));
+        const auto count = parseNumber(m.captured(3));
+        if (clear(span) && count && each && *count > 0 && *each > 0)
+            if (const auto total = exactCents(*count * *each))
+                return Quantity{*total, unitFromWord(m.captured(2)), span};
+    }
     auto it = withUnit.globalMatch(text);
     while (it.hasNext()) {
         const Match m = it.next();
@@ -321,8 +377,9 @@ QString tidyDescription(QString text)
     // "Inhouse-Schulung zum Tagsatz von", "design work at the agreed rate of": the rate's words
     // stay behind when its amount is read.
     static const Re rateTail(
-        uR"(\s+(?:zum|zu|zu\s+einem|mit\s+dem|at|for|on)\s+(?:(?:the|our|your|a|an|dem|einem|unserem|)"
-        uR"(vereinbarten|agreed|usual|üblichen)\s+)*(?:Tagsatz|Tagessatz|Stundensatz|Stundenansatz|)"
+        uR"(\s+(?:zum|zu|zu\s+einem|mit\s+dem|at|for|on)\s+(?:(?:the|our|your|my|a|an|dem|einem|unserem|)"
+        uR"(Ihrem|ihrem|deinem|eurem|meinem|neuen|new|current|aktuellen|bisherigen|vereinbarten|agreed|usual|)"
+        uR"(üblichen)\s+)*(?:Tagsatz|Tagessatz|Stundensatz|Stundenansatz|)"
         uR"(Tagesansatz|Satz|Preis|Festpreis|Pauschalpreis|rate|day\s+rate|hourly\s+rate|daily\s+rate|)"
         uR"(price|fixed\s+price|fee)(?:\s+(?:von|of))?$)"_s,
         anyCase);
@@ -351,7 +408,8 @@ bool isWorkDescription(const QString& description)
     // Words that name no work on their own: "flat", "each", "total", "net".
     static const Re bareWord(
         uR"(^(?:flat|each|total|net|gross|extra|more|less|plus|minus|pauschal|je|pro|netto|brutto|insgesamt|)"
-        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit)$)"_s,
+        uR"(zusätzlich|extra|delay|Verspätung|Wartezeit|(?:pro|per|je|a|an|die|the)\s+(?:Stunde|Std\.?|hour|Tag|)"
+        uR"(day|Stück|piece|Woche|week))$)"_s,
         anyCase);
     const QString text = description.trimmed();
     return !text.isEmpty() && !clauseStart.match(text).hasMatch() && !bareWord.match(text).hasMatch() &&
@@ -431,8 +489,14 @@ QList<Span> notPrices(const QString& line, const Vat& vat, const QList<Span>& da
 
 QList<PricedMoney> pricesIn(const QString& text, bool documentCurrency)
 {
+    // "3 Mann à 8 Stunden": a bare number followed by what it counts is a quantity.
+    static const Re counts(uR"(^\s*(?:Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?|Wochen|weeks?|)"
+                           uR"(Stück|Stk\.?|pcs|pieces|Personen|people|Mann|m²|m³|km|kg)(?![\p{L}\d]))"_s,
+                           anyCase);
     QList<PricedMoney> prices;
     for (const Money& money : moneyIn(text)) {
+        if (money.currency.isEmpty() && !money.dash && counts.match(text.mid(money.span.to)).hasMatch())
+            continue;
         const PricedMoney priced = priceRole(text, money);
         // Bare numbers are prices only where the line marks them as such.
         const bool trailing = text.mid(money.span.to).trimmed().isEmpty();
@@ -495,13 +559,47 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
     }
     static const Re lumpSum(
         uR"((?<![\p{L}-])(?:\p{L}*pauschale|pauschal|Pauschalpreis|Pauschalbetrag|Festpreis|)"
-        uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}-]))"_s,
         anyCase);
+    // "Cable management (fixed)": the price marked as fixed in brackets after the name.
+    static const Re markedFixed(
+        uR"(\(\s*(?:fixed|flat|pauschal|Pauschale|Festpreis|fixed\s+fee|flat\s+fee|lump\s+sum)\s*\))"_s,
+        anyCase);
+    const Match fixed = markedFixed.match(text);
+    if (fixed.hasMatch())
+        used.append({fixed.capturedStart(), fixed.capturedEnd()});
     // "Kilometerpauschale … x 120 km" is a rate, not a lump sum.
-    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) && lumpSum.match(text).hasMatch())
+    if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
+        (lumpSum.match(text).hasMatch() || fixed.hasMatch()))
         draft.item.unit = ExtractedUnit::lumpSum;
-    const QString description = cleanDescription(text, used);
+    QString description = cleanDescription(text, used);
     if (description.isEmpty() && !quantity)
+        return std::nullopt;
+    // "12 Reels-Schnitt à 35 €": nothing else names the work but the word counted.
+    static const Re countedName(uR"(^[\d.,']+\s+(\p{Lu}[\p{L}\-]{2,})$)"_s, sameCase);
+    if (const Match m =
+            description.isEmpty() && quantity && !quantity->unit
+                ? countedName.match(
+                      text.mid(quantity->span.from, quantity->span.to - quantity->span.from).trimmed())
+                : Match();
+        m.hasMatch())
+        description = m.captured(1);
+    // "Workshop facilitation, 2 sessions – $900 each": the word counted is no part of the name.
+    static const Re countedWord(uR"(^\s*(\p{L}{3,})\b)"_s, sameCase);
+    if (const Match m =
+            quantity && !quantity->unit ? countedWord.match(text.mid(quantity->span.to)) : Match();
+        m.hasMatch() && description.endsWith(u' ' + m.captured(1))) {
+        QString rest = description.left(description.size() - m.captured(1).size()).trimmed();
+        // Only where a comma or a dash sets the count apart from the name.
+        const bool apart = rest.endsWith(u',') || rest.endsWith(u'-') || rest.endsWith(u'–');
+        while (rest.endsWith(u',') || rest.endsWith(u'-') || rest.endsWith(u'–'))
+            rest = rest.chopped(1).trimmed();
+        if (apart && !rest.isEmpty())
+            description = rest;
+    }
+    // "Visitenkarten 500 St. 2 49,00": an amount left in the name is a column misread.
+    static const Re amountLeft(uR"((?<![\d.,])\d{1,3}(?:[.,']\d{3})*[.,]\d{2}(?![\d.,]))"_s, sameCase);
+    if (amountLeft.match(description).hasMatch())
         return std::nullopt;
     if (!description.isEmpty() &&
         (isProse(description) || isLabelOnlyDescription(description) || !isPlausibleDescription(description)))

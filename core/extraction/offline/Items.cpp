@@ -163,7 +163,7 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         add(Column::description,
             u"beschreibung|leistung|leistungen|leistungsbeschreibung|bezeichnung|artikel|artikelbezeichnung|"
             u"position|tätigkeit|description|item|items|service|services|product|produkt|task|text|"
-            u"positionstext"_s);
+            u"positionstext|project|projekt|aufgabe|activity|work|arbeit"_s);
         add(Column::quantity, u"menge|anzahl|anz|qty|quantity|stück|stk|units|anzahl stunden|amount of"_s);
         add(Column::hours, u"stunden|std|hours|hrs|h"_s);
         add(Column::days, u"tage|days|personentage|pt"_s);
@@ -172,7 +172,8 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
             u"einzelpreis|ep|e-preis|preis/einheit|preis pro einheit|preis je einheit|stückpreis|stundensatz|"
             u"tagessatz|satz|rate|hourly rate|day rate|unit price|price per unit|unit cost|einzelpreis netto|"
             u"ep netto|preis/std|€/std|€/h|eur/h|€/tag|preis/stunde|price/unit|price each|each|ansatz|"
-            u"stundenansatz|tagesansatz"_s);
+            u"stundenansatz|tagesansatz|preis/stk|preis/stück|preis pro stück|preis je stück|€/stk|price/pc|"
+            u"price/piece|price per piece|price/hr|rate/hr|rate/h|€/stunde|rate/day|preis/tag"_s);
         add(Column::price, u"preis|price|kosten|cost|preis netto|price net|netto|net"_s);
         add(Column::total,
             u"gesamt|gesamtpreis|gp|betrag|summe|total|amount|line total|gesamt netto|total net|subtotal|"
@@ -182,7 +183,8 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         // Columns read elsewhere or not at all: position numbers, article numbers, the day or date
         // of a timesheet row.
         add(Column::ignore,
-            u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikelnummer|sku|day|weekday|tag|wochentag|date|"
+            u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikel-nr|artnr|artikelnummer|sku|item no|"
+            u"item #|part no|day|weekday|tag|wochentag|date|"
             u"datum|week|woche|kw"_s);
         return table;
     }();
@@ -372,6 +374,12 @@ std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<Heade
                (totalLinePattern().match(cell).hasMatch() || isVatLine(cell) || isDiscountLine(cell));
     });
     if (sumRow) {
+        // ";MwSt. 19 %;;;;285,10": the rate of the tax row holds for the rows above it.
+        for (const QString& cell : cells)
+            if (!cell.isEmpty() && isVatLine(cell))
+                if (const std::optional<double> rate = vatIn(cell).rate;
+                    rate && !context.vatRates.contains(*rate))
+                    context.vatRates.append(*rate);
         for (const PricedMoney& p : prices)
             context.totals.amounts.append(p.money.value);
         if (price)
@@ -460,6 +468,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         drafts.append(draft);
         context.itemCurrencies.append(draft.currencies);
     };
+    QSet<int> wholeLines = skipped; // lines that are an item each hold no rate stated apart
     for (int i = 0; i < lines.size(); ++i) {
         const QString& plain = lines[i].plain;
         if (plain.isEmpty() || skipped.contains(i) || mailHeader.match(plain).hasMatch())
@@ -497,6 +506,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                 } else if (auto draft = itemFromLine(lines[j], j, context)) {
                     accept(*draft);
                 }
+                wholeLines.insert(j);
             }
             i = j - 1;
             continue;
@@ -516,6 +526,7 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
         if (draft) {
             accept(*draft);
+            wholeLines.insert(i);
             continue;
         }
         // What a line that is no item says about all of them.
@@ -529,9 +540,37 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
         }
     }
 
-    if (drafts.isEmpty() && billing)
-        if (auto draft = itemFromRateAndTime(lines, skipped, context))
-            accept(*draft);
+    // Rates per hour, day or week stated apart from an amount of time, read once for both uses.
+    const QList<StatedRate> rates =
+        billing ? ratesStatedApart(lines, wholeLines, context) : QList<StatedRate>();
+    // A rate and an amount of time named apart, beside other items or alone; not when an item
+    // already has that rate or that time.
+    if (auto draft = itemFromRateAndTime(lines, wholeLines, context, rates);
+        draft && std::none_of(drafts.cbegin(), drafts.cend(), [&](const ItemDraft& other) {
+            return other.item.unit == draft->item.unit &&
+                   ((other.item.unitPrice && nearlyEqual(*other.item.unitPrice, *draft->item.unitPrice)) ||
+                    (other.item.quantity && nearlyEqual(*other.item.quantity, *draft->item.quantity)));
+        })) {
+        auto at = std::find_if(drafts.begin(), drafts.end(),
+                               [&](const ItemDraft& other) { return other.line >= draft->line; });
+        drafts.insert(at, *draft);
+        context.itemCurrencies.append(draft->currencies);
+    }
+
+    // "Stundensatz wie vereinbart 85 €" below a timesheet: the one rate stated apart prices every
+    // line of its unit that has none.
+    auto unpriced = [](const ItemDraft& draft) {
+        return !draft.item.unitPrice && !draft.amount && draft.item.quantity &&
+               (draft.item.unit == ExtractedUnit::hour || draft.item.unit == ExtractedUnit::day ||
+                draft.item.unit == ExtractedUnit::week);
+    };
+    if (rates.size() == 1)
+        for (ItemDraft& draft : drafts)
+            if (unpriced(draft) && draft.item.unit == rates.first().unit) {
+                draft.item.unitPrice = rates.first().value;
+                if (!rates.first().currency.isEmpty())
+                    context.itemCurrencies.append(rates.first().currency);
+            }
 
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;

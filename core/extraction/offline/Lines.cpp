@@ -1,5 +1,7 @@
 #include "extraction/offline/Lines.h"
 
+#include "extraction/offline/Money.h"
+#include "extraction/offline/Recipient.h"
 #include "extraction/offline/Text.h"
 
 #include <QDate>
@@ -26,6 +28,30 @@ void applyStatedYear(QList<TextLine>& lines)
                 line.dates = std::move(*dates);
 }
 
+// "Jonas: schreib mir einfach ne Rechnung", "[12.03.26, 10:15] Jonas Weber: …": a chat copied with
+// its speakers, whose names head the lines. Only a name that heads two lines or more is one.
+void withoutSpeakers(QStringList& rawLines)
+{
+    static const Re speaker(
+        uR"(^\s*(?:\[[^\]]{1,30}\]\s*|\d{1,2}[./]\d{1,2}[./]\d{2,4},?\s+\d{1,2}:\d{2}\s*[-–]\s*)?)"
+        uR"((\p{Lu}[\p{L}'’\-]{1,20}(?:\s\p{Lu}[\p{L}'’\-]{1,20})?)\s*:\s+(?=\S))"_s,
+        sameCase);
+    QHash<QString, int> counts;
+    for (const QString& line : std::as_const(rawLines))
+        if (const Match m = line.contains(u':') ? speaker.match(line) : Match(); m.hasMatch())
+            ++counts[m.captured(1)];
+    for (QString& line : rawLines) {
+        const Match m = line.contains(u':') ? speaker.match(line) : Match();
+        if (!m.hasMatch() || counts.value(m.captured(1)) < 2)
+            continue;
+        // A label such as "Adresse:" heading two lines is a form, not a speaker.
+        QString key = m.captured(1).toLower();
+        if (labels().contains(key))
+            continue;
+        line = line.mid(m.capturedEnd());
+    }
+}
+
 } // namespace
 
 QList<TextLine> prepareLines(const QString& input)
@@ -41,6 +67,10 @@ QList<TextLine> prepareLines(const QString& input)
     text.remove(QChar(0x200B));
     text.remove(QChar(0xFEFF));
     text.remove(QChar(0x00AD));
+    // "Webseitenpflege ....... 180,00 €": dot leaders of a price list are a column gap.
+    static const Re leaders(uR"([ \t]*(?:\.{3,}|…+|_{3,}|·{3,})[ \t]*(?=\S))"_s, sameCase);
+    if (text.contains(u"..."_s) || text.contains(u'…') || text.contains(u"___"_s) || text.contains(u"···"_s))
+        text.replace(leaders, u"    "_s);
 
     static const Re replyMarker(
         uR"(^(?:(?:Am|On)\b.{0,160}\b(?:schrieb|wrote)\b.*|-{2,}\s*(?:Original Message|)"
@@ -58,10 +88,26 @@ QList<TextLine> prepareLines(const QString& input)
     static const Re passesOn(uR"(\b(?:FYI|see\s+below|below|siehe\s+unten|unten|zur\s+Info|z\.\s?K\.|)"
                              uR"(forwarding|leite\s+.{0,20}weiter|weitergeleitet)\b)"_s,
                              anyCase);
-    const QStringList rawLines = text.split(u'\n');
+    QStringList rawLines = text.split(u'\n');
+    withoutSpeakers(rawLines);
     QList<TextLine> lines;
+    // "See below from our events team, can you bill us?" above a forwarded or quoted message that
+    // prices the work: the writer passes that message on, so it is read too.
+    auto passedOn = [&lines] {
+        bool pointsBelow = false;
+        for (const TextLine& line : std::as_const(lines)) {
+            for (const Money& money : moneyIn(line.plain))
+                if (!money.currency.isEmpty())
+                    return false;
+            pointsBelow = pointsBelow || passesOn.match(line.plain).hasMatch();
+        }
+        return pointsBelow;
+    };
     bool content = false; // whether the writer's own words came before
     bool passing = false; // whether they only pass on what follows
+    // Whether the writer's note passes on the message below: its header names the people who
+    // wrote it among themselves, not whom to bill.
+    bool forwardedBelow = false;
     for (qsizetype i = 0; i < rawLines.size(); ++i) {
         const QString raw = rawLines[i].trimmed();
         if (raw.startsWith(u'>'))
@@ -70,8 +116,9 @@ QList<TextLine> prepareLines(const QString& input)
         // A marker above everything else heads a message pasted whole, not a quoted one.
         if ((plain.startsWith(u"Am "_s) || plain.startsWith(u"On "_s) || plain.startsWith(u'-')) &&
             replyMarker.match(plain).hasMatch()) {
-            if (content && !passing)
+            if (content && !passing && !passedOn())
                 break;
+            forwardedBelow = forwardedBelow || (content && !passing);
             if (passing) {
                 lines.clear();
                 content = passing = false;
@@ -87,10 +134,14 @@ QList<TextLine> prepareLines(const QString& input)
             bool quoted = false;
             for (qsizetype j = i + 1; j < std::min(i + 4, rawLines.size()); ++j)
                 quoted = quoted || sentHeader.match(rawLines[j].trimmed()).hasMatch();
-            if (quoted)
+            if (quoted && !passedOn())
                 break;
+            forwardedBelow = forwardedBelow || quoted;
         }
-        if (!plain.isEmpty() && !(plain.contains(u':') && mailHeader.match(plain).hasMatch())) {
+        const bool header = plain.contains(u':') && mailHeader.match(plain).hasMatch();
+        if (header && forwardedBelow)
+            continue;
+        if (!plain.isEmpty() && !header) {
             const bool digits =
                 std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); });
             passing = (content ? passing : true) && !digits && plain.size() < 120 && lines.size() < 4 &&

@@ -101,6 +101,9 @@ QList<Money> moneyIn(const QString& text)
     auto it = moneyPattern().globalMatch(text);
     while (it.hasNext()) {
         const Match m = it.next();
+        // "M3 3JE", "3h": a number run into letters is a code or a quantity, never an amount.
+        if (m.capturedEnd() < text.size() && text[m.capturedEnd()].isLetter())
+            continue;
         std::optional<double> value = parseNumber(m.captured(u"num"_s));
         if (!value)
             continue;
@@ -136,10 +139,11 @@ Vat vatIn(const QString& line)
         uR"((?:(?<pre>zzgl\.?|zuzüglich|plus|inkl\.?|inklusive|incl\.?|including|inc\.|enthaltene?|)"
         uR"(enthält|exkl\.?|excl\.?|excluding|exclusive\s+of|)"
         uR"(ohne)\s+)?(?:(?:der\s+)?gesetzl(?:ichen|iche|)"
-        uR"(\.)?\s+)?(?:(?<r1>\d{1,2}(?:[.,]\d{1,2})?)\s*%\s*(?:der\s+)?(?:MwSt\.?|Mwst\.?|MWST\.?|)"
+        uR"(\.)?\s+)?(?:(?<r1>\d{1,2}(?:[.,]\d{1,3})?)\s*%\s*(?:der\s+)?(?:MwSt\.?|Mwst\.?|MWST\.?|)"
         uR"(USt\.?|Ust\.?|Mehrwertsteuer|Umsatzsteuer|VAT|Sales\s+tax|tax|GST|TVA|IVA|BTW)|)"
         uR"((?:MwSt\.?|Mwst\.?|MWST\.?|USt\.?|Ust\.?|Mehrwertsteuer|Umsatzsteuer|VAT|Sales\s+tax|)"
-        uR"(GST|TVA|IVA|BTW)\s*(?:\(|:|von|of|at|@)?\s*(?<r2>\d{1,2}(?:[.,]\d{1,2})?)\s*%\)?))"_s,
+        uR"(GST|TVA|IVA|BTW)(?:\s+(?:to\s+be\s+added|will\s+be\s+added|added|charged|applies|is))?\s*)"
+        uR"((?:\(|:|von|of|at|@)?\s*(?<r2>\d{1,2}(?:[.,]\d{1,3})?)\s*%\)?))"_s,
         anyCase);
     static const Re unrated(
         uR"((?<pre>zzgl\.?|zuzüglich|plus|inkl\.?|inklusive|incl\.?|including|inc\.|exkl\.?|excl\.?|)"
@@ -170,7 +174,9 @@ Vat vatIn(const QString& line)
     while (it.isValid() && it.hasNext()) {
         const Match m = it.next();
         const QString number = m.captured(u"r1"_s).isEmpty() ? m.captured(u"r2"_s) : m.captured(u"r1"_s);
-        if (const auto rate = parseNumber(number); rate && !vat.rate)
+        // A rate has no thousands: "8.875 %" is a US sales tax.
+        bool ok = false;
+        if (const double rate = QString(number).replace(u',', u'.').toDouble(&ok); ok && !vat.rate)
             vat.rate = rate;
         readPrefix(m.captured(u"pre"_s));
         vat.spans.append({m.capturedStart(), m.capturedEnd()});

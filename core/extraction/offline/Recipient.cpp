@@ -27,7 +27,10 @@ const QHash<QString, std::pair<Role, int>>& labels()
             u"rechnungsadresse|rechnungsanschrift|rechnungsempfänger|rechnungsempfaenger|rechnung an|"
             u"rechnung bitte an|rechnungen an|billing address|bill to|invoice to|invoice address|"
             u"billing|rechnungsstellung an|bitte an|bitte rechnung an|für die rechnung|fuer die rechnung|"
-            u"for the invoice|rechnung bitte an folgende adresse"_s);
+            u"for the invoice|rechnung bitte an folgende adresse|send it to|please send it to|send the "
+            u"invoice to|"
+            u"please send the invoice to|bill it to|bill it to me|bill me|invoice me|bitte an mich|"
+            u"rechnung an mich|schick sie an|schick die rechnung an"_s);
         add(Role::recipientBlock, customerLabel,
             u"kunde|customer|auftraggeber|auftraggeberin|client|empfänger|recipient|kundenadresse|"
             u"customer address"_s);
@@ -81,7 +84,8 @@ QStringList commaParts(const QString& text)
                                 sameCase);
     // An address written into a sentence: "… for travel. Address is 815 Pine Street, Seattle,
     // WA 98101. Thanks!" The sentences around it are pieces of their own.
-    static const Re sentenceEnd(uR"((?:(?<=\p{Ll}{4})|(?<=\d))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
+    static const Re sentenceEnd(
+        uR"((?:(?<=\p{Ll}{4})|(?<=\d)|(?<=\d\p{Lu}{2}))[.!?](?:\s+(?=\p{Lu})|\s*$))"_s, sameCase);
     static const Re leadIn(uR"(^(?:(?:our|the|my|unsere?|die|meine)\s+)?(?:(?:billing|postal|invoice|)"
                            uR"(mailing)\s+)?(?:address|Adresse|Anschrift)\s*(?:is|ist|lautet|:)\s*)"_s,
                            anyCase);
@@ -129,7 +133,9 @@ std::optional<QString> afterLeadIn(const QString& text)
     static const Re leadIn(
         uR"((?:^|\b)(?:(?:bitte\s+)?(?:die\s+)?Rechnung(?:en)?\s+(?:\p{L}+\s+){0,3}?an|)"
         uR"(please\s+(?:bill|invoice|address\s+the\s+invoice\s+to|send\s+the\s+invoice\s+to)|)"
-        uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to)\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
+        uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to(?:\s+me|\s+us)?\s*:?|)"
+        uR"((?:Rechnungsadresse|Rechnungsanschrift|billing\s+address|invoice\s+address)\s*:))"
+        uR"(\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
         anyCase);
     Match last;
     auto it = leadIn.globalMatch(text);
@@ -162,6 +168,10 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
             QString key = m.captured(1).toLower();
             key.remove(u'.');
             key = key.simplified();
+            // "Rechnungsanschrift wie immer:", "Billing address as usual:"
+            static const Re asUsual(
+                uR"(\s+(?:wie\s+immer|wie\s+gehabt|wie\s+bisher|as\s+usual|as\s+always|bitte|please)$)"_s);
+            key.remove(asUsual);
             if (const auto found = labels().constFind(key); found != labels().constEnd()) {
                 role = found->first;
                 score = found->second;
@@ -378,8 +388,22 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
             break;
         }
     }
+    // A form: "Name:" and "Company:" fields above its "Address:".
+    if (entries[block.top].opens)
+        for (int j = block.top - 1; j >= 0 && j >= block.top - 4; --j) {
+            const Entry& e = entries[j];
+            if (e.role == Role::name && !isRoleLine(e.text))
+                setOnce(r.name, personName(e.text).value_or(e.text));
+            else if (e.role == Role::company)
+                setOnce(r.businessName, e.text);
+            else if (e.role != Role::email)
+                break;
+        }
     if (!haveStreet && !r.addressLineTwo && !r.name && !r.businessName)
         return std::nullopt;
+    // "Unit 7, Riverside Business Park" with no street below it is the first line of the address.
+    if (!r.addressLineOne && r.addressLineTwo && r.addressLineTwo->contains(u", "_s))
+        std::swap(r.addressLineOne, r.addressLineTwo);
 
     // Below the town: the country, then contact lines that still belong to the block.
     block.bottom = anchor;
@@ -449,17 +473,46 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     std::optional<QString> signerCompany;
     // "LG Andrea Hofer", "Cheers, Amy Clarke": the sign-off and the name on one line.
     static const Re signedLine(
-        uR"((?:^|[.!?]\s+)(?:LG|VG|MfG|Gruß|Gruss|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|Beste\s+Grüße|)"
+        uR"((?<=^|[.!?]\s)(?:LG|VG|MfG|Gruß|Gruss|Gruess|Grüess\p{L}*|Grüße|Grüsse|Viele\s+Grüße|Liebe\s+Grüße|)"
+        uR"(Beste\s+Grüße|)"
         uR"(Cheers|Thanks|Thx|Best|Regards|Best\s+regards|Kind\s+regards|Danke)[,!.]?\s+([^.!?]+)$)"_s,
         anyCase);
     int signedAt = -1;
     for (int i = closing + 1; i < entries.size(); ++i)
         if (entries[i].role == Role::none && !entries[i].text.isEmpty())
-            if (const Match m = signedLine.match(entries[i].text); m.hasMatch())
+            // "Danke! Grüße, Petra Albrecht": the last sign-off is followed by the name alone.
+            for (Match m = signedLine.match(entries[i].text); m.hasMatch();
+                 m = signedLine.match(entries[i].text, m.capturedStart() + 1))
                 if (const auto name = personName(m.captured(1))) {
                     signedAt = i;
                     signer = name;
+                    break;
                 }
+    // "… could you invoice me? – Chloe Barnes 😊": a chat or a note signed with a dash at its end.
+    if (signedAt < 0) {
+        static const Re dashSigned(uR"((?:^|\s)[-–—]\s*([^-–—.!?:,]+?)[\s\p{So}\p{Sk}\x{FE0F}\x{200D}]*$)"_s,
+                                   sameCase);
+        int last = int(entries.size()) - 1;
+        while (last >= 0 && entries[last].isBlank())
+            --last;
+        if (last > closing && entries[last].role == Role::none && entries[last].text.size() <= 400)
+            if (const Match m = dashSigned.match(entries[last].text); m.hasMatch())
+                if (const auto name = personName(m.captured(1))) {
+                    signedAt = last;
+                    signer = name;
+                }
+    }
+    // "… email the invoice to me.\n\nRosa Garcia": a name alone on the last line, set apart.
+    if (signedAt < 0 && closing < 0) {
+        int last = int(entries.size()) - 1;
+        while (last >= 0 && entries[last].isBlank())
+            --last;
+        if (last >= 1 && entries[last - 1].isBlank() && entries[last].role == Role::none)
+            if (const auto name = personName(entries[last].text)) {
+                signedAt = last;
+                signer = name;
+            }
+    }
     if (signedAt >= 0) {
         closing = signedAt;
     } else if (closing >= 0) {
@@ -475,7 +528,7 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             if (const qsizetype comma = t.indexOf(u", "_s);
                 comma > 0 && isRoleLine(t.left(comma)) && hasLegalForm(t.mid(comma + 2)))
                 t = t.mid(comma + 2);
-            if (first && !hasLegalForm(t))
+            if (first && !hasLegalForm(t) && !soundsLikeBusiness(t))
                 signer = personName(t);
             else if (!signerCompany && hasLegalForm(t))
                 signerCompany = t;
@@ -497,6 +550,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         })) {
         signer.reset();
         signerCompany.reset();
+        // The unlabelled address in that signature is the writer's own as well.
+        if (chosen && chosen->score == 0 && closing >= 0 && chosen->top > closing)
+            chosen.reset();
     }
 
     ExtractedRecipient r;
@@ -525,6 +581,27 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
     // signature, then the sender of the mail; any other only when it is the only one.
     static const Re invoiceWords(uR"(Rechnung|invoice|billing|Buchhaltung|accounting|accounts|Belege)"_s,
                                  anyCase);
+    // "Chris – can you invoice my client directly? Bill to: Harbor & Pine Realty LLC": the sender
+    // of the mail passes the billing address of another business on.
+    auto passedOnBy = [&](const QString& address) {
+        if (!chosen || chosen->score != billingLabel || !chosen->recipient.businessName)
+            return false;
+        QString domain = address.section(u'@', 1).toLower();
+        domain.replace(u"ä"_s, u"ae"_s)
+            .replace(u"ö"_s, u"oe"_s)
+            .replace(u"ü"_s, u"ue"_s)
+            .replace(u"ß"_s, u"ss"_s);
+        QString business = chosen->recipient.businessName->toLower();
+        business.replace(u"ä"_s, u"ae"_s)
+            .replace(u"ö"_s, u"oe"_s)
+            .replace(u"ü"_s, u"ue"_s)
+            .replace(u"ß"_s, u"ss"_s);
+        static const Re word(uR"(\p{L}{4,})"_s, sameCase);
+        for (auto it = word.globalMatch(business); it.hasNext();)
+            if (domain.contains(it.next().captured()))
+                return false;
+        return true;
+    };
     int bestRank = 0;
     QString email;
     QSet<QString> others;
@@ -543,6 +620,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
                 rank = 2;
             else if (e.role == Role::mailFrom || (!chosen && e.role == Role::email))
                 rank = 2;
+            if (e.role == Role::mailFrom && passedOnBy(address))
+                continue;
             if (rank == 1) {
                 others.insert(address.toLower());
                 continue;
@@ -557,7 +636,8 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         for (const Entry& e : entries)
             if (e.role != Role::mailTo)
                 for (const QString& address : emailsIn(e.text))
-                    email = address;
+                    if (others.contains(address.toLower()))
+                        email = address;
     if (!email.isEmpty())
         r.email = email;
 
@@ -623,6 +703,9 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
         }
     }
 
+    // "Kita Sonnenschein" signed below its own address: a business, not a person as well.
+    if (r.name && r.businessName && *r.name == *r.businessName)
+        r.name.reset();
     if (r == ExtractedRecipient{})
         return std::nullopt;
     return r;

@@ -48,8 +48,11 @@ bool endsPhrase(const QString& token)
         u"august september october november december januar februar märz mai juni juli oktober "
         u"dezember umfasste umfasst umfassten betrug beträgt dauerte dauerten ergab lief liefen took "
         u"lasted totalled totaled covered folgende following hiermit hereby gestern heute morgen yesterday "
-        u"today "
-        u"tomorrow"_s);
+        u"today tomorrow it's it’s there's there’s that's that’s here's here’s we're we’re we've "
+        u"i'm i’m you're you’re said sagte meinte settled bitten danken ran geworden gewesen worden "
+        u"angefallen "
+        u"approving approve approved freigegeben ahead proceed montag dienstag mittwoch donnerstag freitag "
+        u"samstag sonntag monday tuesday wednesday thursday friday saturday sunday wochenende weekend"_s);
     QString word = token.toLower();
     while (!word.isEmpty() && !word.back().isLetterOrNumber())
         word.chop(1);
@@ -69,13 +72,15 @@ const Re& leadingConnector()
 const Re& trailingConnector()
 {
     static const Re pattern(
-        uR"((?:\s+(?:at|zu|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
+        uR"((?:\s+(?:at|zu|zum|zur|zu\s+je|je|à|á|@|for|für|of|von|mit|with|a|um|über|is|are|was|were|ist|)"
         uR"(sind|war|waren|kostet|kosten|beträgt|betragen|came\s+to|comes\s+to|costs?|each|jeweils|)"
+        uR"(bleibt\s+bei|bleiben\s+bei|liegt\s+bei|liegen\s+bei|stays\s+at|remains\s+at|)"
         uR"(umfasste|umfasst|umfassten|betrug|ergab|dauerte|totalled|totaled|came\s+out\s+at|)"
         uR"((?:zum|zu\s+einem|als|for\s+a|at\s+a|as\s+a)\s+(?:Festpreis|Pauschalpreis|Pauschale|fixed\s+price|)"
-        uR"(flat\s+fee|flat\s+rate|lump\s+sum)|)"
+        uR"(flat\s+fee|flat\s+rate|lump\s+sum|flat)|)"
         uR"(netto|net|pauschal|in\s+Höhe\s+von|from|to|vom|bis|am|on|between|and|und|weitere[nmrs]?|)"
-        uR"(further|additional|another|in|im|an))+$)"_s,
+        uR"(further|additional|another|in|im|an|the\s+same|die\s+gleichen|den\s+gleichen|dieselben|the|die|)"
+        uR"(der|das|den|dem|zusätzlich|additionally|extra|noch))+$)"_s,
         anyCase);
     return pattern;
 }
@@ -105,13 +110,28 @@ QString trimmedPhrase(QString text)
 QString phraseFromStart(const QString& text)
 {
     QString phrase = trimmedPhrase(text);
-    const qsizetype comma = phrase.indexOf(u',');
-    if (comma >= 0)
-        phrase.truncate(comma);
+    // The first comma outside parentheses ends it: "materials (grout, adhesive, trim), and …".
+    int depth = 0;
+    for (qsizetype i = 0; i < phrase.size(); ++i) {
+        depth += phrase[i] == u'(' ? 1 : phrase[i] == u')' ? -1 : 0;
+        if (phrase[i] == u',' && depth <= 0) {
+            phrase.truncate(i);
+            break;
+        }
+    }
     QStringList kept;
     const QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
     for (qsizetype k = 0; k < tokens.size(); ++k) {
         const QString& token = tokens[k];
+        // "for the domain and hosting setup": a short pair of names joined to the end of the phrase.
+        static const QSet<QString> joins = wordSet(u"and und &"_s);
+        if (k > 0 && joins.contains(token.toLower()) && tokens.size() - k - 1 >= 1 &&
+            tokens.size() - k - 1 <= 3 &&
+            std::none_of(tokens.cbegin() + k + 1, tokens.cend(),
+                         [](const QString& t) { return endsPhrase(t); })) {
+            kept.append(token);
+            continue;
+        }
         if (endsPhrase(token))
             break;
         // "the Q1 sessions to Bright Path Consulting LLC": the rest is who gets the invoice.
@@ -128,35 +148,78 @@ QString phraseFromStart(const QString& text)
 QString phraseToEnd(const QString& text)
 {
     QString phrase = trimmedPhrase(text);
-    const qsizetype stop =
-        std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    qsizetype stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    // "the usage license for one year, which we settled at": the clause after the comma tells of
+    // the thing named before it.
+    static const Re relative(uR"(^\s*(?:which|that|welche[nmrs]?|(?:die|den|das)\s+(?:wir|ich|Sie|du|ihr)|)"
+                             uR"(quoted|priced|charged|billed|angeboten|veranschlagt|berechnet)\b)"_s,
+                             anyCase);
+    if (stop > 0 && phrase[stop] == u',' && relative.match(phrase.mid(stop + 1)).hasMatch()) {
+        phrase.truncate(stop);
+        stop = std::max({phrase.lastIndexOf(u','), phrase.lastIndexOf(u':'), phrase.lastIndexOf(u'.')});
+    }
     if (stop >= 0)
         phrase = phrase.mid(stop + 1);
     QStringList tokens = phrase.split(u' ', Qt::SkipEmptyParts);
     qsizetype first = tokens.size();
     int depth = 0; // words in parentheses belong to the name: "Material (Switch und Kabel)"
+    // "Wartung unserer Klimaanlagen", "translation of our onboarding guide": a possessive after a
+    // noun or "of" belongs to the name; what stands before that noun's "für" or "for" does not.
+    static const QSet<QString> possessives =
+        wordSet(u"unserer unseres ihrer ihres deiner deines eurer eures our your their"_s);
+    bool possessed = false;
     while (first > 0) {
         const QString& token = tokens[first - 1];
         depth += int(token.count(u')')) - int(token.count(u'('));
-        if (depth <= 0 && endsPhrase(token))
+        if (depth <= 0 && possessed && (token.toLower() == u"für" || token.toLower() == u"for"))
             break;
+        // "Delivery charge £12.00": right before the price, "charge" is the noun.
+        const bool chargeNoun = first == tokens.size() && token.startsWith(u"charge"_s, Qt::CaseInsensitive);
+        // "Auf- und Abbau", "Hin- und Rückfahrt": one name in two halves.
+        const bool halves = first >= 2 && tokens[first - 2].endsWith(u'-') &&
+                            (token.toLower() == u"und" || token.toLower() == u"oder" || token == u"&");
+        if (depth <= 0 && endsPhrase(token) && !chargeNoun && !halves) {
+            const QString noun = first >= 2 ? tokens[first - 2] : QString();
+            static const QSet<QString> places = wordSet(u"of to at in into from zu an"_s);
+            if (possessed || !possessives.contains(token.toLower()) || noun.isEmpty() ||
+                !(places.contains(noun) || (noun[0].isUpper() && !endsPhrase(noun))))
+                break;
+            possessed = true;
+        }
         --first;
     }
     tokens = tokens.mid(first);
     return trimmedPhrase(tokens.join(u' '));
 }
 
+// Words that join the name of the work to the rest, and name nothing on their own.
+bool onlyConnectors(const QString& text)
+{
+    static const QSet<QString> connectors = wordSet(
+        u"für fuer for of von mit with zu zum zur at je à the die der das den dem des a an und and weitere "
+        u"further additional another plus sowie also in im as als"_s);
+    const QStringList tokens = text.toLower().split(u' ', Qt::SkipEmptyParts);
+    return std::all_of(tokens.cbegin(), tokens.cend(),
+                       [](const QString& t) { return connectors.contains(t); });
+}
+
 bool usable(const QString& description)
 {
-    static const QSet<QString> connectors =
-        wordSet(u"für fuer for of von mit with zu at je à the die der das den dem des a an und and weitere "
-                u"further additional another plus sowie also in im as als"_s);
-    const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
-    if (std::all_of(tokens.cbegin(), tokens.cend(), [](const QString& t) { return connectors.contains(t); }))
+    if (onlyConnectors(description))
         return false;
+    const QStringList tokens = description.toLower().split(u' ', Qt::SkipEmptyParts);
     const qsizetype words = tokens.size();
-    return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(description) &&
-           !isLabelOnlyDescription(description);
+    // "KW 14 (two days on site)": when, not what.
+    static const Re week(uR"(^(?:KW|CW|Kalenderwoche|calendar\s+week|week)\s*\d)"_s, anyCase);
+    // "Wartung unserer Klimaanlagen": a possessive after a noun or "of" is no sign of a sentence.
+    static const Re possessive(
+        uR"((\b(?:\p{Lu}\p{Ll}{2,}|of|to|at|in|into|from))\s+(?:unserer|unseres|ihrer|ihres|deiner|deines|eurer|)"
+        uR"(eures|our|your|their)(?=\s))"_s,
+        sameCase);
+    QString plain = description;
+    plain.replace(possessive, u"\\1"_s);
+    return words >= 1 && words <= 7 && isPlausibleDescription(description) && !isProse(plain) &&
+           !isLabelOnlyDescription(description) && !week.match(description).hasMatch();
 }
 
 // "three social media crops at £45 each": a count in words, only beside a price for each one.
@@ -172,6 +235,16 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
     const qsizetype space = description.indexOf(u' ');
     if (space < 0)
         return std::nullopt;
+    // "the two-day workshop": the count and its unit in one word.
+    static const Re joined(uR"(^(\p{L}+)-(day|hour|week)s?$)"_s, anyCase);
+    if (const Match m = joined.match(description.left(space)); m.hasMatch() && unit) {
+        const auto count = numbers.constFind(m.captured(1).toLower());
+        if (count == numbers.constEnd())
+            return std::nullopt;
+        *unit = unitFromWord(m.captured(2));
+        description = description.mid(space + 1);
+        return *count;
+    }
     const auto found = numbers.constFind(description.left(space).toLower());
     if (found == numbers.constEnd())
         return std::nullopt;
@@ -188,12 +261,38 @@ std::optional<double> countInWords(QString& description, std::optional<Extracted
     return *found;
 }
 
+// Whether the capitalised word after "for" or "für" names someone rather than a month or, in German,
+// which writes its nouns capitalised too, a thing.
+bool namesSomeone(const QString& word, bool german)
+{
+    static const Re noun(uR"((?:ung|keit|heit|ion|tät|schaft|ing|ik|ie|ei|ur|ment|nis|tum|ismus|werk|bau|)"
+                         uR"(ort|zeit|tag|plan|satz|text|film|buch|fest|raum|haus|amt|ar|er|en)$)"_s,
+                         anyCase);
+    static const QSet<QString> months = wordSet(
+        u"january february march april may june july august september october november december januar "
+        u"februar märz mai juni juli oktober dezember monday tuesday wednesday thursday friday saturday "
+        u"sunday montag dienstag mittwoch donnerstag freitag samstag sonntag"_s);
+    return word.size() >= 3 && word.size() <= 12 && word[0].isUpper() &&
+           word.mid(1) == word.mid(1).toLower() && !(german && noun.match(word).hasMatch()) &&
+           !months.contains(word.toLower());
+}
+
+// "GCSE maths tutoring for Ethan": whom the work was for is no part of its name.
+QString withoutBeneficiary(const QString& description)
+{
+    static const Re beneficiary(uR"(\s+(for|für)\s+(\p{Lu}\p{Ll}+)$)"_s, sameCase);
+    const Match m = beneficiary.match(description);
+    if (!m.hasMatch() || !namesSomeone(m.captured(2), m.captured(1) == u"für"))
+        return description;
+    return description.left(m.capturedStart()).trimmed();
+}
+
 // "flat fee", "Pauschale": how the work is priced, not what it is.
 bool isLumpSumLabel(const QString& text)
 {
     static const Re label(
         uR"(^(?:(?:a|an|the|as\s+a|als|eine?)\s+)?(?:pauschal|Pauschale|Pauschalpreis|flat\s+fee|)"
-        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)$)"_s,
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee|flat)$)"_s,
         anyCase);
     return label.match(text.trimmed()).hasMatch();
 }
@@ -202,9 +301,10 @@ bool isLumpSumLabel(const QString& text)
 // thing asked to be billed, "Please invoice the logo design we agreed on, flat fee $600".
 QString namedBeforeLumpSum(const QString& clause)
 {
-    static const Re label(uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
-                          uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}]))"_s,
-                          anyCase);
+    static const Re label(
+        uR"((?:\s+(?:as\s+an?|als(?:\s+eine?)?))?\s*(?:pauschal|Pauschale|flat\s+fee|)"
+        uR"(flat\s+rate|lump\s+sum|Festpreis|fixed\s+price|fixed\s+fee|flat(?!\s+white))(?![\p{L}]))"_s,
+        anyCase);
     static const Re billingVerb(uR"(\b(?:invoice|bill|charge)\s+(?:us\s+(?:for\s+)?)?)"_s, anyCase);
     const Match m = label.match(clause);
     if (!m.hasMatch())
@@ -218,6 +318,8 @@ QString namedBeforeLumpSum(const QString& clause)
     return isLumpSumLabel(named) ? QString() : named;
 }
 
+std::optional<Quantity> timeIn(const QString& text);
+
 struct ClauseText
 {
     QString text; // masked, positions as in the line from its start
@@ -229,15 +331,24 @@ struct ClauseText
 qsizetype boundaryBetween(const QString& text, qsizetype from, qsizetype to, qsizetype* next)
 {
     static const Re conjunction(
-        uR"((?:,\s*|\s+)(?:und|and|plus|sowie|dazu|zusätzlich|außerdem|as\s+well\s+as|&)\s+|\s+\+\s+|;\s*)"_s,
+        uR"((?:,\s*|\s+)(?:und|and|plus|sowie|as\s+well\s+as|&)\s+|\s+\+\s+|;\s*|)"
+        // "dazu", "zusätzlich" open a clause, but not right before its price: "die Visitenkarten
+        // zusätzlich 180 €".
+        uR"((?:,\s*|\s+)(?:dazu|zusätzlich|außerdem)\s+(?!(?:[\d€$£]|EUR|CHF|USD|GBP|Fr\.)))"_s,
         anyCase);
     static const Re comma(uR"(,\s+)"_s, sameCase);
     for (const Re* pattern : {&conjunction, &comma}) {
-        auto it = pattern->globalMatch(text.left(to), from);
+        // The whole text is searched so that what follows a word can be seen; only words before
+        // the next price count.
+        auto it = pattern->globalMatch(text, from);
         while (it.hasNext()) {
             const Match m = it.next();
-            const QString before = text.left(m.capturedStart());
-            if (before.count(u'(') > before.count(u')'))
+            if (m.capturedEnd() > to)
+                break;
+            // Only a parenthesis opened between the two prices holds the word; "Auf- und Abbau" is
+            // one name.
+            const QString before = text.mid(from, m.capturedStart() - from);
+            if (before.count(u'(') > before.count(u')') || before.endsWith(u'-'))
                 continue;
             *next = m.capturedEnd();
             return m.capturedStart();
@@ -312,7 +423,15 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     static const Re elsewhere(
         uR"(\b(?:statt|anstatt|instead\s+of|budget|around|ungefähr|circa|ca\.|etwa|approximately|)"
         uR"(gekostet|Nacht|night|Rabatt|discount|Skonto|Anzahlung|deposit|bereits|already|)"
-        uR"(überwiesen|bezahlt|paid|refund|Erstattung)\b)"_s,
+        uR"(überwiesen|bezahlt|paid|refund|Erstattung|bisher|previously|originally|ursprünglich|)"
+        uR"(anything\s+over|(?<![\p{L}\-])(?:over|above)(?=\s+(?:[\d€$£]|EUR|USD|GBP|CHF))|more\s+than|)"
+        uR"(less\s+than|mehr\s+als|weniger\s+als|up\s+to|bis\s+zu|)"
+        uR"(nicht\s+in\s+Frage|kommt\s+nicht|entfällt|entfallen|verzichten|nicht\s+benötigt|not\s+needed|)"
+        uR"(no\s+longer|don'?t\s+need|do\s+not\s+need|declined?|not\s+required|)"
+        uR"(don'?t\s+include|do\s+not\s+include|ourselves|selbst\s+(?:gekauft|bezahlt|besorgt)|)"
+        uR"(nicht\s+(?:mit\s+)?(?:berechnen|abrechnen|aufführen|draufschreiben)|)"
+        uR"((?:first|original|old|earlier|previous|alte[nmrs]?|erste[nmrs]?|frühere[nmrs]?)\s+)"
+        uR"((?:quote|estimate|Angebot|Kostenvoranschlag|price|Preis|rate|Satz))\b)"_s,
         anyCase);
     static const Re eachWord(uR"(^\s*(?:each|apiece|je\s+Stück|pro\s+Stück)(?![\p{L}]))"_s, anyCase);
     if (elsewhere.match(clause).hasMatch())
@@ -348,12 +467,34 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     static const Re forInside(uR"((?:^|\s)(?:for|für|fürs)\s+(?=\S))"_s, anyCase);
     const Span priceSpan = price.span;
     QString description;
-    if (quantity && quantity->span.to <= priceSpan.from)
+    if (quantity && quantity->span.to <= priceSpan.from) {
         description = phraseFromStart(clause.mid(quantity->span.to, priceSpan.from - quantity->span.to));
+        if (onlyConnectors(description))
+            description.clear();
+        // "die Schulungsunterlagen für 14 Teilnehmer zu je 35 €": the count says for whom, the work
+        // stands before it. "Guitar lessons for Maya - 4 lessons @ $55": the word counted repeats
+        // the work named before.
+        static const Re forCount(uR"((?:^|\s)(?:für|for|pro|per)\s*$)"_s, anyCase);
+        static const Re people(
+            uR"(^\s*\S+\s+(?:Personen|Teilnehmer\S*|Gäste|Gäste\S*|Mitarbeiter\S*|Kinder|Schüler\S*|)"
+            uR"(people|persons|guests|participants|attendees|employees|staff|children|students)\b)"_s,
+            anyCase);
+        const bool forWhom = forCount.match(clause.left(quantity->span.from)).hasMatch() &&
+                             people.match(clause.mid(quantity->span.from)).hasMatch();
+        if (forWhom || !description.contains(u' ')) {
+            const QString before = withoutBeneficiary(phraseToEnd(clause.left(quantity->span.from)));
+            if (!before.isEmpty() && (forWhom || before.endsWith(description, Qt::CaseInsensitive)))
+                description = before;
+        }
+    }
     if (description.isEmpty()) {
         const QString after = clause.mid(priceSpan.to);
+        // "$260 in materials": what the amount went on.
+        static const Re inPhrase(uR"(^\s*in\s+(?=\p{Ll}))"_s, sameCase);
         if (const Match m = forPhrase.match(after); m.hasMatch())
             description = phraseFromStart(after.mid(m.capturedEnd()));
+        else if (const Match spent = inPhrase.match(after); spent.hasMatch())
+            description = phraseFromStart(after.mid(spent.capturedEnd()));
         else if (const Match later = !quantity ? forInside.match(after) : Match(); later.hasMatch())
             description = phraseFromStart(after.mid(later.capturedEnd()));
     }
@@ -392,8 +533,11 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
             uR"(discussed|please|bitte)"_s,
             anyCase);
         const QString after = trimmedPhrase(clause.mid(priceSpan.to));
-        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch())
-            description = phraseFromStart(after);
+        // Only words that end the clause: "£45 each like we said" names nothing, "£650 (monthly
+        // retainer)" only says what the price is.
+        if (!after.isEmpty() && after.count(u' ') < 3 && !asking.match(after).hasMatch() &&
+            !after.startsWith(u'(') && phraseFromStart(after) == after)
+            description = after;
     }
     if (description.isEmpty() && quantity && quantity->span.from >= priceSpan.to)
         description =
@@ -412,17 +556,45 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         Match last;
         for (auto it = forInside.globalMatch(lead); it.hasNext();)
             last = it.next();
-        if (last.hasMatch())
+        bool afterFor = false;
+        if (last.hasMatch()) {
             named = lead.mid(last.capturedEnd());
-        description = phraseToEnd(named);
+            afterFor = true;
+            // "Klavierunterricht Oktober 2026 für Lena:": the work stands before the one it was for.
+            if (const QString whom = named.trimmed();
+                !whom.contains(u' ') && namesSomeone(whom, last.captured().trimmed().toLower() != u"for")) {
+                named = lead.left(last.capturedStart());
+                afterFor = false;
+            }
+        }
+        // "für das Fotoshooting am Samstag:": the work right after "für", not the day after it.
+        if (afterFor)
+            description = phraseFromStart(named);
+        if (description.isEmpty())
+            description = phraseToEnd(named);
     }
-    if (description.isEmpty() && !aside.before.isEmpty())
+    if (description.isEmpty() && !aside.before.isEmpty()) {
         description = workNamedIn(aside.before, true);
+        // "an invoice for the 2 PT sessions last week? £45 each": the count comes with the work.
+        static const Re leadingCount(uR"(^(\d{1,4})\s+(?=\p{L}))"_s, sameCase);
+        if (const Match m = leadingCount.match(description);
+            m.hasMatch() && !quantity && price.role == PriceRole::perUnit) {
+            draft.item.quantity = m.captured(1).toDouble();
+            description = description.mid(m.capturedLength());
+        }
+        // "Du warst 9 Stunden bei uns für die Umstellung. Abgerechnet wird mit 78 Euro die Stunde."
+        if (const std::optional<Quantity> time = timeIn(aside.before);
+            !description.isEmpty() && time && !quantity && price.role == PriceRole::perUnit && price.unit &&
+            time->unit == price.unit && *price.unit != ExtractedUnit::lumpSum)
+            draft.item.quantity = time->value;
+    }
     if (description.isEmpty() && !aside.after.isEmpty())
         description = workNamedIn(aside.after, false);
-    static const Re lumpSum(uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
-                            uR"(Festpreis|fixed\s+price|fixed\s+fee)(?![\p{L}-]))"_s,
-                            anyCase);
+    static const Re lumpSum(
+        uR"((?<![\p{L}-])(?:pauschal|Pauschale|flat\s+fee|flat\s+rate|lump\s+sum|)"
+        uR"(Festpreis|Pauschalpreis|Pauschalbetrag|Pauschalhonorar|fixed\s+price|fixed\s+fee|)"
+        uR"(flat(?!\s+white))(?![\p{L}-]))"_s,
+        anyCase);
     if (!draft.item.unit && (!quantity || nearlyEqual(quantity->value, 1)) &&
         lumpSum.match(clause).hasMatch())
         draft.item.unit = ExtractedUnit::lumpSum;
@@ -455,6 +627,19 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
     if (draft.item.unit && draft.item.quantity)
         if (const Match m = countedUnit.match(description); m.hasMatch())
             description = description.mid(m.capturedLength());
+    // "6 episodes of podcast editing": what is counted, then the work.
+    static const Re countedOf(uR"(^\p{Ll}+s\s+of\s+(?=\S))"_s, sameCase);
+    if (quantity && quantity->span.to <= priceSpan.from)
+        if (const Match m = countedOf.match(description); m.hasMatch())
+            description = description.mid(m.capturedLength());
+    description = withoutBeneficiary(description);
+    // "Netzwerkumbau zu Ihrem neuen [Tagessatz von 720 €]": the rate's words went with its price.
+    static const Re rateLead(
+        uR"(\s+(?:zu|zum|at|for|mit|with)(?:\s+(?:Ihrem|ihrem|deinem|unserem|eurem|your|our|)"
+        uR"(my|the|dem|einem|neuen|new|current|aktuellen|vereinbarten|agreed|usual|üblichen))+$)"_s,
+        sameCase);
+    if (const Match m = rateLead.match(description); m.hasMatch() && m.capturedStart() > 0)
+        description.truncate(m.capturedStart());
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     if (!draft.item.description && !draft.item.quantity)
@@ -499,6 +684,29 @@ std::optional<std::pair<QString, QString>> sharedRate(const QString& clause, boo
     return std::nullopt;
 }
 
+// An amount of time, in digits or in words: "7 days", "three days", "zwei Wochen".
+std::optional<Quantity> timeIn(const QString& text)
+{
+    if (std::optional<Quantity> quantity = quantityIn(text, {}, false))
+        return quantity;
+    static const Re inWords(
+        uR"((?<![\p{L}])(one|two|three|four|five|six|seven|eight|nine|ten|twelve|zwei|drei|vier|fünf|sechs|)"
+        uR"(sieben|acht|neun|zehn|zwölf)\s+((?:full\s+|ganze\s+|volle\s+)?(?:hours|days|weeks|Stunden|Tage|)"
+        uR"(Wochen))(?![\p{L}]))"_s,
+        anyCase);
+    const Match m = inWords.match(text);
+    if (!m.hasMatch())
+        return std::nullopt;
+    QString count = m.captured(1);
+    QString described = count + u" x"_s;
+    std::optional<ExtractedUnit> unit;
+    const std::optional<double> value = countInWords(described, &unit);
+    const QStringList unitWords = m.captured(2).split(u' ');
+    if (!value)
+        return std::nullopt;
+    return Quantity{*value, unitFromWord(unitWords.last()), {m.capturedStart(), m.capturedEnd()}};
+}
+
 } // namespace
 
 bool asksForBilling(const QList<TextLine>& lines)
@@ -511,6 +719,37 @@ bool asksForBilling(const QList<TextLine>& lines)
     return std::any_of(lines.cbegin(), lines.cend(),
                        [](const TextLine& line) { return pattern.match(line.plain).hasMatch(); });
 }
+
+namespace {
+
+// Whether the number before the full stop at dot is an ordinal ("am 3. März", "2. OG") rather
+// than an amount ending the sentence ("… day rate of $1,800. On top …").
+bool isOrdinal(const QString& text, qsizetype dot)
+{
+    qsizetype from = dot;
+    while (from > 0 && text[from - 1].isDigit())
+        --from;
+    if (from == dot || dot - from > 2)
+        return false;
+    if (from > 0) {
+        const QChar before = text[from - 1];
+        if (before == u',' || before == u'.' || before == u'\'' || before == u'$' || before == u'€' ||
+            before == u'£')
+            return false;
+    }
+    // An ordinal stands after an article or a preposition, at the start, or before a month or a
+    // floor; "auf Windows 11. Abgerechnet wird …" ends a sentence.
+    static const Re leading(uR"((?:^|\b(?:am|vom|bis|zum|zur|der|die|das|den|dem|des|ab|im|an|ans|beim|)"
+                            uR"(jeden|jede|jeder|seit|nach|vor|und|&|,|–|-)\s*)$)"_s,
+                            anyCase);
+    static const Re following(
+        uR"(^\s*(?:\p{Ll}|(?:Jan|Feb|Mär|Mar|Apr|Mai|May|Jun|Jul|Aug|Sep|Okt|Oct|Nov|Dez|Dec)\w*|)"
+        uR"(OG|UG|EG|DG|Stock|Etage|Obergeschoss|Quartal|Klasse|Mal|Tag|Woche|Monat|Jahr)\b)"_s,
+        sameCase);
+    return leading.match(text.left(from)).hasMatch() || following.match(text.mid(dot + 1)).hasMatch();
+}
+
+} // namespace
 
 QList<Span> sentencesOf(const QString& text)
 {
@@ -525,7 +764,7 @@ QList<Span> sentencesOf(const QString& text)
             while (w > start && text[w - 1].isLetter())
                 --w;
             const QString word = text.mid(w, i - w);
-            if (word.isEmpty() ? (i > 0 && text[i - 1].isDigit()) : (word.size() < 2 || isAbbreviation(word)))
+            if (word.isEmpty() ? isOrdinal(text, i) : (word.size() < 2 || isAbbreviation(word)))
                 continue;
         }
         spans.append({start, i});
@@ -553,7 +792,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     const bool noisy = isNoiseLine(line); // then some sentence of it is
     for (qsizetype s = 0; s < spans.size(); ++s) {
         const Span& sentence = spans[s];
-        const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+        QString part = text.mid(sentence.from, sentence.to - sentence.from);
         // A sentence with the bank details or an address for the invoice mail prices nothing,
         // though the one before it may: "… for the Q1 sessions? Their AP email is …".
         if (noisy && isNoiseLine(part)) {
@@ -561,20 +800,32 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             workBefore.clear();
             continue;
         }
-        const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+        QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+        // "Total was £780 (£600 labour + £180 materials)": an amount that the others add up to is
+        // their sum, not an item of its own.
+        if (prices.size() >= 3) {
+            double all = 0;
+            for (const PricedMoney& price : std::as_const(prices))
+                all += price.money.value;
+            for (const PricedMoney& price : std::as_const(prices))
+                if (nearlyEqual(price.money.value, all - price.money.value)) {
+                    part = masked(part, {price.money.span});
+                    prices = pricesIn(part, context.documentCurrency);
+                    break;
+                }
+        }
         if (prices.isEmpty()) {
             lead = sentence.to < text.size() && text[sentence.to] == u':' ? part : QString();
             workBefore = part;
             continue;
         }
         const bool ordered = orders(part);
-        // Only one priced clause can take the work named beside it.
+        // The work named in the sentence before goes to the first priced clause; the one named
+        // after only to a sentence with one price.
         Beside aside;
-        if (prices.size() == 1) {
-            aside.before = workBefore;
-            if (s + 1 < spans.size())
-                aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
-        }
+        aside.before = workBefore;
+        if (prices.size() == 1 && s + 1 < spans.size())
+            aside.after = text.mid(spans[s + 1].from, spans[s + 1].to - spans[s + 1].from);
         workBefore.clear();
         qsizetype from = 0;
         for (qsizetype k = 0; k < prices.size(); ++k) {
@@ -599,7 +850,7 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
                 }
             }
             if (auto draft = itemFromClause(clause, k == 0 ? lead : QString(), lineIndex, context, billing,
-                                            aside, ordered))
+                                            k == 0 ? aside : Beside{}, ordered))
                 drafts.append(*draft);
             from = next;
         }
@@ -614,63 +865,132 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
     return drafts;
 }
 
-std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
-                                             const ItemContext& context)
+namespace {
+
+bool isTimed(std::optional<ExtractedUnit> unit)
+{
+    return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
+}
+
+// The text of a line as the sentence readers see it: tax notes, dates and times of day blanked.
+QString maskedLine(const TextLine& line)
+{
+    const Vat vat = vatIn(line.plain);
+    return masked(line.plain, notPrices(line.plain, vat, dateSpans(line.dates)));
+}
+
+bool worthReading(const QString& plain)
+{
+    return !plain.isEmpty() &&
+           std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }) &&
+           !isNoiseLine(plain);
+}
+
+} // namespace
+
+QList<StatedRate> ratesStatedApart(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                   const ItemContext& context)
 {
     static const Re rateWord(
         uR"((?<![\p{L}])(?:(?<hour>Stundensatz|Stundenlohn|Stundenhonorar|hourly\s+rate|)"
         uR"(rate\s+per\s+hour)|(?<day>Tagessatz|Tageshonorar|day\s+rate|daily\s+rate)|)"
         uR"((?<week>Wochensatz|weekly\s+rate))(?![\p{L}]))"_s,
         anyCase);
-    struct Rate
-    {
-        double value;
-        ExtractedUnit unit;
-        QString currency;
-    };
-    QList<Rate> rates;
-    QList<std::pair<Quantity, QString>> times; // with the rest of the sentence after the quantity
-    auto timed = [](std::optional<ExtractedUnit> unit) {
-        return unit == ExtractedUnit::hour || unit == ExtractedUnit::day || unit == ExtractedUnit::week;
-    };
+    // Only lines that name a unit of time at all can state a rate for it.
+    static const Re timeWord(
+        uR"(std|stunde|hour|hrs?\b|/\s*h\b|tag|day|woche|week|wk|satz|rate|lohn|honorar)"_s, anyCase);
+    QList<StatedRate> rates;
     for (int i = 0; i < lines.size(); ++i) {
         const QString& plain = lines[i].plain;
-        if (skipped.contains(i) || plain.isEmpty() || isNoiseLine(plain) ||
-            !std::any_of(plain.cbegin(), plain.cend(), [](QChar c) { return c.isDigit(); }))
+        if (skipped.contains(i) || !worthReading(plain) || !timeWord.match(plain).hasMatch())
             continue;
-        const Vat vat = vatIn(plain);
-        const QString text = masked(plain, notPrices(plain, vat, dateSpans(lines[i].dates)));
+        const QString text = maskedLine(lines[i]);
         for (const Span& sentence : sentencesOf(text)) {
             const QString part = text.mid(sentence.from, sentence.to - sentence.from);
-            const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
-            const std::optional<Quantity> quantity = quantityIn(part, {}, false);
-            if (prices.isEmpty()) {
-                if (quantity && timed(quantity->unit))
-                    times.append({*quantity, part.mid(quantity->span.to)});
-                continue;
+            qsizetype from = 0;
+            for (const PricedMoney& price : pricesIn(part, context.documentCurrency)) {
+                QString segment = part.mid(from, price.money.span.from - from);
+                from = price.span.to;
+                // Only the words of the price's own clause count.
+                if (const qsizetype comma = segment.lastIndexOf(u','); comma >= 0)
+                    segment = segment.mid(comma + 1);
+                if (const std::optional<Quantity> counted = timeIn(segment);
+                    counted && isTimed(counted->unit))
+                    continue;
+                std::optional<ExtractedUnit> unit;
+                if (const Match m = rateWord.match(segment); m.hasMatch())
+                    unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
+                           : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
+                                                             : ExtractedUnit::week;
+                else if (price.role == PriceRole::perUnit && !price.times)
+                    unit = price.unit;
+                if (isTimed(unit))
+                    rates.append({price.money.value, *unit, price.money.currency});
             }
-            if (prices.size() != 1 || (quantity && timed(quantity->unit)))
-                continue;
-            std::optional<ExtractedUnit> unit = prices.first().unit;
-            if (const Match m = rateWord.match(part.left(prices.first().money.span.from)); m.hasMatch())
-                unit = !m.captured(u"hour"_s).isEmpty()  ? ExtractedUnit::hour
-                       : !m.captured(u"day"_s).isEmpty() ? ExtractedUnit::day
-                                                         : ExtractedUnit::week;
-            else if (prices.first().role != PriceRole::perUnit)
-                continue;
-            if (timed(unit))
-                rates.append({prices.first().money.value, *unit, prices.first().money.currency});
         }
     }
-    if (rates.size() != 1 || times.size() != 1 || times.first().first.unit != rates.first().unit)
+    return rates;
+}
+
+std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                             const ItemContext& context, const QList<StatedRate>& rates)
+{
+    struct Time
+    {
+        Quantity quantity;
+        QString after;  // the rest of the sentence: "… 7 days on the data pipeline"
+        QString before; // what the sentence said first: "The catalog shoot ran three days"
+        int line;
+    };
+    // The times only when there is exactly one rate, which most texts with items in lines do not
+    // have.
+    if (rates.size() != 1)
         return std::nullopt;
+    QList<Time> times;
+    for (int i = 0; i < lines.size(); ++i) {
+        if (skipped.contains(i) || !worthReading(lines[i].plain))
+            continue;
+        const QString text = maskedLine(lines[i]);
+        for (const Span& sentence : sentencesOf(text)) {
+            const QString part = text.mid(sentence.from, sentence.to - sentence.from);
+            std::optional<Quantity> quantity = timeIn(part);
+            if (!quantity || !isTimed(quantity->unit))
+                continue;
+            const QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
+            // "The shoot ran three days, and we agreed on your day rate of $1,800": the time in a
+            // clause of its own before the rate.
+            static const Re clauseBreak(uR"([,;]|\s(?:and|und)\s)"_s, anyCase);
+            if (prices.isEmpty() ||
+                (quantity->span.to <= prices.first().money.span.from &&
+                 clauseBreak
+                     .match(part.mid(quantity->span.to, prices.first().money.span.from - quantity->span.to))
+                     .hasMatch()))
+                times.append({*quantity, part.mid(quantity->span.to), part.left(quantity->span.from), i});
+        }
+    }
+    if (rates.size() != 1 || times.size() != 1 || times.first().quantity.unit != rates.first().unit)
+        return std::nullopt;
+    const Time& found = times.first();
     ItemDraft draft;
-    draft.item.quantity = times.first().first.value;
+    draft.line = found.line;
+    draft.item.quantity = found.quantity.value;
     draft.item.unit = rates.first().unit;
     draft.item.unitPrice = rates.first().value;
     if (!rates.first().currency.isEmpty())
         draft.currencies.append(rates.first().currency);
-    const QString description = phraseFromStart(times.first().second);
+    QString description = phraseFromStart(found.after);
+    // "9 Stunden bei uns für die Umstellung der Arbeitsplätze": the work named after "für".
+    static const Re forWork(uR"((?:^|\s)(?:for|für|fürs)\s+(?=\S))"_s, anyCase);
+    if (const Match m = description.isEmpty() ? forWork.match(found.after) : Match(); m.hasMatch())
+        description = phraseFromStart(found.after.mid(m.capturedEnd()));
+    if (description.isEmpty()) {
+        // The work before the verb that measures it: "The spring catalog shoot ran".
+        QStringList tokens = found.before.split(u' ', Qt::SkipEmptyParts);
+        for (int verbs = 0; verbs < 2 && !tokens.isEmpty() && endsPhrase(tokens.last()); ++verbs)
+            tokens.removeLast();
+        if (tokens.size() < found.before.split(u' ', Qt::SkipEmptyParts).size())
+            description = phraseToEnd(tokens.join(u' '));
+    }
     if (!description.isEmpty() && usable(description))
         draft.item.description = description;
     return draft;

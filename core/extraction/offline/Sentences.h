@@ -25,10 +25,21 @@ QList<Span> sentencesOf(const QString& text);
 QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const ItemContext& context,
                                     bool billing);
 
+// Rates per hour, day or week stated apart from any amount of time: "Stundensatz wie vereinbart
+// 85 €", "Rate: $75/hr".
+struct StatedRate
+{
+    double value = 0;
+    ExtractedUnit unit = ExtractedUnit::hour;
+    QString currency;
+};
+QList<StatedRate> ratesStatedApart(const QList<TextLine>& lines, const QSet<int>& skipped,
+                                   const ItemContext& context);
+
 // One item from a rate and an amount of time stated apart: "Your day rate of EUR 650 is fine.
 // In total you worked 7 days on the data pipeline." Only when the text holds exactly one of each
 // and their units agree.
 std::optional<ItemDraft> itemFromRateAndTime(const QList<TextLine>& lines, const QSet<int>& skipped,
-                                             const ItemContext& context);
+                                             const ItemContext& context, const QList<StatedRate>& rates);
 
 } // namespace OfflineExtraction

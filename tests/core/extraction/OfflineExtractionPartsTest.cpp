@@ -198,7 +198,10 @@ TEST(OfflineExtractionMoney, HundredthsNamedByTheirCoin)
     // Cents belong to whichever currency the text writes.
     EXPECT_TRUE(moneyIn(u"30 Cent pro km"_s).value(0).currency.isEmpty());
     EXPECT_DOUBLE_EQ(moneyIn(u"30 Cent pro km"_s).value(0).value, 0.3);
-    EXPECT_DOUBLE_EQ(moneyIn(u"12pt"_s).value(0).value, 12);
+    // A number run into letters is a size, a code or a quantity, neither pence nor an amount.
+    EXPECT_TRUE(moneyIn(u"12pt"_s).isEmpty());
+    EXPECT_TRUE(moneyIn(u"Manchester M3 3JE"_s).isEmpty());
+    EXPECT_TRUE(moneyIn(u"3h"_s).isEmpty());
 }
 
 TEST(OfflineExtractionDates, CalendarWeeksAndRangesByTheirForm)
@@ -583,9 +586,410 @@ TEST(OfflineExtractionRecipient, TheSignatureOfWhoeverBillsNamesNoRecipient)
     const ExtractedInvoice ownEnglish = OfflineExtractor::extract(
         u"Hi Ann,\n\n3 hours of tutoring at £30 per hour. I'll send the invoice tomorrow.\n\nBest\nTom Reid\n"_s);
     EXPECT_FALSE(ownEnglish.recipient && ownEnglish.recipient->name);
+    // Nor is the address in that signature the customer's.
+    const ExtractedInvoice ownAddress = OfflineExtractor::extract(
+        u"Hallo Frau Kramer,\n\n12 Stunden Gartenpflege à 38 €. Ich schicke Ihnen die Rechnung per Post.\n\n"
+        "Viele Grüße\nJan Hoffmann\nGartenservice Hoffmann\nAm Bach 3\n31134 Hildesheim"_s);
+    EXPECT_FALSE(ownAddress.recipient && ownAddress.recipient->city);
     // Asked for an invoice, the one who signs is the customer.
     const ExtractedInvoice asked = OfflineExtractor::extract(
         u"Hi Tom,\n\ncould you send me the invoice for 3 hours of tutoring at £30 per hour?\n\nBest\nAnn Field\n"_s);
     ASSERT_TRUE(asked.recipient);
     EXPECT_EQ(asked.recipient->name, u"Ann Field"_s);
+}
+
+TEST(OfflineExtractionSentences, AnAmountEndsASentenceWhereAnOrdinalDoesNot)
+{
+    EXPECT_EQ(sentences(u"We agreed on a day rate of $1,800. On top of that the licence."_s).size(), 2);
+    EXPECT_EQ(sentences(u"Der Satz liegt bei 95.00. Danke"_s).size(), 2);
+    EXPECT_EQ(sentences(u"Montage am 3. März und am 12. April"_s).size(), 1);
+}
+
+TEST(OfflineExtractionSentences, WordsAroundTheWorkAreNoPartOfItsName)
+{
+    const struct
+    {
+        QString text;
+        QString description;
+    } cases[] = {
+        // whom the work was for
+        {u"Hi, maths tutoring for Oliver, 5 hours at £30/hr - please invoice me."_s, u"maths tutoring"_s},
+        // a relative clause or a participle after the name
+        {u"Please invoice the hosting for one year, which we settled at $900."_s, u"hosting for one year"_s},
+        {u"Please invoice the copy editing, quoted at £240 as a fixed fee."_s, u"copy editing"_s},
+        // the words that open the clause, a count of things before the work, a pair of names
+        {u"Please invoice it: as agreed it's £80 call-out."_s, u"call-out"_s},
+        {u"Please invoice 4 sessions of sports massage at £55 each."_s, u"sports massage"_s},
+        {u"Please invoice $2,000 for the website, plus $90 for the logo and favicon setup."_s, u"website"_s},
+        // "inkl." inside a name is part of it
+        {u"Bitte abrechnen:\n- Lichttechnik inkl. Pult und 4 Scheinwerfer: 980,00 €"_s,
+         u"Lichttechnik inkl. Pult und 4 Scheinwerfer"_s},
+        // a count of those the work is for, a count that repeats the work named before it
+        {u"Bitte abrechnen: das Catering für 40 Gäste zu je 28,00 €."_s, u"Catering"_s},
+        {u"Piano lessons for Noah - 6 lessons in May @ $50 each. Invoice is fine."_s, u"Piano lessons"_s},
+        // a count after "for" that counts the goods themselves, the work before the day it was done
+        {u"We confirm the order for 250 tote bags (printed) at EUR 4.80 each."_s, u"tote bags (printed)"_s},
+        {u"Liebe Anja, wie besprochen für das Fotoshooting am Samstag: 3 Stunden à 120 € netto."_s,
+         u"Fotoshooting"_s},
+        // one name in two halves
+        {u"Bitte abrechnen: Standbau 3 Tage à € 640,–, Auf- und Abbau pauschal € 480,–."_s, u"Standbau"_s},
+        // the verb that ends the clause before the amount
+        {u"Die Fahrtkosten bleiben bei 45 € pauschal, bitte so abrechnen."_s, u"Fahrtkosten"_s},
+    };
+    for (const auto& c : cases) {
+        const QList<ExtractedItem> items = itemsOf(c.text);
+        ASSERT_FALSE(items.isEmpty()) << qPrintable(c.text);
+        EXPECT_EQ(items.first().description, c.description) << qPrintable(c.text);
+    }
+    EXPECT_EQ(itemsOf(u"Please invoice $2,000 for the website, plus $90 for the logo and favicon setup."_s)
+                  .value(1)
+                  .description,
+              u"logo and favicon setup"_s);
+    EXPECT_EQ(itemsOf(u"Please invoice 4 sessions of sports massage at £55 each."_s).value(0).quantity, 4);
+    // The work and its count asked for in one sentence, the price for each in the next.
+    const QList<ExtractedItem> asked =
+        itemsOf(u"could you invoice me for the 3 yoga classes last month? £20 each "
+                "like we said."_s);
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].description, u"yoga classes"_s);
+    EXPECT_EQ(asked[0].quantity, 3);
+    EXPECT_EQ(asked[0].unitPrice, 20);
+    const QList<ExtractedItem> flat = itemsOf(u"Please invoice the stage design as a flat $700."_s);
+    ASSERT_EQ(flat.size(), 1);
+    EXPECT_EQ(flat[0].description, u"stage design"_s);
+    EXPECT_EQ(flat[0].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(itemsOf(u"Bitte abrechnen: Standbau 3 Tage à € 640,–, Auf- und Abbau pauschal € 480,–."_s)
+                  .value(1)
+                  .description,
+              u"Auf- und Abbau"_s);
+    // "zusätzlich" right before a price says more of it, and opens no clause.
+    EXPECT_EQ(itemsOf(u"Bitte abrechnen: für das Logo 950 €, die Visitenkarten zusätzlich 180 €."_s)
+                  .value(1)
+                  .description,
+              u"Visitenkarten"_s);
+    // The work asked for in the sentence before goes to the first of several prices; "in" names
+    // what an amount went on, with its parenthesis whole.
+    const QList<ExtractedItem> tiling =
+        itemsOf(u"Can you send me an invoice for the kitchen tiling? It was 2 days "
+                "at $400/day, plus $180 in materials (grout, trim)."_s);
+    ASSERT_EQ(tiling.size(), 2);
+    EXPECT_EQ(tiling[0].description, u"kitchen tiling"_s);
+    EXPECT_EQ(tiling[0].quantity, 2);
+    EXPECT_EQ(tiling[1].description, u"materials (grout, trim)"_s);
+    EXPECT_EQ(tiling[1].unitPrice, 180);
+    // So many times so much time: the quantity is their product.
+    const QList<ExtractedItem> moving =
+        itemsOf(u"Bitte abrechnen: Umzugshilfe 3 Mann à 8 Stunden zum Stundensatz von 38 €."_s);
+    ASSERT_EQ(moving.size(), 1);
+    EXPECT_EQ(moving[0].description, u"Umzugshilfe"_s);
+    EXPECT_EQ(moving[0].quantity, 24);
+    EXPECT_EQ(moving[0].unit, ExtractedUnit::hour);
+    EXPECT_EQ(moving[0].unitPrice, 38);
+    EXPECT_EQ(itemsOf(u"For the invoice: bartending 5 hrs x 2 bartenders @ $40/hr."_s).value(0).quantity, 10);
+    // "flat" before the price in a line.
+    const QList<ExtractedItem> proofreading = itemsOf(u"Please invoice:\nProofreading – flat €60"_s);
+    ASSERT_EQ(proofreading.size(), 1);
+    EXPECT_EQ(proofreading[0].description, u"Proofreading"_s);
+    EXPECT_EQ(proofreading[0].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(itemsOf(u"Please invoice:\n15 hampers at £42.50\nDelivery to our office (one drop) £25"_s)
+                  .value(1)
+                  .description,
+              u"Delivery to our office (one drop)"_s);
+    // A possessive after a noun or "of" is part of the name.
+    EXPECT_EQ(
+        itemsOf(u"Hiermit beauftragen wir Sie mit der Wartung unserer Klimaanlagen zum Pauschalpreis von "
+                "1.980,00 € netto."_s)
+            .value(0)
+            .description,
+        u"Wartung unserer Klimaanlagen"_s);
+    // A total followed by what it is made of: the parts are the items.
+    const QList<ExtractedItem> fence = itemsOf(
+        u"Thanks for fixing the fence. Total as discussed was £780 (£600 labour + £180 materials). Can "
+        "you pop an invoice over?"_s);
+    ASSERT_EQ(fence.size(), 2);
+    EXPECT_EQ(fence[0].description, u"labour"_s);
+    EXPECT_EQ(fence[0].unitPrice, 600);
+    EXPECT_EQ(fence[1].description, u"materials"_s);
+    EXPECT_EQ(fence[1].unitPrice, 180);
+    // "3 Mann à 8 Stunden": a number before what it counts is no price.
+    for (const ExtractedItem& item : itemsOf(
+             u"Die Umzugsarbeiten rechnen Sie bitte mit 3 Mann à 8 Stunden zum Stundensatz von 38 € ab."_s))
+        EXPECT_NE(item.unitPrice, 8);
+    // A note in brackets after the price says what the price is; the label before it names the work.
+    EXPECT_EQ(itemsOf(u"For March please bill:\n- Newsletter design: £400 (monthly retainer)"_s)
+                  .value(0)
+                  .description,
+              u"Newsletter design"_s);
+    // "the two-day workshop": the count and its unit in one word.
+    const QList<ExtractedItem> workshop =
+        itemsOf(u"We'd like to go ahead with the three-day workshop at €900 per day, as quoted."_s);
+    ASSERT_EQ(workshop.size(), 1);
+    EXPECT_EQ(workshop[0].description, u"workshop"_s);
+    EXPECT_EQ(workshop[0].quantity, 3);
+    EXPECT_EQ(workshop[0].unit, ExtractedUnit::day);
+    // "KW 14 (…)" says when, not what.
+    EXPECT_FALSE(itemsOf(u"Invoice: KW 14 (on site) at USD 1,400/day"_s).value(0).description.has_value());
+    // "flat" and "Pauschalpreis" after the price make it a lump sum.
+    EXPECT_EQ(itemsOf(u"Please bill the van hire at £150 flat."_s).value(0).unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(
+        itemsOf(u"Für die Moderation bitten wir um Rechnung über 900,00 € (Pauschalpreis)."_s).value(0).unit,
+        ExtractedUnit::lumpSum);
+}
+
+TEST(OfflineExtractionSentences, PricesOfOtherTimesOrLimitsBillNothing)
+{
+    // An old price, a threshold: the text prices nothing with them.
+    const QList<ExtractedItem> items =
+        itemsOf(u"Please invoice the garden design at €1,600 as quoted. (Your first quote said €1,400, but "
+                "that was before the pond.) Anything over €1,000 needs our PO number."_s);
+    ASSERT_EQ(items.size(), 1);
+    EXPECT_EQ(items[0].unitPrice, 1600);
+    EXPECT_EQ(itemsOf(u"Bitte 2 Tage Montage zu 640 € abrechnen (bisher 590 €)."_s).size(), 1);
+    // "over" is a limit only before an amount.
+    EXPECT_EQ(itemsOf(u"Please invoice: Voice-over recording, 2 hours at £150/hr."_s).value(0).description,
+              u"Voice-over recording"_s);
+    // An option turned down.
+    EXPECT_EQ(itemsOf(u"Wir nehmen Variante B zum Festpreis von 6.800 €, bitte so abrechnen. Die Variante A "
+                      "(4.900 €) kommt für uns nicht in Frage."_s)
+                  .size(),
+              1);
+}
+
+TEST(OfflineExtractionSentences, RateAndTimeApartBesideOtherItems)
+{
+    // A timesheet without prices and the one rate stated below it.
+    const QList<ExtractedItem> sheet = itemsOf(
+        u"Date        Project            Hours\n01.10.2026  Relaunch           6,5\n05.10.2026  SEO-Audit   "
+        "       4\n\nStundensatz wie vereinbart 85 €. Rechnung bitte an die Agentur."_s);
+    ASSERT_EQ(sheet.size(), 2);
+    EXPECT_EQ(sheet[0].description, u"Relaunch"_s);
+    EXPECT_EQ(sheet[0].quantity, 6.5);
+    EXPECT_EQ(sheet[0].unitPrice, 85);
+    EXPECT_EQ(sheet[1].unitPrice, 85);
+    // Things the customer bought themselves are not billed.
+    EXPECT_EQ(itemsOf(u"Your invoice should show: demolition $1,200. Don't include the appliances, we bought "
+                      "those ourselves ($3,400)."_s)
+                  .size(),
+              1);
+    // The time in one sentence, the rate in the next, and a further item after it.
+    const QList<ExtractedItem> items = itemsOf(
+        u"Hallo Tom,\n\nfür März sind es insgesamt 12,5 Stunden Bildbearbeitung geworden. Abgerechnet wird "
+        "mit dem vereinbarten Satz von 70 Euro pro Stunde, dazu kommen noch die 2 Drucke zu je 45 Euro.\n\n"
+        "Gruß\nJana"_s);
+    ASSERT_EQ(items.size(), 2);
+    EXPECT_EQ(items[0].description, u"Bildbearbeitung"_s);
+    EXPECT_EQ(items[0].quantity, 12.5);
+    EXPECT_EQ(items[0].unit, ExtractedUnit::hour);
+    EXPECT_EQ(items[0].unitPrice, 70);
+    EXPECT_EQ(items[1].quantity, 2);
+    EXPECT_EQ(items[1].unitPrice, 45);
+    // A count of days in words before the rate of the same sentence.
+    const QList<ExtractedItem> shoot =
+        itemsOf(u"Quick recap for your invoice. The product shoot ran two days, and we agreed on your day "
+                "rate of $1,500."_s);
+    ASSERT_EQ(shoot.size(), 1);
+    EXPECT_EQ(shoot[0].description, u"product shoot"_s);
+    EXPECT_EQ(shoot[0].quantity, 2);
+    EXPECT_EQ(shoot[0].unit, ExtractedUnit::day);
+    EXPECT_EQ(shoot[0].unitPrice, 1500);
+}
+
+TEST(OfflineExtractionItems, TablesWithTheirTaxRowAndMarkedLumpSums)
+{
+    const QList<ExtractedItem> items = itemsOf(
+        u"Item\tQty\tUnit Price\tTotal\nSandwich platters\t10\t$22.00\t$220.00\nSetup (fixed)\t1\t$60.00"
+        "\t$60.00\nSubtotal\t\t\t$280.00\nSales tax (6.625%)\t\t\t$18.55\nTotal\t\t\t$298.55"_s);
+    ASSERT_EQ(items.size(), 2);
+    EXPECT_EQ(items[0].vatPercentage, 6.625);
+    EXPECT_EQ(items[1].description, u"Setup"_s);
+    EXPECT_EQ(items[1].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(items[1].vatPercentage, 6.625);
+    // Columns set with spaces under "Preis/Stk"; a line read with an amount left in its name is none.
+    const QList<ExtractedItem> order = itemsOf(
+        u"Pos. Artikel              Menge  Preis/Stk  Betrag\n1    Visitenkarten 500 St.   2     49,00      "
+        "98,00\n\nSumme netto 98,00 EUR"_s);
+    ASSERT_EQ(order.size(), 1);
+    EXPECT_EQ(order[0].description, u"Visitenkarten 500 St."_s);
+    EXPECT_EQ(order[0].quantity, 2);
+    EXPECT_EQ(order[0].unitPrice, 49);
+    EXPECT_TRUE(itemsOf(u"Bitte abrechnen:\nFlyer 2 19,00 38,00 €"_s).isEmpty());
+    // Lettered lists, a word counted after the name, a tax to be added for all.
+    const QList<ExtractedItem> lettered = itemsOf(u"Bitte in Rechnung stellen:\na) Jahresabschluss 2025: "
+                                                  u"2.400,00 €\nb) Workshop, 2 Termine – je 300,00 €"_s);
+    ASSERT_EQ(lettered.size(), 2);
+    EXPECT_EQ(lettered[0].description, u"Jahresabschluss 2025"_s);
+    EXPECT_EQ(lettered[1].description, u"Workshop"_s);
+    EXPECT_EQ(lettered[1].quantity, 2);
+    EXPECT_EQ(
+        itemsOf(u"Our order: 12 x Oak brackets @ £14.50. VAT to be added at 20%."_s).value(0).vatPercentage,
+        20);
+    // "1/2 Tag" is no quantity of two days; a counted word names the work when nothing else does.
+    const QList<ExtractedItem> march = itemsOf(
+        u"Die Rechnung bitte wie folgt:\n• Fotoshooting, 1/2 Tag: 480 €\n• 12 Reels-Schnitt à 35 €"_s);
+    ASSERT_EQ(march.size(), 2);
+    EXPECT_EQ(march[0].description, u"Fotoshooting, 1/2 Tag"_s);
+    EXPECT_FALSE(march[0].quantity);
+    EXPECT_EQ(march[1].description, u"Reels-Schnitt"_s);
+    EXPECT_EQ(march[1].quantity, 12);
+    // A heading before the item; the word after "8 x" is the work itself.
+    EXPECT_EQ(itemsOf(u"Auftrag: Reinigung\nLeistung: 8 x Unterhaltsreinigung à 65,00 € netto"_s)
+                  .value(0)
+                  .description,
+              u"Unterhaltsreinigung"_s);
+    // Words in parentheses stay as written.
+    EXPECT_EQ(itemsOf(u"For October:\n- 3 blog posts (1,500 words each) @ $275/post"_s).value(0).description,
+              u"blog posts (1,500 words each)"_s);
+    // "(x4)" after the name counts it.
+    EXPECT_EQ(itemsOf(u"Invoice please:\nBridesmaid bouquets (x4) $65 each"_s).value(0).quantity, 4);
+    // Dot leaders of a price list are a gap between the columns.
+    const QList<ExtractedItem> listed =
+        itemsOf(u"Rechnungsposten:\nWebseitenpflege ....... 180,00 €\nNewsletter 2x ........ je 75,00 €"_s);
+    ASSERT_EQ(listed.size(), 2);
+    EXPECT_EQ(listed[0].description, u"Webseitenpflege"_s);
+    EXPECT_EQ(listed[1].description, u"Newsletter"_s);
+    EXPECT_EQ(listed[1].quantity, 2);
+    EXPECT_EQ(listed[1].unitPrice, 75);
+    // Measures count like pieces, and leave the name.
+    const QList<ExtractedItem> measured = itemsOf(u"Bitte abrechnen:\nErdaushub   12 m³ à 35,00 €"_s);
+    ASSERT_EQ(measured.size(), 1);
+    EXPECT_EQ(measured[0].description, u"Erdaushub"_s);
+    EXPECT_EQ(measured[0].quantity, 12);
+    EXPECT_FALSE(measured[0].unit);
+}
+
+TEST(OfflineExtractionRecipient, SignOffsLabelsAndNamesAsPeopleWriteThem)
+{
+    const struct
+    {
+        QString text;
+        QString name;
+    } signedTexts[] = {
+        {u"Nachhilfe Mathe Mai 2026: 6 Stunden à 30 €. Danke! Grüße, Sabine Vogt"_s, u"Sabine Vogt"_s},
+        {u"could you invoice me for the 3 massages? £50 each – Emma Clarke 🙂"_s, u"Emma Clarke"_s},
+        {u"Hoi, bitte d Rächnig für 4 Lektione à Fr. 80.–. Gruess Nina Frei"_s, u"Nina Frei"_s},
+        {u"Bitte verrechnen: 4 Stunden à CHF 180.–\n\nLiebe Grüess\nCorinne Frei"_s, u"Corinne Frei"_s},
+        // a name alone on the last line, set apart from the text
+        {u"Thanks Kim! 6 lessons at $60 each, please email the invoice to me.\n\nRosa Garcia"_s,
+         u"Rosa Garcia"_s},
+        // a surname that is also a word
+        {u"Please invoice 2 hours at £40 per hour.\n\nThanks\nOliver Price"_s, u"Oliver Price"_s},
+        {u"Thanks for Saturday! Bill it to me: Mia Lopez, 12 Oak Ave, Austin, TX 78701"_s, u"Mia Lopez"_s},
+    };
+    for (const auto& c : signedTexts)
+        EXPECT_EQ(OfflineExtractor::extract(c.text).recipient.value_or(ExtractedRecipient{}).name, c.name)
+            << qPrintable(c.text);
+
+    const struct
+    {
+        QString text;
+        QString business;
+    } businesses[] = {
+        {u"Send it to:\nCarter & Lane Architects\n5 Mill Street\nLeeds LS1 4AB"_s,
+         u"Carter & Lane Architects"_s},
+        {u"Invoice to: Greenfield Organics, 1450 Market St, Denver, CO 80202."_s, u"Greenfield Organics"_s},
+        {u"Invoice address:\nSt Mary's Primary School\nChurch Lane\nYork YO1 7HH"_s,
+         u"St Mary's Primary School"_s},
+        {u"bitte 2 Tage Aufbau zu je 400 € abrechnen – Rechnungsadresse: Nordwind Events GmbH, Hafenstraße "
+         u"3, "
+         "20457 Hamburg. Danke!"_s,
+         u"Nordwind Events GmbH"_s},
+        {u"Rechnungsanschrift wie immer:\nZahnarztpraxis Dr. Roth\nRingstraße 4\n50667 Köln"_s,
+         u"Zahnarztpraxis Dr. Roth"_s},
+    };
+    for (const auto& c : businesses)
+        EXPECT_EQ(OfflineExtractor::extract(c.text).recipient.value_or(ExtractedRecipient{}).businessName,
+                  c.business)
+            << qPrintable(c.text);
+
+    // A chat copied with its speakers; a profession before the name; a unit of a business park.
+    const ExtractedInvoice chat =
+        OfflineExtractor::extract(u"Mia: danke für gestern!\nMia: schreib mir ne Rechnung, Gartenhilfe 6 "
+                                  u"Std. à 25 €\nMia: Adresse: Mia Roth, "
+                                  "Lindenweg 2, 34117 Kassel"_s);
+    ASSERT_TRUE(chat.recipient);
+    EXPECT_EQ(chat.recipient->name, u"Mia Roth"_s);
+    EXPECT_EQ(chat.items.value_or(QList<ExtractedItem>()).value(0).description, u"Gartenhilfe"_s);
+    const ExtractedInvoice letterhead = OfflineExtractor::extract(
+        u"Kanzlei Dr. Roth\nSteuerberaterin Dr. Ute Roth\nAm Markt 3\n30159 Hannover\n\nBeratung 2 Std. à 90,00 €"_s);
+    ASSERT_TRUE(letterhead.recipient);
+    EXPECT_EQ(letterhead.recipient->businessName, u"Kanzlei Dr. Roth"_s);
+    EXPECT_EQ(letterhead.recipient->name, u"Dr. Ute Roth"_s);
+    EXPECT_EQ(OfflineExtractor::extract(
+                  u"Invoice to:\nBrightwell Ltd\nUnit 4, Meadow Business Park\nDerby\nDE24 8HY"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .addressLineOne,
+              u"Unit 4, Meadow Business Park"_s);
+
+    // A trade's place before the owner's name is a business; the one who signs is the person.
+    const ExtractedInvoice florist = OfflineExtractor::extract(
+        u"Bitte 3 Stunden à 120 € abrechnen. LG Katrin Vogel, Blumenhaus Vogel, Marktplatz 1, 97070 Würzburg"_s);
+    ASSERT_TRUE(florist.recipient);
+    EXPECT_EQ(florist.recipient->businessName, u"Blumenhaus Vogel"_s);
+    EXPECT_EQ(florist.recipient->name, u"Katrin Vogel"_s);
+    // Whoever forwards another business's billing address is not reached at their own.
+    const ExtractedInvoice passed = OfflineExtractor::extract(
+        u"---------- Forwarded message ---------\nFrom: Ellen Park <ellen@parkstudio.com>\nTo: Chris "
+        "<chris@mooredesign.co>\n\nChris - can you invoice my client directly?\n\nBill to:\nHarbor Realty "
+        "LLC\n77 "
+        "Commercial St\nPortland, ME 04101\n\nLogo design: $1,800"_s);
+    ASSERT_TRUE(passed.recipient);
+    EXPECT_EQ(passed.recipient->businessName, u"Harbor Realty LLC"_s);
+    EXPECT_FALSE(passed.recipient->email);
+    // A business signing below its own address names no person.
+    const ExtractedInvoice kita = OfflineExtractor::extract(
+        u"Bitte 4 Stunden zu je 45 € abrechnen.\nViele Grüße\nKita Sonnenschein\nBirkenweg 5\n01307 Dresden"_s);
+    ASSERT_TRUE(kita.recipient);
+    EXPECT_EQ(kita.recipient->businessName, u"Kita Sonnenschein"_s);
+    EXPECT_FALSE(kita.recipient->name);
+    // A British postcode ends the sentence it is written in.
+    EXPECT_EQ(OfflineExtractor::extract(
+                  u"Please invoice Hartley Homes Ltd, 21 Station Road, Bath BA1 1AA. Thanks"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .postcode,
+              u"BA1 1AA"_s);
+
+    // A department between the person and the business names neither.
+    const ExtractedInvoice clinic = OfflineExtractor::extract(
+        u"Bitte 120 Prüfpunkte à 4,50 € abrechnen.\n\nMit freundlichen Grüßen\ni. A. Jana Koch\nFacility "
+        "Management\nKlinikum Nord gGmbH\nAm Klinikum 1\n30659 Hannover"_s);
+    ASSERT_TRUE(clinic.recipient);
+    EXPECT_EQ(clinic.recipient->name, u"Jana Koch"_s);
+    EXPECT_EQ(clinic.recipient->businessName, u"Klinikum Nord gGmbH"_s);
+    // A form: name and company fields above the address field.
+    const ExtractedInvoice form =
+        OfflineExtractor::extract(u"Here's the info for the invoice:\n\nName: Daniel O'Connor\nCompany: "
+                                  u"Brightwave Media Ltd\nAddress: 5th "
+                                  "Floor, 20 Lime Street, London EC3M 7AN\n\nEditing £90."_s);
+    ASSERT_TRUE(form.recipient);
+    EXPECT_EQ(form.recipient->name, u"Daniel O'Connor"_s);
+    EXPECT_EQ(form.recipient->businessName, u"Brightwave Media Ltd"_s);
+    EXPECT_EQ(form.recipient->postcode, u"EC3M 7AN"_s);
+
+    // Staircase and door of an Austrian address.
+    EXPECT_EQ(OfflineExtractor::extract(u"Auftraggeber: Leitner GmbH, Hauptstraße 71/2/14, 1030 Wien"_s)
+                  .recipient.value_or(ExtractedRecipient{})
+                  .addressLineOne,
+              u"Hauptstraße 71/2/14"_s);
+}
+
+TEST(OfflineExtractionRecipient, ANoteThatPassesOnAMailLetsItBeRead)
+{
+    const ExtractedInvoice invoice = OfflineExtractor::extract(
+        u"Hallo Frau Berg,\n\nunten die Freigabe von Herrn Lang, Sie können damit abrechnen.\n\nBeste Grüße\n"
+        "Eva Roth\n\nVon: Jonas Lang <j.lang@kanzlei-lang.de>\nGesendet: Montag, 5. Oktober 2026 10:12\nAn: "
+        "Eva Roth <e.roth@kanzlei-lang.de>\nBetreff: Übersetzung\n\nHallo Eva,\n\nfreigegeben: 20 Normseiten "
+        "Übersetzung à 30,00 €.\n\nRechnungsanschrift wie immer:\nKanzlei Lang PartGmbB\nz. Hd. Jonas "
+        "Lang\nMaximilianstraße 8\n80539 München\n\nGruß\nJonas"_s);
+    ASSERT_TRUE(invoice.recipient);
+    EXPECT_EQ(invoice.recipient->businessName, u"Kanzlei Lang PartGmbB"_s);
+    EXPECT_EQ(invoice.recipient->name, u"Jonas Lang"_s);
+    EXPECT_EQ(invoice.recipient->city, u"München"_s);
+    ASSERT_EQ(invoice.items.value_or(QList<ExtractedItem>()).size(), 1);
+    EXPECT_EQ(invoice.items->first().quantity, 20);
+    // The note's writer passes on a priced mail of their own: the mail below is older and stays unread.
+    const ExtractedInvoice own = OfflineExtractor::extract(
+        u"See below – please invoice 3 hours at €90.\n\n-----Original Message-----\nFrom: Tim <tim@x.de>\n"
+        "Sent: 1 March 2026\n\nCan we do 5 hours at €80?"_s);
+    ASSERT_EQ(own.items.value_or(QList<ExtractedItem>()).size(), 1);
+    EXPECT_EQ(own.items->first().unitPrice, 90);
 }

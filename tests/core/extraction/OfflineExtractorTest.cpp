@@ -93,11 +93,11 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
     const ExtractionCorpus::Score score = ExtractionCorpus::score(
         cases, [](const QString& text) { return ExtractionSchema::toJson(OfflineExtractor::extract(text)); });
     const ExtractionCorpus::Tally all = score.overall();
-    // The floor reached once the formerly kept-aside texts joined these (109 texts).
-    EXPECT_GE(all.precision(), 0.985);
-    EXPECT_GE(all.recall(), 0.925);
+    // The floor reached once the second set of kept-aside texts joined these (139 texts).
+    EXPECT_GE(all.precision(), 0.99);
+    EXPECT_GE(all.recall(), 0.97);
     // A wrong amount on a draft costs more than a missing one.
-    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.985);
+    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.99);
 }
 
 TEST(OfflineExtractor, CorpusHoldsTheCasesItIsMeantToHold)
@@ -310,6 +310,20 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         std::optional<QString> end;
     } cases[] = {
         {u"Leistungsdatum: 01.03.2026"_s, u"2026-03-01"_s, {}},
+        // days listed in one month, a labelled period, an occasion, a month on an item line or a title
+        {u"We had you for 4 days on the relaunch (9, 10, 12 and 13 March 2026), at £500 per day."_s,
+         u"2026-03-09"_s, u"2026-03-13"_s},
+        {u"Period: March 2–20, 2026."_s, u"2026-03-02"_s, u"2026-03-20"_s},
+        {u"Danke für die Technik an unserer Jahresversammlung vom 19. September 2026."_s,
+         u"2026-09-19"_s,
+         {}},
+        {u"bill Harbor Dental – 4 yoga classes @ $80, Feb 2026"_s, u"2026-02-01"_s, u"2026-02-28"_s},
+        {u"Support log - October 2026\nTask,Hours,Rate\nBackups,2,$90.00"_s, u"2026-10-01"_s,
+         u"2026-10-31"_s},
+        {u"Bitte abrechnen: Wartung bis Oktober 2026 je Monat 90 €"_s, {}, {}},
+        {u"Übersetzung 2.000 Wörter à 0,20 €, Lieferung bis 30. April 2026"_s, {}, {}},
+        {u"Bitte abrechnen: Lohnbuchhaltung Jan–Dez 2025 (12 Monate à 180,00 €)"_s, u"2025-01-01"_s,
+         u"2025-12-31"_s},
         {u"Leistungsdatum: 1.3.2026"_s, u"2026-03-01"_s, {}},
         {u"Leistungsdatum: 1. März 2026"_s, u"2026-03-01"_s, {}},
         {u"Service date: March 1, 2026"_s, u"2026-03-01"_s, {}},
