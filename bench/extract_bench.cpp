@@ -1,6 +1,8 @@
 // Measures the offline extractor: field-level precision and recall over each test corpus (the
 // first one, the one worked against and the one kept aside), and the time to read a 5 KB paste.
-// Usage: ledra-extract-bench [RUNS] [--differences CORPUS] [--text FILE]
+// Usage: ledra-extract-bench [RUNS] [--corpus CORPUS]... [--differences CORPUS] [--text FILE]
+//   --corpus scores the named folders (under tests/data, or a path relative to it) instead of the
+//   three corpora;
 //   --differences prints, text by text, where the extractor's answer differs from the expected one;
 //   --text prints what the extractor reads from one file.
 #include "extraction/OfflineExtractor.h"
@@ -75,6 +77,7 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     int runs = 1000;
+    QStringList corpora;
     for (int i = 1; i < argc; ++i) {
         if (std::strcmp(argv[i], "--text") == 0 && i + 1 < argc) {
             QFile file(QString::fromLocal8Bit(argv[++i]));
@@ -88,12 +91,16 @@ int main(int argc, char* argv[])
             printDifferences(QString::fromLocal8Bit(argv[++i]));
             return 0;
         }
+        if (std::strcmp(argv[i], "--corpus") == 0 && i + 1 < argc) {
+            corpora.append(QString::fromLocal8Bit(argv[++i]));
+            continue;
+        }
         runs = std::max(1, std::atoi(argv[i]));
     }
 
-    const QStringList corpora{QString::fromLatin1(ExtractionCorpus::first),
-                              QString::fromLatin1(ExtractionCorpus::dev),
-                              QString::fromLatin1(ExtractionCorpus::heldOut)};
+    if (corpora.isEmpty())
+        corpora = {QString::fromLatin1(ExtractionCorpus::first), QString::fromLatin1(ExtractionCorpus::dev),
+                   QString::fromLatin1(ExtractionCorpus::heldOut)};
     QList<ExtractionCorpus::Score> scores;
     QElapsedTimer timer;
     timer.start();
