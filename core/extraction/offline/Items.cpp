@@ -188,8 +188,13 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
             u"datum|week|woche|kw"_s);
         return table;
     }();
+    // "Preis (€)", "Rate [GBP]", "Betrag in EUR", and the bare code after or before the heading:
+    // "Ansatz CHF", "EUR Betrag".
     static const Re currencyNote(
-        uR"(\s*(?:\((?<a>[^)]*)\)|\[(?<b>[^\]]*)\]|\bin\s+(?<c>€|EUR|USD|\$|£|GBP|CHF)))"_s, anyCase);
+        uR"(\s*(?:\((?<a>[^)]*)\)|\[(?<b>[^\]]*)\]|\bin\s+(?<c>€|EUR|USD|\$|£|GBP|CHF)|)"
+        uR"((?<=\p{L}|\.)\s+(?<d>€|EUR|USD|\$|£|GBP|CHF|Fr\.)$))"_s,
+        anyCase);
+    static const Re currencyFirst(uR"(^(€|EUR|USD|\$|£|GBP|CHF)\s+(?=\p{L}))"_s, sameCase);
     auto keyOf = [](const QString& text) {
         QString key = text.toLower().simplified();
         while (key.endsWith(u'.') || key.endsWith(u':'))
@@ -214,8 +219,14 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
     };
     for (const Cell& original : cells) {
         QString cell = original.text;
+        if (const Match m = currencyFirst.match(cell); m.hasMatch()) {
+            if (currency)
+                *currency = currencyCode(m.captured(1));
+            cell = cell.mid(m.capturedEnd());
+        }
         if (const Match m = currencyNote.match(cell); m.hasMatch()) {
-            const QString inner = m.captured(u"a"_s) + m.captured(u"b"_s) + m.captured(u"c"_s);
+            const QString inner =
+                m.captured(u"a"_s) + m.captured(u"b"_s) + m.captured(u"c"_s) + m.captured(u"d"_s);
             const QString code = currencyCode(inner);
             if (!code.isEmpty() && currency)
                 *currency = code;

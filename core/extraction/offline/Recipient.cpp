@@ -402,7 +402,10 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
     if (!haveStreet && !r.addressLineTwo && !r.name && !r.businessName)
         return std::nullopt;
     // "Unit 7, Riverside Business Park" with no street below it is the first line of the address.
-    if (!r.addressLineOne && r.addressLineTwo && r.addressLineTwo->contains(u", "_s))
+    // So is a numbered post box where no street is given: "PO Box 1287", "Postfach 214".
+    static const Re postBox(uR"(^(?:Postfach|Postbox|P\.?\s?O\.?\s?Box|Box)\s*\d)"_s, anyCase);
+    if (!r.addressLineOne && r.addressLineTwo &&
+        (r.addressLineTwo->contains(u", "_s) || postBox.match(*r.addressLineTwo).hasMatch()))
         std::swap(r.addressLineOne, r.addressLineTwo);
 
     // Below the town: the country, then contact lines that still belong to the block.
