@@ -35,7 +35,7 @@ const QHash<QString, std::pair<Role, int>>& labels()
             u"kunde|customer|auftraggeber|auftraggeberin|client|empfänger|recipient|kundenadresse|"
             u"customer address"_s);
         add(Role::recipientBlock, ownAddressLabel,
-            u"adresse|anschrift|address|postanschrift|postal address|firmenanschrift|company address|"
+            u"adresse|adrässe|anschrift|address|postanschrift|postal address|firmenanschrift|company address|"
             u"unsere adresse|our address|unsere anschrift"_s);
         add(Role::otherBlock, otherAddressLabel,
             u"lieferadresse|lieferanschrift|versandadresse|shipping address|ship to|delivery address|"
@@ -178,6 +178,23 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
                 value = m.captured(2).trimmed();
             }
         }
+        // A sentence that asks for the invoice to go to the address below it, however it is
+        // worded: "Could you address the invoice to our finance office:", "Die Rechnung geht
+        // bitte an unsere Zentrale:".
+        if (role == Role::none && plain.endsWith(u':') && plain.size() <= 120) {
+            static const Re asksFor(
+                uR"(\b(?:invoices?|bills?|billing|Rechnung(?:en)?|R[äe]chnig)\b(?:\s+[\p{L}'’-]+){0,8}?\s+)"
+                uR"((?:to|an|at|für|for|zu)\b[^:]*:$)"_s,
+                anyCase);
+            if (asksFor.match(plain).hasMatch()) {
+                // What else the sentence says ("send it to accounts@… and address it to:") is
+                // read as well, before the block it opens.
+                if (plain.contains(u'@'))
+                    entries.append({plain, Role::none, i});
+                entries.append({{}, Role::recipientBlock, i, billingLabel, false});
+                continue;
+            }
+        }
         if (value.isEmpty()) {
             if (isBlockRole(role))
                 entries.append({{}, role, i, score, false});
@@ -247,6 +264,7 @@ struct Block
     int top = 0;
     int bottom = 0; // the last entry that belongs to it, contact lines below included
     int score = 0;
+    bool labelAbove = false; // headed by a label on a line of its own ("Bill to:")
 };
 
 void setOnce(std::optional<QString>& field, const QString& value)
@@ -291,9 +309,12 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
     for (int j = above, steps = 0; j >= 0 && steps < 8; --j, ++steps) {
         const Entry& e = entries[j];
         if (e.text.isEmpty()) {
-            if (isBlockRole(e.role)) {
-                block.score += e.score;
-                block.top = j;
+            // "… address it to:", a blank line, then the address: the label still heads it.
+            const int label = !isBlockRole(e.role) && j > 0 && entries[j - 1].text.isEmpty() ? j - 1 : j;
+            if (isBlockRole(entries[label].role)) {
+                block.score += entries[label].score;
+                block.top = label;
+                block.labelAbove = true;
             }
             break;
         }
@@ -573,10 +594,13 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
             setOnce(r.name, *signer);
         if (signerCompany)
             setOnce(r.businessName, *signerCompany);
-    } else if (chosen->score == billingLabel && signer && !signerCompany && chosen->top < closing) {
-        // Whoever asks for the invoice to go to an address without a person speaks for it; a
-        // billing address added below the signature ("(für die Rechnung: …)") is passed on by
-        // someone else.
+    } else if (chosen->score == billingLabel && !(chosen->labelAbove && chosen->recipient.businessName) &&
+               signer && !signerCompany && chosen->top < closing) {
+        // Whoever asks for the invoice to go to an address written into the sentence, or to one
+        // that names nobody ("an unsere Privatadresse:"), speaks for it; a business's billing
+        // block under a label of its own names its person or none, and a billing
+        // address added below the signature ("(für die Rechnung: …)") is passed on by someone
+        // else.
         setOnce(r.name, *signer);
     }
 
