@@ -223,10 +223,6 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
                 item.description = item.description->mid(cut).trimmed();
         }
     }
-    // A number of things with no unit beside it counts pieces: "18 illustrations", a Qty column.
-    for (ExtractedItem& item : items.items)
-        if (item.quantity && !item.unit)
-            item.unit = ExtractedUnit::piece;
     if (!items.items.isEmpty())
         invoice.items = items.items;
 

@@ -231,8 +231,10 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
             continue;
         Quantity quantity{*value, std::nullopt, span};
         quantity.times = !m.captured(u"x"_s).isEmpty();
-        if (!m.captured(u"u"_s).isEmpty())
+        if (!m.captured(u"u"_s).isEmpty()) {
             quantity.unit = unitFromWord(m.captured(u"u"_s));
+            quantity.measured = !quantity.unit;
+        }
         return quantity;
     }
     auto each = beforeEach.globalMatch(text);
@@ -246,7 +248,9 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         const auto value = parseNumber(number);
         if (!clear(span) || !value || *value <= 0)
             continue;
-        return Quantity{*value, std::nullopt, span};
+        Quantity quantity{*value, std::nullopt, span};
+        quantity.measured = m.captured().contains(u"km"_s, Qt::CaseInsensitive);
+        return quantity;
     }
     if (!pricedPerUnit)
         return std::nullopt;
@@ -548,6 +552,7 @@ std::optional<ItemDraft> itemFromLine(const TextLine& source, int lineIndex, Ite
         draft.item.quantity = quantity->value;
         draft.item.unit = quantity->unit;
         draft.times = quantity->times;
+        draft.measured = quantity->measured;
         used.append(quantity->span);
     }
     for (const PricedMoney& price : prices) {

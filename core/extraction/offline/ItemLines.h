@@ -24,7 +24,8 @@ struct ItemDraft
     bool net = false;
     int line = -1;
     QStringList currencies;
-    bool times = false; // the quantity was written "2 x"
+    bool times = false;    // the quantity was written "2 x"
+    bool measured = false; // in a measure no unit names ("12 Monate", "120 km"), so no count of pieces
 };
 
 struct Totals
@@ -49,6 +50,7 @@ struct Quantity
     std::optional<ExtractedUnit> unit;
     Span span;
     bool times = false; // "2 x …": the price that follows is for each one
+    bool measured = false;
 };
 
 // The quantity of a line; beside a price per unit, any number of things ("3.000 Wörter") is one.

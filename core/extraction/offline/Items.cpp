@@ -349,13 +349,18 @@ std::optional<ItemDraft> itemFromRow(const QStringList& cells, const QList<Heade
                 item.unit = ExtractedUnit::hour;
             else if (columns[i].kind == Column::days)
                 item.unit = ExtractedUnit::day;
-            else if (!m.captured(2).isEmpty())
+            else if (!m.captured(2).isEmpty()) {
                 item.unit = unitFromWord(m.captured(2));
+                draft.measured = !item.unit;
+            }
             break;
         }
         case Column::unit:
+            // "m²", "lfm": a measure the units do not name
             if (const auto unit = unitFromWord(cell))
                 item.unit = unit;
+            else
+                draft.measured = true;
             break;
         case Column::unitPrice:
             if (const auto m = amountOf(cell))
@@ -609,6 +614,9 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             draft.item.unitPrice.reset();
         if (draft.item.description)
             draft.item.description = tidyDescription(*draft.item.description);
+        // A number of things with no unit beside it counts pieces: "18 illustrations", a Qty column.
+        if (draft.item.quantity && !draft.item.unit && !draft.measured)
+            draft.item.unit = ExtractedUnit::piece;
         if (draft.item == ExtractedItem{} ||
             (draft.item.description && !isWorkDescription(*draft.item.description)))
             continue;

@@ -183,7 +183,7 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
         // bitte an unsere Zentrale:".
         if (role == Role::none && plain.endsWith(u':') && plain.size() <= 120) {
             static const Re asksFor(
-                uR"(\b(?:invoices?|bills?|billing|Rechnung(?:en)?|R[äe]chnig)\b(?:\s+[\p{L}'’-]+){0,8}?\s+)"
+                uR"(\b(?:invoices?|bills?|billing|Rechnung(?:en)?|R[äe]chnig)\b(?:,?\s+[\p{L}'’-]+){0,8}?,?\s+)"
                 uR"((?:to|an|at|für|for|zu)\b[^:]*:$)"_s,
                 anyCase);
             if (asksFor.match(plain).hasMatch()) {

@@ -455,6 +455,7 @@ std::optional<ItemDraft> itemFromClause(const QString& clause, const QString& le
         draft.item.quantity = quantity->value;
         draft.item.unit = quantity->unit;
         draft.times = quantity->times; // "2 x Website audit 450.00 EUR": the price is for each
+        draft.measured = quantity->measured;
     }
     if (!draft.item.unit && price.unit)
         draft.item.unit = price.unit;

@@ -93,11 +93,11 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
     const ExtractionCorpus::Score score = ExtractionCorpus::score(
         cases, [](const QString& text) { return ExtractionSchema::toJson(OfflineExtractor::extract(text)); });
     const ExtractionCorpus::Tally all = score.overall();
-    // The floor reached once the second set of kept-aside texts joined these (139 texts).
-    EXPECT_GE(all.precision(), 0.99);
-    EXPECT_GE(all.recall(), 0.97);
+    // The floor reached once the third set of kept-aside texts joined these (169 texts).
+    EXPECT_GE(all.precision(), 0.96);
+    EXPECT_GE(all.recall(), 0.92);
     // A wrong amount on a draft costs more than a missing one.
-    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.99);
+    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.98);
 }
 
 TEST(OfflineExtractor, CorpusHoldsTheCasesItIsMeantToHold)
@@ -163,14 +163,15 @@ TEST(OfflineExtractor, QuantitiesAndUnitsFromTheirWords)
         {u"Betreuung 3 Wochen à 1.500 €"_s, 3, ExtractedUnit::week, 1500},
         {u"Flyer 250 Stk. à 0,12 €"_s, 250, ExtractedUnit::piece, 0.12},
         {u"Icons 12 pcs at €45.00 each"_s, 12, ExtractedUnit::piece, 45},
-        {u"2x Korrekturschleife à 120 €"_s, 2, std::nullopt, 120},
-        {u"Übersetzung 1.200 Wörter à 0,12 €"_s, 1200, std::nullopt, 0.12},
+        {u"2x Korrekturschleife à 120 €"_s, 2, ExtractedUnit::piece, 120},
+        {u"Übersetzung 1.200 Wörter à 0,12 €"_s, 1200, ExtractedUnit::piece, 0.12},
+        // Months and kilometres are measures no unit names: no count of pieces either.
         {u"Hosting 12 Monate à 9,90 €"_s, 12, std::nullopt, 9.9},
         {u"Fotoproduktion, 2 Drehtage à 1.100,00 EUR"_s, 2, ExtractedUnit::day, 1100},
         {u"Fahrtkosten 120 km à 0,30 €"_s, 120, std::nullopt, 0.3},
         // "x 120 km" counts kilometres; the price is the one per kilometre.
         {u"Kilometerpauschale 0,30 €/km x 120 km"_s, 120, std::nullopt, 0.3},
-        {u"Übersetzung: 0,12 € pro Wort, 3.000 Wörter"_s, 3000, std::nullopt, 0.12},
+        {u"Übersetzung: 0,12 € pro Wort, 3.000 Wörter"_s, 3000, ExtractedUnit::piece, 0.12},
     };
     for (const auto& [line, quantity, unit, unitPrice] : cases) {
         const ExtractedItem item = onlyItem(line);
@@ -263,6 +264,40 @@ TEST(OfflineExtractor, TablesByTheirHeadings)
     EXPECT_EQ(hours[1], (ExtractedItem{u"Umsetzung"_s, 12.5, ExtractedUnit::hour, 85, std::nullopt}));
     EXPECT_EQ(OfflineExtractor::extract(u"Tätigkeit\tStunden\tSatz (EUR)\nKonzeption\t6\t95"_s).currencyCode,
               u"EUR");
+}
+
+TEST(OfflineExtractor, TableHeadingsWithTheCurrencyWrittenBare)
+{
+    // The code after or before a heading names the currency of the column, in any number style.
+    const ExtractedInvoice swiss = OfflineExtractor::extract(
+        u"Arbeit\tAnzahl\tEinheit\tAnsatz CHF\tTotal CHF\nFenster reinigen\t1\tpauschal\t2'480.00\t2'480.00\n"
+        u"Storen warten\t6\tStd.\t98.50\t591.00"_s);
+    ASSERT_TRUE(swiss.items && swiss.items->size() == 2);
+    EXPECT_EQ(swiss.items->at(0),
+              (ExtractedItem{u"Fenster reinigen"_s, 1, ExtractedUnit::lumpSum, 2480, std::nullopt}));
+    EXPECT_EQ(swiss.items->at(1),
+              (ExtractedItem{u"Storen warten"_s, 6, ExtractedUnit::hour, 98.5, std::nullopt}));
+    EXPECT_EQ(swiss.currencyCode, u"CHF");
+
+    const ExtractedInvoice british =
+        OfflineExtractor::extract(u"Item\tQty\tGBP Each\tGBP Total\nMounted prints\t12\t35.00\t420.00"_s);
+    ASSERT_TRUE(british.items && british.items->size() == 1);
+    EXPECT_EQ(british.items->first(),
+              (ExtractedItem{u"Mounted prints"_s, 12, ExtractedUnit::piece, 35, std::nullopt}));
+    EXPECT_EQ(british.currencyCode, u"GBP");
+}
+
+TEST(OfflineExtractor, CountedThingsArePiecesMeasuresAreNot)
+{
+    EXPECT_EQ(onlyItem(u"- 9 product photos at $40 each"_s).unit, ExtractedUnit::piece);
+    EXPECT_EQ(onlyItem(u"3 x Lizenz Plugin à 49 €"_s).unit, ExtractedUnit::piece);
+    // A measure the units do not name leaves the unit open, in a line or a table column.
+    EXPECT_EQ(onlyItem(u"Pflaster verlegen 28 m² à 46,00 €"_s).unit, std::nullopt);
+    const ExtractedInvoice table = OfflineExtractor::extract(
+        u"Position;Menge;Einheit;Preis\nZaun setzen;14;lfm;62,00\nTor einbauen;1;Stk;480,00"_s);
+    ASSERT_TRUE(table.items && table.items->size() == 2);
+    EXPECT_EQ(table.items->at(0).unit, std::nullopt);
+    EXPECT_EQ(table.items->at(1).unit, ExtractedUnit::piece);
 }
 
 TEST(OfflineExtractor, TaxRatesPerLineOrForTheWholeText)
@@ -501,6 +536,36 @@ TEST(OfflineExtractor, AddressLinesInTheirPlaces)
          {u"Roth Events UG (haftungsbeschränkt)"_s, u"Sommerfeld e.K."_s, u"Meyer & Kohl OHG"_s,
           u"Praxis Lange GbR"_s, u"Brightline Ltd."_s, u"Acme Corp"_s, u"Lumière S.A."_s, u"Nordic AB"_s})
         EXPECT_EQ(recipientOf(company + u"\nHauptstraße 1\n10115 Berlin"_s).businessName, company);
+}
+
+TEST(OfflineExtractor, BillingBlocksOpenedByAnyRequest)
+{
+    // However the request is worded, and with a blank line before the address, it heads a
+    // billing block: the business's person is the one in it or none, never who signs.
+    for (const QString& request : {u"Would you mind making the invoice out to our holding company:"_s,
+                                   u"Die Rechnung stellen Sie bitte auf unseren Verein aus, an:"_s,
+                                   u"For billing, please use our head office at:"_s}) {
+        const ExtractedRecipient r =
+            recipientOf(u"Hello,\n\nthanks again.\n\n"_s + request +
+                        u"\n\nHarrowgate Holdings Ltd\n7 Quay Street\nBristol BS1 4DJ\n\n"
+                        u"Best wishes,\nGemma Lowry\ngemma@harrowgate.co.uk"_s);
+        EXPECT_EQ(r.businessName, u"Harrowgate Holdings Ltd") << qPrintable(request);
+        EXPECT_EQ(r.postcode, u"BS1 4DJ") << qPrintable(request);
+        EXPECT_EQ(r.name, std::nullopt) << qPrintable(request);
+    }
+    // A private address names nobody, so the one who asks for it is the one billed.
+    EXPECT_EQ(recipientOf(u"Die Rechnung bitte an meine Privatadresse:\nLerchenweg 4\n79100 Freiburg\n\n"
+                          u"Viele Grüße\nJonas Brenner"_s)
+                  .name,
+              u"Jonas Brenner");
+    // A post box without a street is the first line of the address.
+    const ExtractedRecipient box =
+        recipientOf(u"Invoice to:\nKestrel Arts Trust\nPO Box 4410\nYork\nYO1 7HH"_s);
+    EXPECT_EQ(box.addressLineOne, u"PO Box 4410");
+    EXPECT_EQ(box.addressLineTwo, std::nullopt);
+    const ExtractedRecipient both =
+        recipientOf(u"Rechnungsadresse:\nBergbahnen Sattel AG\nDorfstrasse 3\nPostfach\n6417 Sattel"_s);
+    EXPECT_EQ(both.addressLineOne, u"Dorfstrasse 3");
 }
 
 TEST(OfflineExtractor, TheSenderOfThePastedMailIsTheRecipient)
