@@ -146,11 +146,33 @@ int yearStated(const QList<TextLine>& lines)
 
 namespace {
 
-QList<DateFound> datesWritten(const QString& line)
+// The line with the names of weekdays before a day's number blanked out, so that "from Monday 9
+// to Friday 13 March" reads as "from 9 to 13 March"; every position stays where it was.
+QString withoutWeekdays(const QString& line)
+{
+    static const Re hint(uR"(day|tag|woch|mon|tue|wed|thu|fri|sat|sun)"_s, Re::CaseInsensitiveOption);
+    if (!hint.match(line).hasMatch())
+        return line;
+    static const Re weekday(
+        uR"(\b(?:Monday|Tuesday|Wednesday|Thursday|Friday|Saturday|Sunday|Mon|Tue|Tues|Wed|Thu|Thur|)"
+        uR"(Thurs|Fri|Sat|Sun|Montag|Dienstag|Mittwoch|Donnerstag|Freitag|Samstag|Sonnabend|Sonntag)\.?,?)"
+        uR"((?=\s+(?:the\s+|den\s+)?\d{1,2}\b))"_s,
+        anyCase);
+    QString blanked = line;
+    for (auto it = weekday.globalMatch(line); it.hasNext();) {
+        const Match m = it.next();
+        for (qsizetype k = m.capturedStart(); k < m.capturedEnd(); ++k)
+            blanked[k] = u' ';
+    }
+    return blanked;
+}
+
+QList<DateFound> datesWritten(const QString& written)
 {
     QList<DateFound> found;
-    if (!std::any_of(line.cbegin(), line.cend(), [](QChar c) { return c.isDigit(); }))
+    if (!std::any_of(written.cbegin(), written.cend(), [](QChar c) { return c.isDigit(); }))
         return found;
+    const QString line = withoutWeekdays(written);
     const QString& month = monthPattern();
     const QString to =
         uR"(\s*(?:bis(?:\s+(?:zum|einschließlich|einschl\.))?|to|until|till|through|thru|and|und|)"
@@ -361,6 +383,23 @@ QList<DateFound> datesWritten(const QString& line)
             start = start.addYears(-1);
         add(m, start, end.isValid() ? end.addMonths(1).addDays(-1) : QDate(), true);
     });
+    // "Q3 2026", "Q3/2026", "3. Quartal 2026", "third quarter of 2026": three whole months.
+    static const Re quarter(
+        uR"(\b(?:Q([1-4])\s*[/\-']?\s*|([1-4])\.\s*Quartal\s+|(first|second|third|fourth|ersten|zweiten|)"
+        uR"(dritten|vierten|erstes|zweites|drittes|viertes)\s+(?:quarter|Quartal)\s+(?:of\s+)?)(\d{4})\b)"_s,
+        anyCase);
+    const bool quarterWord = line.contains(u'Q') || line.contains(u"quar"_s, Qt::CaseInsensitive);
+    scan(quarterWord, quarter, [&](const Match& m) {
+        static const QHash<QString, int> ordinals{{u"first"_s, 1},   {u"second"_s, 2},  {u"third"_s, 3},
+                                                  {u"fourth"_s, 4},  {u"ersten"_s, 1},  {u"zweiten"_s, 2},
+                                                  {u"dritten"_s, 3}, {u"vierten"_s, 4}, {u"erstes"_s, 1},
+                                                  {u"zweites"_s, 2}, {u"drittes"_s, 3}, {u"viertes"_s, 4}};
+        int number = m.captured(1).toInt() + m.captured(2).toInt();
+        if (number == 0)
+            number = ordinals.value(m.captured(3).toLower());
+        const QDate start(m.captured(4).toInt(), 3 * number - 2, 1);
+        add(m, start, start.isValid() ? start.addMonths(3).addDays(-1) : QDate(), true);
+    });
     scan(months, monthYear, [&](const Match& m) {
         const QDate start(m.captured(2).toInt(), monthNumber(m.captured(1)), 1);
         add(m, start, start.isValid() ? start.addMonths(1).addDays(-1) : QDate(), true);
@@ -410,7 +449,9 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
         uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held|logged|)"
         uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
-        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b)"_s,
+        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b|)"
+        // "Der Lauf war am 10. und 11. Oktober", "the shoot ran from …": when it happened.
+        uR"(\b(?:war\s+(?:am|vom)|was\s+on|ran\s+(?:from|on)|liefen?\s+(?:am|vom)|happened|lief\s+von)\b)"_s,
         anyCase);
     // What was done on a day, named by the occasion: "an unserer Generalversammlung vom 19.
     // September", "Gartenarbeiten vom 3. bis 7. August", "for the fall gala on October 17".
@@ -427,14 +468,15 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(holiday|abwesend|out\s+of\s+office|gültig|valid|Angebot\s+vom|quote\s+(?:date|of)|)"
         uR"(geboren|Liefertermin|nächste|next|geplant|planned|erhalten|received|\bplan(?:en|e|t|s)?\b|)"
         uR"(planning|\bwill\b|\bwerden\b|\bwird\b|kommende|upcoming|\bsent\b|geschickt|verschickt|)"
-        uR"(\bsoll(?:en|te)?\b|\bshall\b|\bgoing\s+to\b|\bto\s+be\b)"_s,
+        uR"(\bsoll(?:en|te)?\b|\bshall\b|\bgoing\s+to\b|\bto\s+be\b|estimated|expected|voraussichtlich|)"
+        uR"(erwartet|required|benötigt|gewünscht)"_s,
         anyCase);
     // Words that set a limit or a start only when they stand right before the date: "ab dem
     // 1. März", "by March 3"; further back, "rechnen Sie … ab, die Arbeiten liefen vom …" is
     // another clause.
     static const Re limit(
         uR"((?:\bbis(?:\s+zum|\s+spätestens)?|\bby|until|before|\bvor\s+dem|\bab(?:\s+dem)?|)"
-        uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*$)"_s,
+        uR"(starting(?:\s+on|\s+from)?|from\s+now|ab\s+sofort)\s*:?\s*$)"_s,
         anyCase);
     // A month counts as the period only where it says when the work was done or what is billed:
     // "im Februar 2026 sind 20 Stunden angefallen", "Re: Website maintenance, February 2026".

@@ -359,6 +359,17 @@ TEST(OfflineExtractor, ServiceDatesInEveryFormButNeverDeadlines)
         {u"Übersetzung 2.000 Wörter à 0,20 €, Lieferung bis 30. April 2026"_s, {}, {}},
         {u"Bitte abrechnen: Lohnbuchhaltung Jan–Dez 2025 (12 Monate à 180,00 €)"_s, u"2025-01-01"_s,
          u"2025-12-31"_s},
+        // weekdays named before the days, quarters, and when something happened
+        {u"The install ran from Tuesday 3 to Thursday 5 November 2026."_s, u"2026-11-03"_s, u"2026-11-05"_s},
+        {u"Die Schulung war am Montag, 7. und Dienstag, 8. Dezember 2026."_s, u"2026-12-07"_s,
+         u"2026-12-08"_s},
+        {u"Please invoice Q2 2026: 30 hours of support at $90/hr."_s, u"2026-04-01"_s, u"2026-06-30"_s},
+        {u"Bitte abrechnen: Betreuung im 4. Quartal 2026, 12 Std. à 70 €"_s, u"2026-10-01"_s,
+         u"2026-12-31"_s},
+        {u"Das Konzert war am 14. März 2026, Gage 800 €."_s, u"2026-03-14"_s, {}},
+        // an estimate or a date something is required by is no date of the work
+        {u"Setup of 3 kiosks at $400 each. Estimated delivery: May 4–8, 2026"_s, {}, {}},
+        {u"Illustrations 6 x £90, delivery required by: 12/06/2026"_s, {}, {}},
         {u"Leistungsdatum: 1.3.2026"_s, u"2026-03-01"_s, {}},
         {u"Leistungsdatum: 1. März 2026"_s, u"2026-03-01"_s, {}},
         {u"Service date: March 1, 2026"_s, u"2026-03-01"_s, {}},
