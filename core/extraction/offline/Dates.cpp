@@ -150,8 +150,11 @@ namespace {
 // to Friday 13 March" reads as "from 9 to 13 March"; every position stays where it was.
 QString withoutWeekdays(const QString& line)
 {
-    static const Re hint(uR"(day|tag|woch|mon|tue|wed|thu|fri|sat|sun)"_s, Re::CaseInsensitiveOption);
-    if (!hint.match(line).hasMatch())
+    bool named = false;
+    for (const char16_t* stem : {u"mon", u"tue", u"wed", u"thu", u"fri", u"sat", u"sun", u"dienst", u"mittw",
+                                 u"donn", u"freit", u"samst", u"sonn"})
+        named = named || line.contains(QStringView(stem), Qt::CaseInsensitive);
+    if (!named)
         return line;
     static const Re weekday(
         uR"(\b(?:Monday|Tuesday|Wednesday|Thursday|Friday|Saturday|Sunday|Mon|Tue|Tues|Wed|Thu|Thur|)"
