@@ -439,7 +439,8 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
 {
     static const Re strong(
         uR"(Leistungszeitraum|Leistungsdatum|Leistungserbringung|Leistungstag|Lieferdatum|)"
-        uR"(Leistungsübersicht|Leistungsnachweis|Stundennachweis|Timesheet|)"
+        uR"(Leistungsübersicht|Leistungsnachweis|Stundennachweis|Timesheet|Stundenaufstellung|Stundenliste|)"
+        uR"(Zeitaufstellung|Tätigkeitsnachweis|time\s+log|hours\s+log|time\s+sheet|)"
         uR"(Lieferzeitraum|Ausführungsdatum|Ausführungszeitraum|Abrechnungszeitraum|Einsatzzeitraum|)"
         uR"(Projektzeitraum|Zeitraum|service\s+(?:period|date)|date\s+of\s+(?:service|supply|)"
         uR"(delivery)|period\s+of\s+(?:service|performance)|performance\s+period|delivery\s+(?:date|)"
@@ -502,6 +503,11 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
     QList<Candidate> ranges;
     QList<Candidate> singles;
     QList<Candidate> monthsWorked;
+    // The dates on the item lines themselves: a timesheet or a table with dates per row.
+    QSet<int> itemDated;
+    QDate itemFirst;
+    QDate itemLast;
+    bool otherDated = false;
     int firstLine = 0;
     while (firstLine < lines.size() && lines[firstLine].plain.isEmpty())
         ++firstLine;
@@ -548,6 +554,14 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             if (!workLine && !itemLines.contains(i))
                 continue;
             (date.end.isValid() ? ranges : singles).append(candidate);
+            if (itemLines.contains(i)) {
+                itemDated.insert(i);
+                itemFirst = itemFirst.isValid() ? std::min(itemFirst, date.start) : date.start;
+                const QDate last = date.end.isValid() ? date.end : date.start;
+                itemLast = itemLast.isValid() ? std::max(itemLast, last) : last;
+            } else {
+                otherDated = true;
+            }
         }
     }
     auto onlyOne = [](const QList<Candidate>& list) -> std::optional<Candidate> {
@@ -559,6 +573,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         return list.first();
     };
     std::optional<Candidate> chosen = labelled;
+    // Every dated line an item of its own: the work ran from the first of them to the last.
+    if (!chosen && itemDated.size() >= 2 && !otherDated && itemFirst < itemLast &&
+        itemFirst.daysTo(itemLast) <= 366)
+        chosen = Candidate{itemFirst, itemLast, false};
     if (!chosen)
         chosen = onlyOne(ranges);
     if (!chosen && ranges.isEmpty())

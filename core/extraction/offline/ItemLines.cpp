@@ -391,8 +391,14 @@ QString tidyDescription(QString text)
     static const Re instruction(
         uR"(^(?:add|include|plus|dazu|zzgl\.?|zuzüglich)\s+(?:(?:the|die|das|den|der)\s+)?(?=\S))"_s,
         anyCase);
+    // "the brochure came in at", "der Text kam auf": the verb that leads to the count.
+    static const Re verbTail(
+        uR"(\s+(?:(?:came|comes|come)(?:\s+(?:in|out|to))?|ran(?:\s+to)?|totall?ed|amounted\s+to|ended\s+up|)"
+        uR"(worked\s+out|kam(?:\s+auf)?|umfasste|hatte)(?:\s+at)?$)"_s,
+        anyCase);
     text = text.simplified();
     text.replace(rateTail, QString());
+    text.replace(verbTail, QString());
     if (const Match m = instruction.match(text); m.hasMatch() && m.capturedLength() < text.size())
         text = text.mid(m.capturedLength());
     return withParenthesesMended(text);
@@ -479,7 +485,9 @@ void settlePrice(ItemDraft& draft, const QList<PricedMoney>& prices)
 QList<Span> notPrices(const QString& line, const Vat& vat, const QList<Span>& dates)
 {
     static const Re percent(uR"(\d+(?:[.,]\d+)?\s*%)"_s, sameCase);
-    static const Re time(uR"(\b\d{1,2}:\d{2}\b(?:\s*Uhr)?)"_s, anyCase);
+    static const Re time(
+        uR"(\b\d{1,2}:\d{2}\b(?:\s*Uhr)?|\b\d{1,2}(?:[:.]\d{2})?\s*(?:a\.m\.|p\.m\.|am|pm|Uhr)(?![\p{L}]))"_s,
+        anyCase);
     QList<Span> hidden = vat.spans + dates;
     for (const QRegularExpression* pattern : {&percent, &time}) {
         auto it = pattern->globalMatch(line);
@@ -497,10 +505,30 @@ QList<PricedMoney> pricesIn(const QString& text, bool documentCurrency)
     static const Re counts(uR"(^\s*(?:Stunden|Stunde|Std\.?|hours?|hrs?\.?|h|Tage|Tag|days?|Wochen|weeks?|)"
                            uR"(Stück|Stk\.?|pcs|pieces|Personen|people|Mann|m²|m³|km|kg)(?![\p{L}\d]))"_s,
                            anyCase);
+    // "came in at 4,350 words": a bare number before a noun counts that noun, unless the word
+    // says how the price is meant ("at 450 per day", "zu 90 netto", "at 80 an hour").
+    static const Re nextWord(uR"(^\s+(\p{L}[\p{L}\-]*))"_s, sameCase);
+    static const QSet<QString> priceWords{
+        u"per"_s,       u"pro"_s,   u"je"_s,    u"each"_s,      u"a"_s,         u"an"_s,    u"the"_s,
+        u"die"_s,       u"der"_s,   u"das"_s,   u"den"_s,       u"net"_s,       u"netto"_s, u"brutto"_s,
+        u"gross"_s,     u"plus"_s,  u"zzgl"_s,  u"zuzüglich"_s, u"inkl"_s,      u"incl"_s,  u"inklusive"_s,
+        u"including"_s, u"excl"_s,  u"exkl"_s,  u"excluding"_s, u"ex"_s,        u"flat"_s,  u"pauschal"_s,
+        u"fix"_s,       u"fixed"_s, u"total"_s, u"gesamt"_s,    u"insgesamt"_s, u"all"_s,   u"in"_s,
+        u"im"_s,        u"für"_s,   u"for"_s,   u"und"_s,       u"and"_s,       u"or"_s,    u"oder"_s,
+        u"vat"_s,       u"mwst"_s,  u"ust"_s,   u"apiece"_s,    u"is"_s,        u"ist"_s,   u"was"_s,
+        u"war"_s,       u"on"_s,    u"am"_s,    u"bis"_s,       u"to"_s,        u"until"_s, u"as"_s,
+        u"wie"_s,       u"if"_s,    u"then"_s,  u"dann"_s,      u"with"_s,      u"mit"_s,   u"ohne"_s,
+        u"without"_s,   u"by"_s,    u"von"_s,   u"of"_s,        u"zu"_s,        u"at"_s,    u"also"_s,
+        u"auch"_s,      u"but"_s,   u"aber"_s,  u"so"_s,        u"that"_s,      u"which"_s, u"please"_s,
+        u"bitte"_s};
     QList<PricedMoney> prices;
     for (const Money& money : moneyIn(text)) {
         if (money.currency.isEmpty() && !money.dash && counts.match(text.mid(money.span.to)).hasMatch())
             continue;
+        if (money.currency.isEmpty() && !money.dash)
+            if (const Match word = nextWord.match(text.mid(money.span.to, 40)); word.hasMatch())
+                if (!priceWords.contains(word.captured(1).toLower()) && !unitFromWord(word.captured(1)))
+                    continue;
         const PricedMoney priced = priceRole(text, money);
         // Bare numbers are prices only where the line marks them as such.
         const bool trailing = text.mid(money.span.to).trimmed().isEmpty();

@@ -185,7 +185,7 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         add(Column::ignore,
             u"pos|nr|#|no|lfd nr|pos nr|position nr|art-nr|artikel-nr|artnr|artikelnummer|sku|item no|"
             u"item #|part no|day|weekday|tag|wochentag|date|"
-            u"datum|week|woche|kw"_s);
+            u"datum|week|woche|kw|von|bis|from|to|start|end|beginn|ende|start date|end date"_s);
         return table;
     }();
     // "Preis (€)", "Rate [GBP]", "Betrag in EUR", and the bare code after or before the heading:
@@ -587,6 +587,32 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                 if (!rates.first().currency.isEmpty())
                     context.itemCurrencies.append(rates.first().currency);
             }
+
+    // A timesheet's days above their summary by activity ("Entwicklung 28,0 h à € 92,00"): when the
+    // lines without a price add up to the time of the priced lines in the same unit, they are its
+    // detail and bill nothing of their own.
+    {
+        double detail = 0;
+        double summary = 0;
+        std::optional<ExtractedUnit> unit;
+        bool sameUnit = true;
+        int details = 0;
+        for (const ItemDraft& draft : drafts) {
+            if (!draft.item.quantity)
+                continue;
+            if (unit && draft.item.unit != unit)
+                sameUnit = false;
+            unit = draft.item.unit;
+            if (unpriced(draft)) {
+                detail += *draft.item.quantity;
+                ++details;
+            } else if (draft.item.unitPrice) {
+                summary += *draft.item.quantity;
+            }
+        }
+        if (sameUnit && details >= 2 && summary > 0 && nearlyEqual(detail, summary))
+            drafts.erase(std::remove_if(drafts.begin(), drafts.end(), unpriced), drafts.end());
+    }
 
     // A total that includes the tax and equals the sum of the lines makes them gross.
     double sum = 0;

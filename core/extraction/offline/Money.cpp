@@ -150,6 +150,12 @@ Vat vatIn(const QString& line)
         uR"(excluding)\s+(?:der\s+)?(?:gesetzl(?:ichen|iche|\.)?\s+)?(?:MwSt\.?|Mwst\.?|MWST\.?|)"
         uR"(USt\.?|Mehrwertsteuer|Umsatzsteuer|VAT|tax|sales\s+tax))"_s,
         anyCase);
+    // "MwSt kommt wie immer drauf (19 %)", "VAT on top as usual (20%)": the rate in parentheses a
+    // few words after the tax it names.
+    static const Re apart(
+        uR"((?<pre>zzgl\.?|zuzüglich|plus|inkl\.?|incl\.?)?\s*\b(?:MwSt\.?|Mwst\.?|MWST\.?|USt\.?|VAT|)"
+        uR"(Mehrwertsteuer|Umsatzsteuer|sales\s+tax)(?:\s+[\p{L}]+){1,5}\s*\((?<r>\d{1,2}(?:[.,]\d{1,3})?)\s*%\))"_s,
+        anyCase);
     static const Re grossWords(uR"(\b(?:brutto|gross)\b)"_s, anyCase);
     static const Re netWords(uR"(\b(?:netto|net)\b)"_s, anyCase);
     Vat vat;
@@ -181,6 +187,14 @@ Vat vatIn(const QString& line)
         readPrefix(m.captured(u"pre"_s));
         vat.spans.append({m.capturedStart(), m.capturedEnd()});
     }
+    if (percent && taxWord && !vat.rate)
+        if (const Match m = apart.match(line); m.hasMatch()) {
+            bool ok = false;
+            if (const double rate = m.captured(u"r"_s).replace(u',', u'.').toDouble(&ok); ok)
+                vat.rate = rate;
+            readPrefix(m.captured(u"pre"_s));
+            vat.spans.append({m.capturedStart(), m.capturedEnd()});
+        }
     auto plain = taxWord ? unrated.globalMatch(line) : QRegularExpressionMatchIterator();
     while (plain.isValid() && plain.hasNext()) {
         const Match m = plain.next();

@@ -287,6 +287,37 @@ TEST(OfflineExtractor, TableHeadingsWithTheCurrencyWrittenBare)
     EXPECT_EQ(british.currencyCode, u"GBP");
 }
 
+TEST(OfflineExtractor, TimesheetsBillTheirSummaryAndSpanTheirDays)
+{
+    // Days listed without a price add up to the priced summary below them: only the summary bills.
+    const ExtractedInvoice summed = OfflineExtractor::extract(
+        u"Zeitnachweis November 2026\n\n03.11.  Konzept Startseite      3,0\n05.11.  Umsetzung Slider   5,5\n"
+        u"12.11.  Konzept Unterseiten   2,0\n19.11.  Umsetzung Formulare  4,5\n\nAbrechnung\n"
+        u"Konzept    5,0 Std. à 90,00 €\nUmsetzung  10,0 Std. à 75,00 €"_s);
+    ASSERT_TRUE(summed.items && summed.items->size() == 2);
+    EXPECT_EQ(summed.items->at(0), (ExtractedItem{u"Konzept"_s, 5, ExtractedUnit::hour, 90, std::nullopt}));
+    EXPECT_EQ(summed.items->at(1),
+              (ExtractedItem{u"Umsetzung"_s, 10, ExtractedUnit::hour, 75, std::nullopt}));
+
+    // Rows with their own dates (from/to columns) span the period; a rate stated in a sentence
+    // with the tax a few words from its number holds for every row.
+    const ExtractedInvoice rows = OfflineExtractor::extract(
+        u"Hours for October, VAT added as usual (20%).\n\nTask,Start,End,Hours,Rate GBP\n"
+        u"Site audit,2026-10-05,2026-10-09,14,60.00\nReport,2026-10-19,2026-10-23,6,60.00"_s);
+    ASSERT_TRUE(rows.items && rows.items->size() == 2);
+    EXPECT_EQ(rows.items->at(0), (ExtractedItem{u"Site audit"_s, 14, ExtractedUnit::hour, 60, 20}));
+    EXPECT_EQ(rows.serviceDateStart, u"2026-10-05");
+    EXPECT_EQ(rows.serviceDateEnd, u"2026-10-23");
+    EXPECT_EQ(rows.currencyCode, u"GBP");
+
+    // A count in a sentence is no price: "came in at 2,900 words".
+    const ExtractedItem words = onlyItem(
+        u"Please invoice: the brochure came in at 2,900 words, and the agreed rate is £0.10 per word."_s);
+    EXPECT_EQ(words.description, u"brochure");
+    EXPECT_EQ(words.quantity, 2900);
+    EXPECT_EQ(words.unitPrice, 0.1);
+}
+
 TEST(OfflineExtractor, CountedThingsArePiecesMeasuresAreNot)
 {
     EXPECT_EQ(onlyItem(u"- 9 product photos at $40 each"_s).unit, ExtractedUnit::piece);
