@@ -396,9 +396,16 @@ QString tidyDescription(QString text)
         uR"(\s+(?:(?:came|comes|come)(?:\s+(?:in|out|to))?|ran(?:\s+to)?|totall?ed|amounted\s+to|ended\s+up|)"
         uR"(worked\s+out|kam(?:\s+auf)?|umfasste|hatte)(?:\s+at)?$)"_s,
         anyCase);
+    // "site survey 2 Oct", "Aufbau am 3. März": a day without its year is no part of the name.
+    static const Re dayTail(
+        uR"(\s+(?:on|am|vom)?\s*(?:\d{1,2}(?:st|nd|rd|th|\.)?\s*(?:of\s+)?(?:Jan|Feb|Mar|Mär|Apr|May|Mai|)"
+        uR"(Jun|Jul|Aug|Sep|Oct|Okt|Nov|Dec|Dez)\p{L}*\.?|(?:Jan|Feb|Mar|Apr|May|Jun|Jul|Aug|Sep|Oct|Nov|)"
+        uR"(Dec)\p{L}*\.?\s+\d{1,2}(?:st|nd|rd|th)?)$)"_s,
+        sameCase);
     text = text.simplified();
     text.replace(rateTail, QString());
     text.replace(verbTail, QString());
+    text.replace(dayTail, QString());
     if (const Match m = instruction.match(text); m.hasMatch() && m.capturedLength() < text.size())
         text = text.mid(m.capturedLength());
     return withParenthesesMended(text);

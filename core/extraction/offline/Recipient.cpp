@@ -97,7 +97,10 @@ QStringList commaParts(const QString& text)
         addressLike = run >= 3 || (i > 0 && text[i].isDigit() && text[i - 1].isUpper());
     }
     QStringList pieces;
-    for (const QString& piece : text.split(u',', Qt::SkipEmptyParts)) {
+    // "…, Bristol BS7 8AE – site survey 2 Oct": a dash set apart ends the address.
+    static const Re dash(uR"(\s[–—]\s|,)"_s, sameCase);
+    for (const QString& piece :
+         addressLike ? text.split(dash, Qt::SkipEmptyParts) : text.split(u',', Qt::SkipEmptyParts)) {
         qsizetype from = 0;
         const bool ends =
             addressLike && (piece.contains(u'.') || piece.contains(u'!') || piece.contains(u'?'));
@@ -132,7 +135,7 @@ std::optional<QString> afterLeadIn(const QString& text)
 {
     static const Re leadIn(
         uR"((?:^|\b)(?:(?:bitte\s+)?(?:die\s+)?Rechnung(?:en)?\s+(?:\p{L}+\s+){0,3}?an|)"
-        uR"(please\s+(?:bill|invoice|address\s+the\s+invoice\s+to|send\s+the\s+invoice\s+to)|)"
+        uR"(please\s+(?:bill|invoice|address\s+the\s+invoice\s+to|send\s+the\s+invoice\s+to)|^(?:bill|invoice)|)"
         uR"((?:invoice|bill)\s+(?:\p{L}+\s+){0,2}?to(?:\s+me|\s+us)?\s*:?|)"
         uR"((?:Rechnungsadresse|Rechnungsanschrift|billing\s+address|invoice\s+address)\s*:))"
         uR"(\s+(?:die\s+|den\s+|das\s+|the\s+)?(?=\p{Lu}))"_s,
@@ -273,6 +276,31 @@ void setOnce(std::optional<QString>& field, const QString& value)
         field = value.trimmed();
 }
 
+// "Tom Wexley (Wexley Joinery)", "Wexley Joinery (Tom Wexley)": a person and a business, one in
+// parentheses after the other; "Roth Events UG (haftungsbeschränkt)" is neither.
+Match personAndFirm(const QString& text)
+{
+    static const Re pattern(uR"(^([^()]{3,60}?)\s*\(([^()]{3,60})\)$)"_s, sameCase);
+    if (!text.endsWith(u')'))
+        return {};
+    const Match m = pattern.match(text);
+    if (!m.hasMatch())
+        return {};
+    auto business = [](const QString& part, const QString& person) {
+        if (!personName(part) || hasLegalForm(part) || soundsLikeBusiness(part))
+            return true;
+        // "Tom Wexley (Wexley Joinery)": a family business carries the surname.
+        const QString surname = person.section(u' ', -1);
+        return surname.size() > 2 && part.split(u' ').contains(surname) && part.trimmed() != person.trimmed();
+    };
+    const bool firstPerson = personName(m.captured(1)).has_value();
+    const bool secondPerson = personName(m.captured(2)).has_value();
+    if ((firstPerson && business(m.captured(2), m.captured(1))) ||
+        (secondPerson && !firstPerson && business(m.captured(1), m.captured(2))))
+        return m;
+    return {};
+}
+
 std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
 {
     const Entry& at = entries[anchor];
@@ -354,7 +382,8 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
         }
         if (!taken) {
             // "Rue du Lac 10" reads like words of a sentence ("du") but is a street.
-            if (isClosing(t) || isContactLine(t) || (isProse(t) && (haveStreet || !isStreet(t))))
+            if (isClosing(t) || isContactLine(t) ||
+                (isProse(t) && (haveStreet || !isStreet(t)) && !personAndFirm(t).hasMatch()))
                 break;
             if (!haveStreet && !r.addressLineTwo && isLineTwo(t)) {
                 r.addressLineTwo = t;
@@ -380,6 +409,11 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
                 r.addressLineTwo = t; // "c/o …" above the street
             } else if (r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
                 // a further room or building line ("Studio 7" above "Westgate House"): no name
+            } else if (const Match both = personAndFirm(t); both.hasMatch() && !r.name && !r.businessName) {
+                // "Tom Wexley (Wexley Joinery)", "Wexley Joinery (Tom Wexley)": who and for whom.
+                const auto first = personName(both.captured(1));
+                r.name = first ? *first : personName(both.captured(2)).value_or(QString());
+                r.businessName = both.captured(first ? 2 : 1).trimmed();
             } else if (hasLegalForm(t)) {
                 if (r.businessName)
                     break;

@@ -758,7 +758,10 @@ QList<Span> sentencesOf(const QString& text)
     qsizetype start = 0;
     for (qsizetype i = 0; i + 1 < text.size(); ++i) {
         const QChar c = text[i];
-        if ((c != u'.' && c != u'!' && c != u'?' && c != u';' && c != u':') || !text[i + 1].isSpace())
+        // A dash set apart by spaces parts clauses too: "…, Bristol BS7 8AE – site survey, £275".
+        const bool dash = (c == u'–' || c == u'—') && i > start && text[i - 1].isSpace();
+        if ((c != u'.' && c != u'!' && c != u'?' && c != u';' && c != u':' && !dash) ||
+            !text[i + 1].isSpace())
             continue;
         if (c == u'.') {
             qsizetype w = i;

@@ -610,6 +610,29 @@ TEST(OfflineExtractor, BillingBlocksOpenedByAnyRequest)
     EXPECT_EQ(both.addressLineOne, u"Dorfstrasse 3");
 }
 
+TEST(OfflineExtractor, OneLineNotesWithAddressAndWorkSetApartByADash)
+{
+    const ExtractedInvoice note = OfflineExtractor::extract(
+        u"Bill Priya Nair (Nair Ceramics), 3 Mill Lane, Leeds LS6 2AB – kiln repair 14 Nov, £180 flat"_s);
+    ASSERT_TRUE(note.recipient);
+    EXPECT_EQ(note.recipient->name, u"Priya Nair");
+    EXPECT_EQ(note.recipient->businessName, u"Nair Ceramics");
+    EXPECT_EQ(note.recipient->addressLineOne, u"3 Mill Lane");
+    EXPECT_EQ(note.recipient->postcode, u"LS6 2AB");
+    ASSERT_TRUE(note.items && note.items->size() == 1);
+    EXPECT_EQ(note.items->first(),
+              (ExtractedItem{u"kiln repair"_s, std::nullopt, ExtractedUnit::lumpSum, 180, std::nullopt}));
+
+    // The business first and its person in parentheses; a legal form in parentheses is no person.
+    const ExtractedRecipient reversed =
+        recipientOf(u"Rechnung an:\nGlaserei Brandt GmbH (Heike Brandt)\nMühlweg 8\n34117 Kassel"_s);
+    EXPECT_EQ(reversed.businessName, u"Glaserei Brandt GmbH");
+    EXPECT_EQ(reversed.name, u"Heike Brandt");
+    EXPECT_EQ(recipientOf(u"Rechnung an:\nFalk Medien UG (haftungsbeschränkt)\nMühlweg 8\n34117 Kassel"_s)
+                  .businessName,
+              u"Falk Medien UG (haftungsbeschränkt)");
+}
+
 TEST(OfflineExtractor, TheSenderOfThePastedMailIsTheRecipient)
 {
     // The addressee of the mail is the user; what is quoted below a reply is older.
