@@ -13,6 +13,7 @@
 #include <QSet>
 
 #include <algorithm>
+#include <cmath>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace OfflineExtraction;
@@ -223,6 +224,13 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
                 item.description = item.description->mid(cut).trimmed();
         }
     }
+    // "6 Klavierlektionen" read as both: the count is the quantity's, not the name's.
+    for (ExtractedItem& item : items.items)
+        if (item.description && item.quantity && *item.quantity == std::floor(*item.quantity)) {
+            const QString count = QString::number(qint64(*item.quantity)) + u' ';
+            if (item.description->startsWith(count) && item.description->size() > count.size() + 2)
+                item.description = item.description->mid(count.size());
+        }
     if (!items.items.isEmpty())
         invoice.items = items.items;
 

@@ -28,7 +28,7 @@ std::optional<ExtractedUnit> unitFromWord(QString word)
         };
         add(ExtractedUnit::hour, u"std|stunde|stunden|h|hr|hrs|hour|hours|arbeitsstunden|stundensatz|std."_s);
         add(ExtractedUnit::day,
-            u"tag|tage|tagen|tg|day|days|pt|personentag|personentage|manntag|manntage|tagessatz"_s);
+            u"tag|tage|tagen|täg|tg|day|days|pt|personentag|personentage|manntag|manntage|tagessatz"_s);
         add(ExtractedUnit::week, u"woche|wochen|wo|week|weeks|wk|wks"_s);
         add(ExtractedUnit::piece,
             u"stück|stk|stck|pcs|pc|piece|pieces|exemplar|exemplare|unit|units|einheit|einheiten|item|items|st"_s);
@@ -174,7 +174,7 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
         uR"((?<![\w.,/])(?<q>\d{1,3}(?:[.,']\d{3})+|\d{1,4}(?:[.,]\d{1,2})?)\s*(?:(?<x>[x×])(?=\s|$)|)"
         uR"((?<u>Arbeitsstunden|Stunden|Stunde|Std\.?|hours|hour|hrs\.?|hr\.?|h|Personentage|)"
         uR"(Personentag|Manntage|(?:Dreh|Arbeits|Werk|Shooting|Messe|Schulungs|Seminar|Workshop|)"
-        uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
+        uR"(Beratungs|Einsatz)tage?n?|Tagen|Tage|Täg|Tag|Tg\.?|days|day|PT|Wochen|Woche|Wo\.|weeks|week|)"
         uR"(wks\.?|wk\.?|Stück|Stck\.?|Stk\.?|pcs\.?|pieces|piece|pc\.?|Exemplare|Monaten|Monate|)"
         uR"(Monat|months|month|Mon\.|Pauschalen|Pauschale|pauschal|pausch\.|psch\.|flat\s+fees?|lump\s+sums?|)"
         uR"(m²|m³|qm|cbm|lfm|km|kg)(?![\p{L}\d])))"_s,
@@ -406,6 +406,11 @@ QString tidyDescription(QString text)
     text.replace(rateTail, QString());
     text.replace(verbTail, QString());
     text.replace(dayTail, QString());
+    // A preposition left at the end belongs to the price after it ("Reisespesen von Fr. 86.40"),
+    // and the clipped article of spoken German to nothing ("d Reisespesen").
+    static const Re hanging(uR"(\s+(?:von|vo|of|über|for|für|zu|at|à)$|^[dD]['’]?\s+(?=\p{Lu}|\d))"_s,
+                            sameCase);
+    text.replace(hanging, QString());
     if (const Match m = instruction.match(text); m.hasMatch() && m.capturedLength() < text.size())
         text = text.mid(m.capturedLength());
     return withParenthesesMended(text);

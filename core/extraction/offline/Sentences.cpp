@@ -713,7 +713,7 @@ std::optional<Quantity> timeIn(const QString& text)
 bool asksForBilling(const QList<TextLine>& lines)
 {
     static const Re pattern(
-        uR"(rechnung|abrechn|verrechn|berechn|invoice|\bbill|\bcharge(?!d\s+(?:me|us)\b)|\bPO\b|Positionen|Posten|)"
+        uR"(rechnung|r[äe]chnig|abrechn|verrechn|berechn|invoice|\bbill|\bcharge(?!d\s+(?:me|us)\b)|\bPO\b|Positionen|Posten|)"
         uR"(beauftrag|Auftrag|Bestell|\border|agreed|vereinbart|Angebot|Offerte|\bquote|\brechne|)"
         uR"(discussed|besprochen)"_s,
         anyCase);

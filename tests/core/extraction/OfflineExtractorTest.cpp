@@ -159,6 +159,7 @@ TEST(OfflineExtractor, QuantitiesAndUnitsFromTheirWords)
         {u"10 hours consulting at $95/h"_s, 10, ExtractedUnit::hour, 95},
         {u"Konzeption 4 h x 60 € = 240 €"_s, 4, ExtractedUnit::hour, 60},
         {u"5 Tage Workshop à 800 €"_s, 5, ExtractedUnit::day, 800},
+        {u"Kurs 2 Täg à Fr. 900.–"_s, 2, ExtractedUnit::day, 900},
         {u"Training 2 days at EUR 1,100 per day"_s, 2, ExtractedUnit::day, 1100},
         {u"Betreuung 3 Wochen à 1.500 €"_s, 3, ExtractedUnit::week, 1500},
         {u"Flyer 250 Stk. à 0,12 €"_s, 250, ExtractedUnit::piece, 0.12},
@@ -311,6 +312,9 @@ TEST(OfflineExtractor, TimesheetsBillTheirSummaryAndSpanTheirDays)
     EXPECT_EQ(rows.currencyCode, u"GBP");
 
     // A count in a sentence is no price: "came in at 2,900 words".
+    // A preposition left before the price belongs to it, not to the name.
+    EXPECT_EQ(onlyItem(u"Rechnung bitte: Reisespesen von Fr. 86.40"_s).description, u"Reisespesen");
+
     const ExtractedItem words = onlyItem(
         u"Please invoice: the brochure came in at 2,900 words, and the agreed rate is £0.10 per word."_s);
     EXPECT_EQ(words.description, u"brochure");
