@@ -13,7 +13,6 @@
 #include <QSet>
 
 #include <algorithm>
-#include <cmath>
 
 using namespace Qt::Literals::StringLiterals;
 using namespace OfflineExtraction;
@@ -224,13 +223,13 @@ ExtractedInvoice OfflineExtractor::extract(const QString& text)
                 item.description = item.description->mid(cut).trimmed();
         }
     }
-    // "6 Klavierlektionen" read as both: the count is the quantity's, not the name's.
+    // "6 Klavierlektionen": a count in front is no part of the name, whether or not it was read
+    // as the quantity.
+    static const Re countFirst(uR"(^\d{1,4}\s+(?=\p{L}{3}))"_s, sameCase);
     for (ExtractedItem& item : items.items)
-        if (item.description && item.quantity && *item.quantity == std::floor(*item.quantity)) {
-            const QString count = QString::number(qint64(*item.quantity)) + u' ';
-            if (item.description->startsWith(count) && item.description->size() > count.size() + 2)
-                item.description = item.description->mid(count.size());
-        }
+        if (item.description && !item.description->isEmpty() && item.description->front().isDigit())
+            if (const Match m = countFirst.match(*item.description); m.hasMatch())
+                item.description = item.description->mid(m.capturedEnd());
     if (!items.items.isEmpty())
         invoice.items = items.items;
 
