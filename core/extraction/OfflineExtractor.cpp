@@ -76,7 +76,9 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         uR"(\b(?:Bestell(?:ungs)?(?:nummer|nr\.?|-nr\.?|-Nummer|referenz)|Bestellung(?:\s+(?:Nr\.?|)"
         uR"(Nummer|#))?|Auftrags(?:nummer|nr\.?|-nr\.?|-Nummer)|Auftrag(?:\s+(?:Nr\.?|Nummer|#))?|)"
         uR"(Purchase\s+order(?:\s+(?:number|no\.?|#))?|Order\s*(?:number|no\.?|#|ID|Nr\.?)|)"
-        uR"(Order\s*#|Bestell-?ID)\s*[:#.]?\s*(?:(?:lautet|ist|is)\s+)?(?:Nr\.?\s*|No\.?\s*|#\s*)?)"_s +
+        uR"(Order\s*#|Bestell-?ID|Job\s*(?:number|no\.?|#|Nr\.?|-Nr\.?)|Jobnummer|)"
+        uR"((?:Bestell|Auftrags)bestätigung(?=\s+(?:Nr\.?|Nummer|#))|Order\s+confirmation(?=\s+(?:no\.?|number|#))))"
+        uR"(\s*[:#.]?\s*(?:(?:lautet|ist|is)\s+)?(?:Nr\.?\s*|No\.?\s*|number\s*|Nummer\s*|#\s*)?)"_s +
             value,
         anyCase);
     static const Re purchaseOrder(
@@ -90,6 +92,14 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
         uR"(Reference(?:\s+(?:number|no\.?))?|Vorgangsnummer|Vorgangs-Nr\.?|Kostenstelle|)"
         uR"(Cost\s+cent(?:er|re)|Aktenzeichen|Ticket(?:nummer)?)\s*(?:[:#]\s*(?<text>[^;]+?)(?=\.\s|;|$)|\s+(?:(?:is|lautet|ist)\s+)?)"_s +
             value + u")"_s,
+        anyCase);
+    // "Please quote THT/2026/GUIDE-DE on the invoice", "Bitte vermerken Sie AZ-77 auf der
+    // Rechnung": a code the invoice is asked to carry.
+    static const Re quoted(
+        uR"(\b(?:quote|include|put|show|reference|vermerken\s+Sie|angeben|anführen|vermerken)\s+)"
+        uR"(([A-Za-z0-9][A-Za-z0-9\-_/.]*\d[A-Za-z0-9\-_/]*)\s+(?:on|in|auf)\s+(?:the|your|our|der|Ihrer|)"
+        uR"(unserer)\s+(?:invoice|Rechnung)\b|\b(?:Bitte\s+)?(?:vermerken|angeben|nennen)\s+Sie\s+)"
+        uR"(([A-Za-z0-9][A-Za-z0-9\-_/.]*\d[A-Za-z0-9\-_/]*)\s+auf\s+der\s+Rechnung\b)"_s,
         anyCase);
     static const Re project(uR"(\bProjekt(?:nummer|-?Nr\.?|nr\.?|-?ID|code|-Code)\s*[:#]?\s*)"_s + value +
                                 uR"(|^(?:Projekt|Project|Projektname|Project\s+name)\s*:\s*(?<text>.+)$|)"
@@ -122,7 +132,7 @@ std::optional<QString> findReference(const QList<TextLine>& lines)
     // A letter that gives both the reference it answers ("Ihr Zeichen") and its own ("Unser
     // Zeichen") comes from the customer, and the invoice quotes the customer's own one.
     static const Re own(uR"(^(?:Unser|Our)\b)"_s, anyCase);
-    for (const Re* pattern : {&order, &purchaseOrder, &reference, &project}) {
+    for (const Re* pattern : {&order, &purchaseOrder, &reference, &project, &quoted}) {
         for (const bool ownOnly : {true, false}) {
             if (ownOnly && pattern != &reference)
                 continue;

@@ -491,6 +491,12 @@ TEST(OfflineExtractor, ReferencesByTheirLabels)
         std::optional<QString> reference;
     } cases[] = {
         {u"Bestellnummer: 4711"_s, u"4711"_s},
+        // job numbers, an order confirmation's own number, a code the invoice is asked to carry
+        {u"Our job number is NW-4410."_s, u"NW-4410"_s},
+        {u"Auftragsbestätigung Nr. 2026-0932"_s, u"2026-0932"_s},
+        {u"Order confirmation no. 77120-B"_s, u"77120-B"_s},
+        {u"Please show KX/26/118 on the invoice, finance needs it."_s, u"KX/26/118"_s},
+        {u"Bitte vermerken Sie AZ-2026-77 auf der Rechnung."_s, u"AZ-2026-77"_s},
         {u"Bestell-Nr. 4500098812"_s, u"4500098812"_s},
         {u"Die Bestellnummer lautet B-55102."_s, u"B-55102"_s},
         {u"Auftragsnummer A-2026-113"_s, u"A-2026-113"_s},
