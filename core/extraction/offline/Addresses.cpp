@@ -214,7 +214,7 @@ bool isLineTwo(const QString& text)
     static const Re pattern(
         uR"(^(?:c/o|c\.o\.|℅|\d+\.\s?(?:Etage|OG|Obergeschoss|Stock|Stockwerk|UG|EG)|(?:Etage|Stock|)"
         uR"(Stockwerk)\s+\d+|EG|OG|UG|DG|Erdgeschoss|Dachgeschoss|Hinterhaus|Vorderhaus|)"
-        uR"(Seitenflügel|Hinterhof|Aufgang|Haus\s+[\dA-Z]|Gebäude|Geb\.|Raum|Zimmer|Suite|Ste\.|)"
+        uR"(Seitenflügel|Hinterhof|Aufgang|Haus\s+[\dA-Z]|Gebäude|Geb\.|Raum|Zimmer|Suite|Ste\.?|)"
         uR"(Floor|\d+(?:st|nd|rd|th)\s+Floor|Level|Unit|Apt\.?|Apartment|Flat|Building|Bldg\.?|Room|)"
         uR"(Postfach|Postbox|P\.?\s?O\.?\s?Box|Box)(?=[\s\d.,]|$))"_s,
         anyCase);

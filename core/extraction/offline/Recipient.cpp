@@ -64,7 +64,11 @@ const QHash<QString, std::pair<Role, int>>& labels()
         add(Role::mailFrom, 0, u"von|from"_s);
         add(Role::mailTo, 0, u"an|to|cc|bcc|kopie"_s);
         add(Role::mailOther, 0, u"gesendet|sent|datum|date|betreff|subject|re|aw|wg|fw|fwd"_s);
-        add(Role::note, 0, u"hinweis|note|anmerkung|bemerkung|notes|remark|remarks|notiz"_s);
+        add(Role::note, 0,
+            u"hinweis|note|anmerkung|bemerkung|notes|remark|remarks|notiz|note for the invoice|note on the "
+            u"invoice|invoice note|hinweis auf der rechnung|hinweis für die rechnung|vermerk auf der "
+            u"rechnung|"
+            u"text auf der rechnung|rechnungshinweis"_s);
         return entries;
     }();
     return table;
@@ -775,8 +779,15 @@ std::optional<ExtractedRecipient> findRecipient(const QList<Entry>& entries)
 std::optional<QString> findNote(const QList<Entry>& entries)
 {
     for (const Entry& entry : entries)
-        if (entry.role == Role::note && !entry.text.isEmpty())
-            return entry.text;
+        if (entry.role == Role::note && !entry.text.isEmpty()) {
+            // The text to print, without the quotation marks it was given in.
+            QString text = entry.text;
+            static const QString opening = u"\"“„«‚'"_s;
+            static const QString closing = u"\"”“»‘'"_s;
+            if (text.size() > 2 && opening.contains(text.front()) && closing.contains(text.back()))
+                text = text.mid(1, text.size() - 2).trimmed();
+            return text;
+        }
     return std::nullopt;
 }
 

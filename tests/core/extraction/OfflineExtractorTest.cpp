@@ -562,6 +562,9 @@ TEST(OfflineExtractor, AddressLinesInTheirPlaces)
     EXPECT_EQ(us.businessName, u"Cobaltwave Inc.");
     EXPECT_EQ(us.addressLineOne, u"1600 Amphitheatre Parkway");
     EXPECT_EQ(us.addressLineTwo, u"Suite 200");
+    EXPECT_EQ(
+        recipientOf(u"Bill to:\nOakline Dental, PLLC\n410 Elm St, Ste 12\nDallas, TX 75201"_s).addressLineTwo,
+        u"Ste 12");
     EXPECT_EQ(us.city, u"Mountain View");
     EXPECT_EQ(us.state, u"CA");
     EXPECT_EQ(us.postcode, u"94043");
@@ -705,4 +708,12 @@ TEST(OfflineExtractor, NoteOnlyFromAnExplicitLine)
               u"Bitte in zwei Raten.");
     EXPECT_EQ(OfflineExtractor::extract(u"Logo 450 €\nNote: Pay by card."_s).note, u"Pay by card.");
     EXPECT_EQ(OfflineExtractor::extract(u"Logo 450 €\nBitte in zwei Raten abrechnen."_s).note, std::nullopt);
+    // Asked for by what it is for, and given in quotation marks that are not part of it.
+    EXPECT_EQ(
+        OfflineExtractor::extract(u"Logo 450 €\nNote for the invoice: \"Licence valid for web use only.\""_s)
+            .note,
+        u"Licence valid for web use only.");
+    EXPECT_EQ(
+        OfflineExtractor::extract(u"Logo 450 €\nHinweis auf der Rechnung: „Zahlbar ohne Abzug.“"_s).note,
+        u"Zahlbar ohne Abzug.");
 }
