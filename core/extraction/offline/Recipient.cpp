@@ -168,6 +168,12 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
             entries.append({{}, Role::none, i});
             continue;
         }
+        // A sentence that asks for the invoice to go to an address, however it is worded: "Could
+        // you address the invoice to our finance office:", "Invoice goes to their AP: …".
+        static const Re asksFor(
+            uR"(\b(?:invoices?|bills?|billing|Rechnung(?:en)?|R[äe]chnig)\b(?:,?\s+[\p{L}'’-]+){0,8}?,?\s+)"
+            uR"((?:to|an|at|für|for|zu)\b[^:]*$)"_s,
+            anyCase);
         Role role = Role::none;
         int score = 0;
         QString value = plain;
@@ -183,17 +189,15 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
                 role = found->first;
                 score = found->second;
                 value = m.captured(2).trimmed();
+            } else if (!m.captured(2).trimmed().isEmpty() && asksFor.match(m.captured(1)).hasMatch()) {
+                role = Role::recipientBlock;
+                score = billingLabel;
+                value = m.captured(2).trimmed();
             }
         }
-        // A sentence that asks for the invoice to go to the address below it, however it is
-        // worded: "Could you address the invoice to our finance office:", "Die Rechnung geht
-        // bitte an unsere Zentrale:".
+        // The same sentence above the address it asks for.
         if (role == Role::none && plain.endsWith(u':') && plain.size() <= 120) {
-            static const Re asksFor(
-                uR"(\b(?:invoices?|bills?|billing|Rechnung(?:en)?|R[äe]chnig)\b(?:,?\s+[\p{L}'’-]+){0,8}?,?\s+)"
-                uR"((?:to|an|at|für|for|zu)\b[^:]*:$)"_s,
-                anyCase);
-            if (asksFor.match(plain).hasMatch()) {
+            if (asksFor.match(plain.left(plain.size() - 1)).hasMatch()) {
                 // What else the sentence says ("send it to accounts@… and address it to:") is
                 // read as well, before the block it opens.
                 if (plain.contains(u'@'))

@@ -608,6 +608,12 @@ TEST(OfflineExtractor, BillingBlocksOpenedByAnyRequest)
         EXPECT_EQ(r.postcode, u"BS1 4DJ") << qPrintable(request);
         EXPECT_EQ(r.name, std::nullopt) << qPrintable(request);
     }
+    // The request as the label of an address on the same line.
+    const ExtractedRecipient inLine = recipientOf(
+        u"Hours as discussed.\nInvoice goes to our parent company: Harrowgate Holdings Ltd, 7 Quay Street, "
+        u"Bristol BS1 4DJ."_s);
+    EXPECT_EQ(inLine.businessName, u"Harrowgate Holdings Ltd");
+    EXPECT_EQ(inLine.addressLineOne, u"7 Quay Street");
     // A private address names nobody, so the one who asks for it is the one billed.
     EXPECT_EQ(recipientOf(u"Die Rechnung bitte an meine Privatadresse:\nLerchenweg 4\n79100 Freiburg\n\n"
                           u"Viele Grüße\nJonas Brenner"_s)
