@@ -413,6 +413,12 @@ QString tidyDescription(QString text)
     text.replace(hanging, QString());
     if (const Match m = instruction.match(text); m.hasMatch() && m.capturedLength() < text.size())
         text = text.mid(m.capturedLength());
+    // "ja die Hochzeitsreportage", "ok, the logo": an answer's first word names nothing.
+    static const Re interjection(
+        uR"(^(?:ja|jo|jep|yes|yeah|yep|ok|okay|sure|genau|klar)\b[,!]?\s+(?:(?:die|der|das|den|the)\s+)?(?=\S))"_s,
+        anyCase);
+    if (const Match m = interjection.match(text); m.hasMatch() && m.capturedLength() < text.size())
+        text = text.mid(m.capturedLength());
     return withParenthesesMended(text);
 }
 

@@ -312,7 +312,9 @@ TEST(OfflineExtractor, TimesheetsBillTheirSummaryAndSpanTheirDays)
     EXPECT_EQ(rows.currencyCode, u"GBP");
 
     // A count in a sentence is no price: "came in at 2,900 words".
-    // A preposition left before the price belongs to it, not to the name.
+    // An answer's first word and a preposition left before the price are no part of the name.
+    EXPECT_EQ(onlyItem(u"Rechnung bitte: ja, die Gartenplanung pauschal 600 €"_s).description,
+              u"Gartenplanung");
     EXPECT_EQ(onlyItem(u"Rechnung bitte: Reisespesen von Fr. 86.40"_s).description, u"Reisespesen");
 
     const ExtractedItem words = onlyItem(
