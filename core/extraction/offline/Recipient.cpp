@@ -284,6 +284,15 @@ void setOnce(std::optional<QString>& field, const QString& value)
         field = value.trimmed();
 }
 
+// "Felix Hartmann, Geschäftsführer": the person before the office they hold.
+std::optional<QString> nameBeforeRole(const QString& text)
+{
+    const qsizetype comma = text.indexOf(u", "_s);
+    if (comma <= 0 || text.indexOf(u", "_s, comma + 2) >= 0 || !isRoleLine(text.mid(comma + 2)))
+        return std::nullopt;
+    return personName(text.left(comma));
+}
+
 // "Tom Wexley (Wexley Joinery)", "Wexley Joinery (Tom Wexley)": a person and a business, one in
 // parentheses after the other; "Roth Events UG (haftungsbeschränkt)" is neither.
 Match personAndFirm(const QString& text)
@@ -417,6 +426,8 @@ std::optional<Block> blockAt(const QList<Entry>& entries, int anchor)
                 r.addressLineTwo = t; // "c/o …" above the street
             } else if (r.addressLineTwo && !r.name && !r.businessName && isLineTwo(t)) {
                 // a further room or building line ("Studio 7" above "Westgate House"): no name
+            } else if (const auto officeHolder = nameBeforeRole(t); officeHolder && !r.name) {
+                r.name = *officeHolder; // "Nadja Imhof, Head of IT Security"
             } else if (const Match both = personAndFirm(t); both.hasMatch() && !r.name && !r.businessName) {
                 // "Tom Wexley (Wexley Joinery)", "Wexley Joinery (Tom Wexley)": who and for whom.
                 const auto first = personName(both.captured(1));

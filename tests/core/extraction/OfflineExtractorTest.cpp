@@ -644,6 +644,13 @@ TEST(OfflineExtractor, OneLineNotesWithAddressAndWorkSetApartByADash)
     EXPECT_EQ(note.items->first(),
               (ExtractedItem{u"kiln repair"_s, std::nullopt, ExtractedUnit::lumpSum, 180, std::nullopt}));
 
+    // A person with the office they hold, in a signature below the business.
+    const ExtractedRecipient signer = recipientOf(
+        u"Please invoice the audit.\n\nKind regards\n\nBrackwater Ltd\nOwen Pryce, Finance Director\n"
+        u"12 Dock Road\nCardiff CF10 5AB"_s);
+    EXPECT_EQ(signer.name, u"Owen Pryce");
+    EXPECT_EQ(signer.businessName, u"Brackwater Ltd");
+
     // The business first and its person in parentheses; a legal form in parentheses is no person.
     const ExtractedRecipient reversed =
         recipientOf(u"Rechnung an:\nGlaserei Brandt GmbH (Heike Brandt)\nMühlweg 8\n34117 Kassel"_s);
