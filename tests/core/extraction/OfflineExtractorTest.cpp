@@ -95,7 +95,7 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
     const ExtractionCorpus::Tally all = score.overall();
     // The floor reached once the third set of kept-aside texts joined these (169 texts).
     EXPECT_GE(all.precision(), 0.98);
-    EXPECT_GE(all.recall(), 0.94);
+    EXPECT_GE(all.recall(), 0.95);
     // A wrong amount on a draft costs more than a missing one.
     EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.99);
 }
