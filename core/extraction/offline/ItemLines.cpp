@@ -204,21 +204,25 @@ std::optional<Quantity> quantityIn(const QString& text, const QList<Money>& mone
     const bool joined = text.contains(u'à') || text.contains(u'á') || text.contains(u'×') ||
                         text.contains(u" x "_s) || text.contains(u" je "_s) || text.contains(u" of "_s) ||
                         text.contains(u" a "_s);
-    if (const Match m = joined ? product.match(text) : Match(); m.hasMatch()) {
+    // The quantity is the count times the time each, in the unit of the time.
+    auto productOf = [&](const Re& pattern, int countGroup, int eachGroup,
+                         int unitGroup) -> std::optional<Quantity> {
+        const Match m = pattern.match(text);
+        if (!m.hasMatch())
+            return std::nullopt;
         const Span span{m.capturedStart(), m.capturedEnd()};
-        const auto count = parseNumber(m.captured(1));
-        const auto each = parseNumber(m.captured(2));
+        const auto count = parseNumber(m.captured(countGroup));
+        const auto each = parseNumber(m.captured(eachGroup));
         if (clear(span) && count && each && *count > 0 && *each > 0)
             if (const auto total = exactCents(*count * *each))
-                return Quantity{*total, unitFromWord(m.captured(3)), span};
-    }
-    if (const Match m = joined ? timesMany.match(text) : Match(); m.hasMatch()) {
-        const Span span{m.capturedStart(), m.capturedEnd()};
-        const auto each = parseNumber(m.captured(1));
-        const auto count = parseNumber(m.captured(3));
-        if (clear(span) && count && each && *count > 0 && *each > 0)
-            if (const auto total = exactCents(*count * *each))
-                return Quantity{*total, unitFromWord(m.captured(2)), span};
+                return Quantity{*total, unitFromWord(m.captured(unitGroup)), span};
+        return std::nullopt;
+    };
+    if (joined) {
+        if (auto quantity = productOf(product, 1, 2, 3))
+            return quantity;
+        if (auto quantity = productOf(timesMany, 3, 1, 2))
+            return quantity;
     }
     auto it = withUnit.globalMatch(text);
     while (it.hasNext()) {
