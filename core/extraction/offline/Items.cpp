@@ -117,6 +117,14 @@ QList<Cell> cellsOf(const QString& raw)
     return cells;
 }
 
+// A price written as one: with a currency, with cents or as "120,-".
+bool holdsAmount(const QString& text)
+{
+    const QList<Money> money = moneyIn(text);
+    return std::any_of(money.cbegin(), money.cend(),
+                       [](const Money& m) { return !m.currency.isEmpty() || m.decimals || m.dash; });
+}
+
 struct HeaderColumn
 {
     Column kind = Column::ignore;
@@ -167,7 +175,7 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
         add(Column::quantity, u"menge|anzahl|anz|qty|quantity|stück|stk|units|anzahl stunden|amount of"_s);
         add(Column::hours, u"stunden|std|hours|hrs|h"_s);
         add(Column::days, u"tage|days|personentage|pt"_s);
-        add(Column::unit, u"einheit|unit|me|eh|mengeneinheit"_s);
+        add(Column::unit, u"einheit|einh|unit|me|eh|mengeneinheit"_s);
         add(Column::unitPrice,
             u"einzelpreis|ep|e-preis|preis/einheit|preis pro einheit|preis je einheit|stückpreis|stundensatz|"
             u"tagessatz|satz|rate|hourly rate|day rate|unit price|price per unit|unit cost|einzelpreis netto|"
@@ -206,6 +214,10 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
     const QList<Cell> cells = cellsOf(raw);
     if (cells.isEmpty() || (cells.size() < 2 && !cells.first().text.contains(u' ')))
         return std::nullopt;
+    // Cells set apart by a separator rather than by their place on the line.
+    const bool delimited = raw.contains(u'|') || raw.contains(u'\t') ||
+                           (!raw.contains(u"  "_s) && (raw.count(u',') >= 2 || raw.count(u';') >= 2));
+    int unknown = 0;
     QList<HeaderColumn> columns;
     int recognised = 0;
     bool description = false;
@@ -259,16 +271,37 @@ std::optional<QList<HeaderColumn>> tableHeader(const QString& raw, QString* curr
                 continue;
             }
         }
-        // "Pos. Leistung" with a single space: every word a heading of its own.
+        // "Pos. Leistung" with a single space: every word a heading of its own, and a currency
+        // after a heading ("EP € GP €") names the currency of that column.
         auto words = word.globalMatch(cell);
+        bool anyWord = false;
         while (words.hasNext()) {
             const Match w = words.next();
             const auto found = names.constFind(keyOf(w.captured()));
-            if (found == names.constEnd())
-                return std::nullopt;
+            if (found == names.constEnd()) {
+                static const Re symbol(uR"(^(?:€|\$|£|EUR|USD|GBP|CHF|Fr\.)$)"_s, sameCase);
+                const QString code =
+                    anyWord && symbol.match(w.captured()).hasMatch() ? currencyCode(w.captured()) : QString();
+                if (code.isEmpty()) {
+                    // A heading of a column we do not read, between cells the separators set
+                    // apart ("Date,Service,Vehicle,Qty,Rate").
+                    if (delimited && cells.size() >= 3 && !cell.contains(u' ')) {
+                        columns.append({Column::ignore, original.start});
+                        ++unknown;
+                        break;
+                    }
+                    return std::nullopt;
+                }
+                if (currency)
+                    *currency = code;
+                continue;
+            }
+            anyWord = true;
             add(*found, original.start + w.capturedStart());
         }
     }
+    if (unknown > 1)
+        return std::nullopt;
     if (recognised < 2 || !description || !priceLike)
         return std::nullopt;
     return columns;
@@ -514,6 +547,25 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                     continue;
                 const std::optional<QStringList> worded =
                     byWords ? cellsByWords(lines[j].raw, *columns) : std::nullopt;
+                // A description the PDF broke over two lines ("2 Aufbau und" above
+                // "Abbau 6 Std. 48,00 288,00"): the first half holds no amount and no row of its
+                // own, the two together make one.
+                auto numbered = [](const QString& line) { return !line.isEmpty() && line.front().isDigit(); };
+                const bool continued = byWords && !worded && j + 1 < lines.size() &&
+                                       !lines[j + 1].plain.isEmpty() &&
+                                       (!cellsByWords(lines[j + 1].raw, *columns) ||
+                                        (columns->first().kind == Column::ignore &&
+                                         numbered(lines[j].plain) && !numbered(lines[j + 1].plain)));
+                if (continued && !holdsAmount(lines[j].plain)) {
+                    if (const auto cells = cellsByWords(lines[j].raw + u' ' + lines[j + 1].raw, *columns)) {
+                        if (auto draft = itemFromRow(*cells, *columns, j, headerCurrency, context)) {
+                            accept(*draft);
+                            wholeLines.insert(j);
+                            wholeLines.insert(++j);
+                            continue;
+                        }
+                    }
+                }
                 const QStringList cells =
                     byWords ? worded.value_or(QStringList()) : rowCells(lines[j].raw, *columns, aligned);
                 if (cells.size() == columns->size()) {

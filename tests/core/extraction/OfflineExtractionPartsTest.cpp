@@ -993,3 +993,53 @@ TEST(OfflineExtractionRecipient, ANoteThatPassesOnAMailLetsItBeRead)
     ASSERT_EQ(own.items.value_or(QList<ExtractedItem>()).size(), 1);
     EXPECT_EQ(own.items->first().unitPrice, 90);
 }
+
+TEST(OfflineExtractionItems, TablesWhoseCurrencyOnlyTheHeadingsName)
+{
+    // Spaced columns with an abbreviated unit heading and the currency after each price heading.
+    const QList<ExtractedItem> spaced = itemsOf(
+        u"Pos.  Leistung                 Menge  Einh.    EP €    Gesamt €\n"
+        "1     Fliesen verlegen           14  m²      38,00     532,00\n"
+        "2     Silikonfugen erneuern       1  pausch. 120,00     120,00\n\nAlle Preise zzgl. 19 % MwSt."_s);
+    ASSERT_EQ(spaced.size(), 2);
+    EXPECT_EQ(spaced[0].description, u"Fliesen verlegen"_s);
+    EXPECT_EQ(spaced[0].unitPrice, 38);
+    EXPECT_EQ(spaced[1].unit, ExtractedUnit::lumpSum);
+    EXPECT_EQ(spaced[1].unitPrice, 120);
+    EXPECT_EQ(OfflineExtractor::extract(u"Pos  Leistung  Menge  Einh.  EP €  Gesamt €\n"
+                                        "1  Beratung  2  Std.  90,00  180,00"_s)
+                  .currencyCode,
+              u"EUR"_s);
+    // A spreadsheet export with a column nobody bills by: that column is passed over.
+    const QList<ExtractedItem> runs =
+        itemsOf(u"Date,Service,Vehicle,Qty,Rate (USD)\n03/02/2026,Airport transfer,Sedan,2,85.00\n"
+                "03/09/2026,Hourly charter,Van,4,95.00\n"_s);
+    ASSERT_EQ(runs.size(), 2);
+    EXPECT_EQ(runs[0].description, u"Airport transfer"_s);
+    EXPECT_EQ(runs[0].quantity, 2);
+    EXPECT_EQ(runs[0].unitPrice, 85);
+    EXPECT_EQ(runs[1].unitPrice, 95);
+    // Two headings nobody knows make it no table at all.
+    EXPECT_TRUE(itemsOf(u"Name,Team,Shirt,Qty,Rate\nAnna,Blue,M,2,15.00\n"_s).size() <= 1);
+}
+
+TEST(OfflineExtractionItems, RowsThePdfBrokeOverTwoLines)
+{
+    const QList<ExtractedItem> items = itemsOf(
+        u"Pos Bezeichnung Menge Einh. EP € GP €\n1 Bühnenpodest\naus Aluminium 4 Stk 65,00 260,00\n"
+        "2 Aufbau und\nAbbau 6 Std. 48,00 288,00\n3 Anfahrt 1 pausch. 40,00 40,00\nSumme netto 588,00"_s);
+    ASSERT_EQ(items.size(), 3);
+    EXPECT_EQ(items[0].description, u"Bühnenpodest aus Aluminium"_s);
+    EXPECT_EQ(items[0].quantity, 4);
+    EXPECT_EQ(items[0].unitPrice, 65);
+    EXPECT_EQ(items[1].description, u"Aufbau und Abbau"_s);
+    EXPECT_EQ(items[1].unit, ExtractedUnit::hour);
+    EXPECT_EQ(items[1].unitPrice, 48);
+    EXPECT_EQ(items[2].description, u"Anfahrt"_s);
+    // A row with its amount stays a row of its own: the next line is not glued to it.
+    const QList<ExtractedItem> whole = itemsOf(
+        u"Pos Bezeichnung Menge Einh. EP € GP €\n1 Beratung 2 Std. 90,00 180,00\nvor Ort in Linz\n"_s);
+    ASSERT_EQ(whole.size(), 1);
+    EXPECT_EQ(whole[0].description, u"Beratung"_s);
+    EXPECT_EQ(whole[0].unitPrice, 90);
+}
