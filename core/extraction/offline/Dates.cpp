@@ -453,7 +453,10 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
         uR"(Produktion|Drehtage?|worked|work|training|session|on-site|on\s+site|engagement|shoot|)"
         uR"(conference|talk|delivered|carried\s+out|performed|consulting|took\s+place|held|logged|)"
         uR"(angefallen|geleistet|maintenance|Wartung|Betreuung|support|Support|Delivery|Lieferung|)"
-        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading)\b|)"
+        uR"(Lesung|Auftritt|Konzert|Kurs|Unterricht|Führung|course|class|lesson|gig|performance|reading|)"
+        // Moves, fitting and deliveries, and a crew that "was here from … to …".
+        uR"(Umzug|Umzugs\w*|Zügeln|moving|removals?|Montage|montiert|repariert|repaired|installed|)"
+        uR"(eingebaut|geliefert|liefern|was\s+here|were\s+here|waren\s+(?:hier|da|dort))\b|)"
         // "Der Lauf war am 10. und 11. Oktober", "the shoot ran from …": when it happened.
         uR"(\b(?:war\s+(?:am|vom)|was\s+on|ran\s+(?:from|on)|liefen?\s+(?:am|vom)|happened|lief\s+von)\b)"_s,
         anyCase);
@@ -492,6 +495,11 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
                            anyCase);
     static const Re labelOnly(uR"(:\s*$)"_s, sameCase);
     static const Re sentLine(uR"(^(?:Datum|Date|Gesendet|Sent)\s*:)"_s, anyCase);
+    // The time a chat message was sent, before its writer's name: "[14.10.26, 18:42] Anna:",
+    // "3/9/26, 6:05 PM - Ben:".
+    static const Re chatStamp(uR"(^\[?\d{1,4}[./-]\d{1,2}[./-]\d{1,4},?\s+\d{1,2}[:.]\d{2}(?::\d{2})?)"
+                              uR"((?:\s*[AaPp]\.?[Mm]\.?)?\]?)"_s,
+                              sameCase);
 
     struct Candidate
     {
@@ -521,7 +529,11 @@ std::pair<std::optional<QString>, std::optional<QString>> findServiceDates(const
             continue;
         const bool previousLabel = i > 0 && strong.match(lines[i - 1].plain).hasMatch() &&
                                    labelOnly.match(lines[i - 1].plain).hasMatch();
+        const Match stamp = chatStamp.match(line);
+        const qsizetype stampEnd = stamp.hasMatch() ? stamp.capturedEnd() : 0;
         for (const DateFound& date : dates) {
+            if (date.span.from < stampEnd)
+                continue;
             // What stands before the date, as far back as a label may stand; the whole of it only
             // near the start of the line.
             const qsizetype reach = std::max<qsizetype>(0, date.span.from - 200);

@@ -1043,3 +1043,34 @@ TEST(OfflineExtractionItems, RowsThePdfBrokeOverTwoLines)
     EXPECT_EQ(whole[0].description, u"Beratung"_s);
     EXPECT_EQ(whole[0].unitPrice, 90);
 }
+
+TEST(OfflineExtractionDates, ChatStampsDateTheMessageNotTheWork)
+{
+    // The stamp of the message names no day of work; the month worked does.
+    const ExtractedInvoice monthly = OfflineExtractor::extract(
+        u"[03.03.26, 08:15] Jana Wolf: Guten Morgen! Im Februar waren es 6 Stunden Gitarrenunterricht "
+        "à 30 €, bitte schick mir die Rechnung."_s);
+    EXPECT_EQ(monthly.serviceDateStart, u"2026-02-01"_s);
+    EXPECT_EQ(monthly.serviceDateEnd, u"2026-02-28"_s);
+    // Another app's stamp, with nothing else to date the work: no date at all.
+    const ExtractedInvoice unstamped = OfflineExtractor::extract(
+        u"4/12/26, 6:05 PM - Dana: Please invoice me for the 3 window cleanings at $45 each."_s);
+    EXPECT_FALSE(unstamped.serviceDateStart);
+    EXPECT_FALSE(unstamped.serviceDateEnd);
+}
+
+TEST(OfflineExtractionDates, MovesFittingAndACrewOnSiteDateTheWork)
+{
+    EXPECT_EQ(OfflineExtractor::extract(u"Danke für den Umzug am Freitag, 6. März 2026. Bitte abrechnen: "
+                                        "Umzugshelfer 12 Stunden à 45 €."_s)
+                  .serviceDateStart,
+              u"2026-03-06"_s);
+    const ExtractedInvoice crew = OfflineExtractor::extract(
+        u"Your team was here from May 4 to May 6, 2026. Please bill the gutter cleaning, flat $380."_s);
+    EXPECT_EQ(crew.serviceDateStart, u"2026-05-04"_s);
+    EXPECT_EQ(crew.serviceDateEnd, u"2026-05-06"_s);
+    // A delivery still to come is no date of service.
+    EXPECT_FALSE(OfflineExtractor::extract(u"Liefertermin voraussichtlich 14. Mai 2026. Bitte abrechnen: "
+                                           "Schrank 1 Stk. à 900 €."_s)
+                     .serviceDateStart);
+}
