@@ -568,11 +568,17 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
                 }
                 const QStringList cells =
                     byWords ? worded.value_or(QStringList()) : rowCells(lines[j].raw, *columns, aligned);
-                if (cells.size() == columns->size()) {
-                    if (auto draft = itemFromRow(cells, *columns, j, headerCurrency, context))
-                        accept(*draft);
-                } else if (auto draft = itemFromLine(lines[j], j, context)) {
+                std::optional<ItemDraft> draft;
+                if (cells.size() == columns->size())
+                    draft = itemFromRow(cells, *columns, j, headerCurrency, context);
+                else
+                    draft = itemFromLine(lines[j], j, context);
+                if (draft) {
                     accept(*draft);
+                } else if (const std::optional<double> rate = vatIn(lines[j].plain).rate;
+                           rate && !context.vatRates.contains(*rate)) {
+                    // The tax row below the table ("20 % USt 390,40"): its rate holds for the rows.
+                    context.vatRates.append(*rate);
                 }
                 wholeLines.insert(j);
             }

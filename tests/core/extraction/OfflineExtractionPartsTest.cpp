@@ -1074,3 +1074,20 @@ TEST(OfflineExtractionDates, MovesFittingAndACrewOnSiteDateTheWork)
                                            "Schrank 1 Stk. à 900 €."_s)
                      .serviceDateStart);
 }
+
+TEST(OfflineExtractionItems, TheTaxRowBelowATableRatesItsRows)
+{
+    const QList<ExtractedItem> items = itemsOf(u"Pos  Leistung             Menge  Einh.  EP €    GP €\n"
+                                               "1    Dachrinne reinigen      12  lfm    8,50   102,00\n"
+                                               "2    Anfahrt                  1  pausch. 45,00  45,00\n"
+                                               "Summe netto 147,00\n10 % MwSt. 14,70\nGesamt 161,70"_s);
+    ASSERT_EQ(items.size(), 2);
+    EXPECT_EQ(items[0].vatPercentage, 10);
+    EXPECT_EQ(items[1].vatPercentage, 10);
+    EXPECT_EQ(items[1].unitPrice, 45);
+    // Two rates below the table: which row bears which is not said, so none gets one.
+    const QList<ExtractedItem> mixed =
+        itemsOf(u"Item  Qty  Price\nBooks  2  12.00\nPoster  1  8.00\nVAT 0% 0.00\nVAT 20% 1.60\n"_s);
+    for (const ExtractedItem& item : mixed)
+        EXPECT_FALSE(item.vatPercentage) << qPrintable(item.description.value_or(QString()));
+}
