@@ -153,6 +153,27 @@ std::optional<QString> afterLeadIn(const QString& text)
     return text.mid(last.capturedEnd()).trimmed();
 }
 
+// A sentence before a colon that asks for words to be printed on the invoice ("Bitte vermerken
+// Sie auf der Rechnung:", "she asked for this line on the invoice:"); not one that asks for a
+// number or an address, which are read elsewhere.
+bool asksForNote(const QString& key, const QString& value)
+{
+    static const Re words(uR"(\p{L}{3,}.*\s.*\p{L}{3,})"_s, sameCase);
+    if (!words.match(value).hasMatch())
+        return false;
+    static const Re onInvoice(uR"(\b(?:auf\s+(?:der|die)\s+rechnung|on\s+(?:the|your|my|our)\s+invoice)\b)"_s,
+                              anyCase);
+    static const Re wording(uR"(\b(?:vermerk\w*|schreib\w*|notier\w*|zeile|satz|text|hinweis|wortlaut|note|)"
+                            uR"(line|wording|sentence|text|print|write|state|mention)\b)"_s,
+                            anyCase);
+    static const Re numberOrAddress(
+        uR"(\b(?:po|order|bestell\w*|referenz|reference|ref|nummer|number|nr|kostenstelle|cost\s+cent(?:re|er)|)"
+        uR"(zeichen|address|adresse|anschrift|e-?mail|iban|konto|account)\b)"_s,
+        anyCase);
+    return onInvoice.match(key).hasMatch() && wording.match(key).hasMatch() &&
+           !numberOrAddress.match(key).hasMatch();
+}
+
 } // namespace
 
 QList<Entry> entriesOf(const QList<TextLine>& lines)
@@ -188,6 +209,9 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
             if (const auto found = labels().constFind(key); found != labels().constEnd()) {
                 role = found->first;
                 score = found->second;
+                value = m.captured(2).trimmed();
+            } else if (asksForNote(key, m.captured(2))) {
+                role = Role::note;
                 value = m.captured(2).trimmed();
             } else if (!m.captured(2).trimmed().isEmpty() && asksFor.match(m.captured(1)).hasMatch()) {
                 role = Role::recipientBlock;

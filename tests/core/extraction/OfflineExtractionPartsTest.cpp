@@ -1091,3 +1091,23 @@ TEST(OfflineExtractionItems, TheTaxRowBelowATableRatesItsRows)
     for (const ExtractedItem& item : mixed)
         EXPECT_FALSE(item.vatPercentage) << qPrintable(item.description.value_or(QString()));
 }
+
+TEST(OfflineExtractionRecipient, ASentenceAskingForWordsOnTheInvoiceGivesTheNote)
+{
+    EXPECT_EQ(OfflineExtractor::extract(u"Bitte abrechnen: Hausaufgabenhilfe 10 Stunden à 18 €.\n"
+                                        "Schreiben Sie bitte auf die Rechnung: Gefördert durch das "
+                                        "Bildungspaket der Stadt Kiel"_s)
+                  .note,
+              u"Gefördert durch das Bildungspaket der Stadt Kiel"_s);
+    EXPECT_EQ(OfflineExtractor::extract(u"3 hours of tutoring at £30/h please.\nTom wants this line on the "
+                                        "invoice: \"Paid from the school hardship fund\""_s)
+                  .note,
+              u"Paid from the school hardship fund"_s);
+    // A number or an address asked for on the invoice is no note.
+    for (const QString& text :
+         {u"Bitte abrechnen: Beratung 2 Std. à 90 €.\nBitte auf der Rechnung unsere Bestellnummer "
+          "angeben: BN-2026/118"_s,
+          u"Design work, flat £400.\nPlease put our PO number on the invoice: 88213"_s,
+          u"Design work, flat £400.\nPlease write on the invoice: 88213"_s})
+        EXPECT_FALSE(OfflineExtractor::extract(text).note) << qPrintable(text);
+}
