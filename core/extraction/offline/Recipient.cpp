@@ -189,6 +189,18 @@ QList<Entry> entriesOf(const QList<TextLine>& lines)
             entries.append({{}, Role::none, i});
             continue;
         }
+        // A form copied with its label in a column of its own ("Kunde<Tab>Becker GmbH"): read as
+        // if the label had its colon.
+        if (!plain.contains(u':')) {
+            static const Re gap(uR"(\t+|\s{2,})"_s, sameCase);
+            const QStringList cells = lines[i].raw.split(gap, Qt::SkipEmptyParts);
+            if (cells.size() == 2) {
+                QString key = cells[0].toLower();
+                key.remove(u'.');
+                if (labels().contains(key.simplified()))
+                    plain = cells[0].simplified() + u": "_s + cells[1].simplified();
+            }
+        }
         // A sentence that asks for the invoice to go to an address, however it is worded: "Could
         // you address the invoice to our finance office:", "Invoice goes to their AP: …".
         static const Re asksFor(

@@ -1111,3 +1111,23 @@ TEST(OfflineExtractionRecipient, ASentenceAskingForWordsOnTheInvoiceGivesTheNote
           u"Design work, flat £400.\nPlease write on the invoice: 88213"_s})
         EXPECT_FALSE(OfflineExtractor::extract(text).note) << qPrintable(text);
 }
+
+TEST(OfflineExtractionRecipient, FormLabelsInAColumnOfTheirOwn)
+{
+    const ExtractedInvoice invoice = OfflineExtractor::extract(
+        u"Rechnungsadresse\tGärtnerei Brandl GmbH\nStraße\tAm Anger 4\nPLZ\t93047\nOrt\tRegensburg\n\n"
+        "Leistung: Baumschnitt 6 Std. à 52,00 €"_s);
+    ASSERT_TRUE(invoice.recipient);
+    EXPECT_EQ(invoice.recipient->businessName, u"Gärtnerei Brandl GmbH"_s);
+    EXPECT_EQ(invoice.recipient->addressLineOne, u"Am Anger 4"_s);
+    EXPECT_EQ(invoice.recipient->postcode, u"93047"_s);
+    EXPECT_EQ(invoice.recipient->city, u"Regensburg"_s);
+    // Set apart by spaces, the label never ends up in the value it names.
+    const ExtractedInvoice spaced =
+        OfflineExtractor::extract(u"Firma     Hoffmann Druck KG\nAnschrift    Kirchweg 12, 34117 Kassel\n\n"
+                                  "Bitte abrechnen: Plakate 50 Stk. à 3,20 €"_s);
+    if (spaced.recipient) {
+        EXPECT_FALSE(spaced.recipient->businessName.value_or(QString()).startsWith(u"Firma"_s));
+        EXPECT_FALSE(spaced.recipient->addressLineOne.value_or(QString()).startsWith(u"Anschrift"_s));
+    }
+}
