@@ -351,6 +351,17 @@ bool isDiscountLine(const QString& line)
     return pattern.match(line).hasMatch();
 }
 
+bool saysNotToBill(const QString& text)
+{
+    static const Re pattern(
+        uR"(\bleave\s+(?:it|that|this|them|those)\s+off\b|\b(?:don'?t|do\s+not|please\s+don'?t)\s+)"
+        uR"((?:bill|invoice|charge|include)\b|\bis\s+on\s+(?:us|me|the\s+house)\b|\bnot\s+(?:on|for)\s+)"
+        uR"((?:the|this|your)\s+invoice\b|\bnichts\s+zu\s+tun\b|\bnicht\s+(?:verrechnen|berechnen|)"
+        uR"(abrechnen|in\s+Rechnung\s+stellen|auf\s+(?:die|der)\s+Rechnung)\b)"_s,
+        anyCase);
+    return pattern.match(text).hasMatch();
+}
+
 bool isPlausibleDescription(const QString& description)
 {
     qsizetype letters = 0;

@@ -78,6 +78,10 @@ bool isNoiseLine(const QString& line);
 
 bool isDiscountLine(const QString& line);
 
+// Whether a sentence says its amount is not to be billed ("the bar tab is on us, leave it off",
+// "die bitte nicht verrechnen").
+bool saysNotToBill(const QString& text);
+
 // Words, mostly: a description made of symbols and digits is a line misread.
 bool isPlausibleDescription(const QString& description);
 

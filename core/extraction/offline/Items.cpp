@@ -586,7 +586,10 @@ ItemFinding findItems(const QList<TextLine>& lines, const QSet<int>& skipped, bo
             continue;
         }
         std::optional<Vat> seen;
-        const std::optional<ItemDraft> draft = itemFromLine(lines[i], i, context, &seen);
+        std::optional<ItemDraft> draft = itemFromLine(lines[i], i, context, &seen);
+        // A line with one amount that it says not to bill bills nothing.
+        if (draft && pricesIn(plain, documentCurrency).size() == 1 && saysNotToBill(plain))
+            draft.reset();
         // A line the line reader cannot take, or one with several prices, may be a sentence that
         // names its items ("3 Tage Workshop zu 800 € und die Fahrtkosten pauschal mit 180 €").
         const bool runOn = draft && draft->item.description && draft->item.description->contains(u": "_s);

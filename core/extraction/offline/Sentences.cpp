@@ -804,6 +804,11 @@ QList<ItemDraft> itemsFromSentences(const TextLine& source, int lineIndex, const
             workBefore.clear();
             continue;
         }
+        if (saysNotToBill(part)) {
+            lead.clear();
+            workBefore.clear();
+            continue;
+        }
         QList<PricedMoney> prices = pricesIn(part, context.documentCurrency);
         // "Total was £780 (£600 labour + £180 materials)": an amount that the others add up to is
         // their sum, not an item of its own.

@@ -1131,3 +1131,22 @@ TEST(OfflineExtractionRecipient, FormLabelsInAColumnOfTheirOwn)
         EXPECT_FALSE(spaced.recipient->addressLineOne.value_or(QString()).startsWith(u"Anschrift"_s));
     }
 }
+
+TEST(OfflineExtractionSentences, AmountsTheTextSaysNotToBillBillNothing)
+{
+    const QList<ExtractedItem> items = itemsOf(
+        u"Please invoice the kitchen install, flat $1,200. The pizza ($45) is on us, leave it off."_s);
+    ASSERT_EQ(items.size(), 1);
+    EXPECT_EQ(items[0].unitPrice, 1200);
+    EXPECT_TRUE(itemsOf(u"Die Parkgebühren von 18 € bitte nicht verrechnen."_s).isEmpty());
+    EXPECT_TRUE(
+        itemsOf(
+            u"Die Gäste zahlen ihren Eintritt von 15 € an der Kasse, das hat mit Ihrer Rechnung nichts zu tun."_s)
+            .isEmpty());
+    // Said of another amount, the words leave the item alone.
+    EXPECT_EQ(
+        itemsOf(u"Bitte abrechnen: Bühnenaufbau pauschal 450 €.\nDas Catering bitte nicht verrechnen."_s)
+            .value(0)
+            .unitPrice,
+        450);
+}
