@@ -94,10 +94,10 @@ TEST(OfflineExtractor, TextsInOtherFormsStayAboveTheFloorReached)
         cases, [](const QString& text) { return ExtractionSchema::toJson(OfflineExtractor::extract(text)); });
     const ExtractionCorpus::Tally all = score.overall();
     // The floor reached once the fourth set of kept-aside texts joined these (199 texts).
-    EXPECT_GE(all.precision(), 0.965);
-    EXPECT_GE(all.recall(), 0.92);
+    EXPECT_GE(all.precision(), 0.97);
+    EXPECT_GE(all.recall(), 0.925);
     // A wrong amount on a draft costs more than a missing one.
-    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.965);
+    EXPECT_GE(score.fields.value(u"items.unitPrice"_s).precision(), 0.975);
 }
 
 TEST(OfflineExtractor, CorpusHoldsTheCasesItIsMeantToHold)
