@@ -1,7 +1,7 @@
 // Measures the offline extractor: field-level precision and recall over each test corpus (the
 // first one, the one worked against and the one kept aside), and the time to read a 5 KB paste.
 // Usage: ledra-extract-bench [RUNS] [--corpus CORPUS]... [--differences CORPUS] [--text FILE]
-//   --corpus scores the named folders (under tests/data, or a path relative to it) instead of the
+//   --corpus scores the named folders (under tests/data, or absolute paths) instead of the
 //   three corpora;
 //   --differences prints, text by text, where the extractor's answer differs from the expected one;
 //   --text prints what the extractor reads from one file.
@@ -92,7 +92,14 @@ int main(int argc, char* argv[])
             return 0;
         }
         if (std::strcmp(argv[i], "--corpus") == 0 && i + 1 < argc) {
-            corpora.append(QString::fromLocal8Bit(argv[++i]));
+            const QString corpus = QString::fromLocal8Bit(argv[++i]);
+            // Named on purpose, so an empty result would be a typo rather than a figure.
+            if (ExtractionCorpus::cases(corpus).isEmpty()) {
+                std::fprintf(stderr, "ledra-extract-bench: %s: no texts (NN-name.txt beside NN-name.json)\n",
+                             argv[i]);
+                return 2;
+            }
+            corpora.append(corpus);
             continue;
         }
         runs = std::max(1, std::atoi(argv[i]));

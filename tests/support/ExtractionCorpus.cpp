@@ -15,6 +15,9 @@ namespace {
 
 QString folder(const QString& corpus)
 {
+    // A corpus is a folder under tests/data, or anywhere when given as an absolute path.
+    if (QDir::isAbsolutePath(corpus))
+        return corpus + u'/';
     return QStringLiteral(LEDRA_TEST_DATA) + u'/' + corpus + u'/';
 }
 
